@@ -1,0 +1,14 @@
+# Every dependency comes from Debian's packages through pkg-config.
+find_package(PkgConfig REQUIRED)
+find_package(Threads REQUIRED)
+pkg_check_modules(CURL REQUIRED IMPORTED_TARGET libcurl)
+pkg_check_modules(CRYPTO REQUIRED IMPORTED_TARGET libcrypto)
+pkg_check_modules(SQLITE REQUIRED IMPORTED_TARGET sqlite3)
+pkg_check_modules(FMT REQUIRED IMPORTED_TARGET fmt)
+pkg_check_modules(NLOHMANN REQUIRED IMPORTED_TARGET nlohmann_json)
+
+set(ZIVORA_PRIVATE_DEPS
+  PkgConfig::CURL PkgConfig::CRYPTO PkgConfig::SQLITE PkgConfig::FMT PkgConfig::NLOHMANN
+  Threads::Threads)
+# Requires.private of zivora.pc
+set(ZIVORA_PC_REQUIRES "libcurl libcrypto sqlite3 fmt")

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <string>
+
+#include "zivora/Export.h"
+
+namespace zivora {
+
+// Who runs the SDK's main queue (screens, their timers, download callbacks,
+// most host callbacks).
+enum class MainQueueMode {
+  // The SDK runs it on a thread of its own (default).
+  OwnThread,
+  // The host calls Zivora's pump once a frame from its own loop; it must keep
+  // pumping while no ad shows, since downloads report through this queue.
+  HostPumped,
+};
+
+struct SafeAreaInsets {
+  double top = 0;
+  double left = 0;
+  double bottom = 0;
+  double right = 0;
+};
+
+// Settings the host gives once, at initialisation. Every member has a
+// working default; empty strings mean "use the default".
+struct HostOptions {
+  // Where the SDK keeps its cache, event queues and settings
+  // (Caches/, Documents/, Preferences/). Default:
+  // $XDG_DATA_HOME/<applicationName>/zivora.
+  std::string dataRoot;
+  // The host application's name and version, sent to the ad server and used
+  // to keep two applications' identities apart. Default: the executable name.
+  std::string applicationName;
+  std::string applicationVersion;
+  // The ad server and analytics endpoints. They replace the built-in
+  // defaults only: an endpoint that the ad server itself later hands out
+  // still wins.
+  std::string adEndpoint;
+  std::string analyticsEndpoint;
+  // A PEM bundle of extra certificate authorities for private servers.
+  // Server certificates are always verified.
+  std::string caFile;
+  bool limitAdTracking = false;
+  // A store receipt to attach to purchase events, if the host's store has one.
+  std::string receiptFile;
+  SafeAreaInsets safeArea;
+  MainQueueMode mainQueueMode = MainQueueMode::OwnThread;
+  // Logical screen size in points; 0 means "ask the display".
+  int screenWidth = 0;
+  int screenHeight = 0;
+};
+
+}  // namespace zivora

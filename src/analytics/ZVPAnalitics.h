@@ -1,0 +1,39 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string_view>
+
+#include "util/ZVException.h"
+
+namespace zivora {
+
+// The analytics module's entry point. Every class of the ad side reports
+// its caught exceptions and notable conditions here; both reports do
+// nothing while profiling is switched off.
+class ZVPAnalitics {
+ public:
+  virtual ~ZVPAnalitics() = default;
+
+  // The installed context's instance; a do-nothing instance before
+  // initialisation, never null.
+  static ZVPAnalitics& shared() noexcept;
+
+  // The process-wide profiling switch, off at start.
+  static void sendProfilingEnable(bool enable) noexcept;
+  static bool profilingEnabled() noexcept;
+
+  // Writes "[Zivora][class][method] Error! reason" to the system log and
+  // records an "Exception" event.
+  virtual void sendException(const ZVException& exception, std::string_view className,
+                             std::string_view method) noexcept;
+
+  // Records a diagnostic event of kind `eventName` ("info" or "error").
+  virtual void sendEvent(std::string_view eventName, std::string_view className,
+                         std::string_view method, std::string_view message) noexcept;
+
+ private:
+  static std::atomic<bool> profilingEnabled_;
+};
+
+}  // namespace zivora

@@ -1,0 +1,80 @@
+#include "core/Context.h"
+
+#include <cstdlib>
+#include <stdexcept>
+#include <utility>
+
+#include "analytics/ZVPAnalitics.h"
+#include "util/LogSink.h"
+
+namespace zivora {
+
+namespace {
+
+std::mutex& installedMutex() {
+  static std::mutex mutex;
+  return mutex;
+}
+
+std::shared_ptr<Context>& installed() {
+  static std::shared_ptr<Context> context;
+  return context;
+}
+
+}  // namespace
+
+std::filesystem::path Paths::cacheDirectory() const { return dataRoot / "Caches" / "Zivora"; }
+
+std::filesystem::path Paths::documentsDirectory() const { return dataRoot / "Documents"; }
+
+std::filesystem::path Paths::preferencesFile() const {
+  return dataRoot / "Preferences" / "defaults.sqlite";
+}
+
+std::filesystem::path Paths::defaultDataRoot(const std::string& applicationName) {
+  std::filesystem::path base;
+  if (const char* xdg = std::getenv("XDG_DATA_HOME"); xdg && *xdg == '/') {
+    base = xdg;
+  } else if (const char* home = std::getenv("HOME"); home && *home) {
+    base = std::filesystem::path(home) / ".local" / "share";
+  } else {
+    base = std::filesystem::temp_directory_path();
+  }
+  return base / (applicationName.empty() ? std::string("zivora-host") : applicationName) / "zivora";
+}
+
+Context::Context(HostOptions host, RuntimeOptions runtime)
+    : host_(std::move(host)), runtime_(std::move(runtime)) {
+  if (!runtime_.log) runtime_.log = LogSink::standardError();
+  if (!runtime_.analytics) runtime_.analytics = std::make_shared<ZVPAnalitics>();
+  paths_.dataRoot = host_.dataRoot.empty() ? Paths::defaultDataRoot(host_.applicationName)
+                                           : std::filesystem::path(host_.dataRoot);
+}
+
+Context::~Context() = default;
+
+dispatch::Runtime& Context::runtime() const {
+  if (!runtime_.runtime) throw std::logic_error("Context has no runtime");
+  return *runtime_.runtime;
+}
+
+platform::HttpClient& Context::http() const {
+  if (!runtime_.http) throw std::logic_error("Context has no HTTP client");
+  return *runtime_.http;
+}
+
+std::shared_ptr<Context> Context::current() {
+  std::lock_guard lock(installedMutex());
+  return installed();
+}
+
+void Context::install(std::shared_ptr<Context> context) {
+  std::shared_ptr<Context> previous;
+  {
+    std::lock_guard lock(installedMutex());
+    previous = std::exchange(installed(), std::move(context));
+  }
+  // `previous` is released here, outside the lock.
+}
+
+}  // namespace zivora

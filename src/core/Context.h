@@ -1,0 +1,86 @@
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <typeindex>
+
+#include "zivora/HostOptions.h"
+
+namespace zivora {
+
+class LogSink;
+class ZVPAnalitics;
+namespace dispatch {
+class Runtime;
+}
+namespace platform {
+class HttpClient;
+class KeyValueDatabase;
+class UserDefaults;
+}  // namespace platform
+
+// Where the SDK's state lives under the data root.
+struct Paths {
+  std::filesystem::path dataRoot;
+
+  std::filesystem::path cacheDirectory() const;      // Caches/Zivora
+  std::filesystem::path documentsDirectory() const;  // Documents
+  std::filesystem::path preferencesFile() const;     // Preferences/defaults.sqlite
+
+  // $XDG_DATA_HOME (or ~/.local/share) / applicationName / zivora
+  static std::filesystem::path defaultDataRoot(const std::string& applicationName);
+};
+
+// Collaborators injected at initialisation; tests fill them with fakes.
+// The log defaults to standard error and analytics to the built-in facade.
+struct RuntimeOptions {
+  std::shared_ptr<dispatch::Runtime> runtime = nullptr;
+  std::shared_ptr<platform::HttpClient> http = nullptr;
+  std::shared_ptr<LogSink> log = nullptr;
+  std::shared_ptr<ZVPAnalitics> analytics = nullptr;
+};
+
+// Owns the options, the collaborators and every shared instance of the SDK.
+// Initialisation installs one; a test installs a fresh one and drops it, so
+// no test sees another's state.
+class Context {
+ public:
+  Context(HostOptions host, RuntimeOptions runtime);
+  ~Context();
+  Context(const Context&) = delete;
+  Context& operator=(const Context&) = delete;
+
+  // The installed context, or null before initialisation.
+  static std::shared_ptr<Context> current();
+  static void install(std::shared_ptr<Context> context);
+
+  const HostOptions& host() const { return host_; }
+  const Paths& paths() const { return paths_; }
+  // Throw std::logic_error when the context was made without them.
+  dispatch::Runtime& runtime() const;
+  platform::HttpClient& http() const;
+  LogSink& log() const { return *runtime_.log; }
+  ZVPAnalitics& analytics() const { return *runtime_.analytics; }
+
+  // The context's one instance of T, made by `make` on first use.
+  template <class T, class Factory>
+  std::shared_ptr<T> instance(Factory&& make) {
+    std::lock_guard lock(instancesMutex_);
+    auto& slot = instances_[std::type_index(typeid(T))];
+    if (!slot) slot = std::shared_ptr<void>(make());
+    return std::static_pointer_cast<T>(slot);
+  }
+
+ private:
+  HostOptions host_;
+  RuntimeOptions runtime_;
+  Paths paths_;
+
+  std::recursive_mutex instancesMutex_;
+  std::map<std::type_index, std::shared_ptr<void>> instances_;
+};
+
+}  // namespace zivora

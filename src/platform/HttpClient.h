@@ -1,0 +1,48 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace zivora::platform {
+
+struct HttpRequest {
+  std::string method = "POST";
+  std::string url;
+  std::vector<std::pair<std::string, std::string>> headers;
+  std::string body;
+};
+
+struct HttpResponse {
+  // The final HTTP status; 0 when no complete response was obtained (no
+  // connection, TLS failure, timeout, connection closed mid-body, body over
+  // the size cap).
+  long status = 0;
+  std::string body;
+  // What went wrong when status is 0, for logs.
+  std::string error;
+};
+
+// Settings of the blocking request client; tests shorten the timeouts.
+struct HttpClientOptions {
+  // Extra CA bundle (PEM) for private servers; empty uses the system store.
+  // Verification is never switched off.
+  std::string caFile;
+  std::chrono::milliseconds connectTimeout{std::chrono::seconds(30)};
+  // A transfer slower than 1 byte/s for this long is abandoned.
+  std::chrono::milliseconds lowSpeedTime{std::chrono::seconds(60)};
+  // Replies larger than this are treated as no response.
+  std::size_t maxBodyBytes = 16u * 1024u * 1024u;
+};
+
+// One blocking request/response exchange. Implementations are thread-safe:
+// several queues may send at once.
+class HttpClient {
+ public:
+  virtual ~HttpClient() = default;
+  virtual HttpResponse perform(const HttpRequest& request) = 0;
+};
+
+}  // namespace zivora::platform

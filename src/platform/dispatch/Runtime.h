@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+#include "platform/dispatch/Clock.h"
+#include "platform/dispatch/Queue.h"
+
+namespace zivora::dispatch {
+
+// Who runs the main queue: a thread the SDK owns, or the host, which calls
+// pumpMainQueue() once a frame from its own loop.
+enum class MainQueueMode { OwnThread, HostPumped };
+
+// The seam through which every class gets its queues and its clock.
+class Runtime {
+ public:
+  virtual ~Runtime() = default;
+
+  // A new serial queue. Dropping the last reference discards its pending work.
+  virtual std::shared_ptr<Queue> makeSerialQueue(std::string label) = 0;
+
+  // Screens, their timers, download callbacks and most host callbacks.
+  virtual Queue& mainQueue() = 0;
+
+  // A small pool for short independent work; tasks may run concurrently, so
+  // its isCurrent() only tells whether the caller is one of the pool's threads.
+  virtual Queue& globalQueue() = 0;
+
+  virtual Clock& clock() = 0;
+
+  // Runs all main-queue work that is due and returns how many tasks ran.
+  // Only a host-pumped main queue needs it; otherwise it runs nothing.
+  virtual std::size_t pumpMainQueue() = 0;
+};
+
+}  // namespace zivora::dispatch

@@ -1,0 +1,39 @@
+#include "util/ZVLog.h"
+
+#include "core/Context.h"
+
+namespace zivora {
+
+std::atomic<bool> WARNING_L0G_ENABLED{true};
+std::atomic<bool> DEBUG_L0G_ENABLED{true};
+
+namespace {
+
+void writeLine(LogLevel level, std::string_view text) {
+  auto context = Context::current();
+  if (context) {
+    context->log().write(level, text);
+  } else {
+    LogSink::standardError()->write(level, text);
+  }
+}
+
+}  // namespace
+
+void ZVLog::emit(LogLevel level, std::string_view text) { writeLine(level, text); }
+
+void ZVLog::system(std::string_view text) noexcept {
+  try {
+    writeLine(LogLevel::System, text);
+  } catch (...) {
+    // Nowhere left to report a failing log sink.
+  }
+}
+
+void ZVLog::failed(LogLevel level) noexcept {
+  system(level == LogLevel::Debug ? "[ZVLog][LogDebug] Exception!" : "[ZVLog][LogWarning] Exception!");
+}
+
+void ZVLog::logEnable(bool enable) noexcept { DEBUG_L0G_ENABLED.store(enable); }
+
+}  // namespace zivora

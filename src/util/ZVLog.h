@@ -1,0 +1,51 @@
+#pragma once
+
+#include <fmt/format.h>
+
+#include <atomic>
+#include <string_view>
+
+#include "util/LogSink.h"
+
+namespace zivora {
+
+// Process-wide switches, both on at start. logEnable() sets only the debug
+// switch, so warnings are always written.
+extern std::atomic<bool> WARNING_L0G_ENABLED;
+extern std::atomic<bool> DEBUG_L0G_ENABLED;
+
+// The ad side's log. Texts name the class and the operation in square
+// brackets: "[ZVResourceManager][removeFile] file: {}".
+class ZVLog {
+ public:
+  template <class... Args>
+  static void LogDebug(fmt::format_string<Args...> format, Args&&... args) noexcept {
+    if (!DEBUG_L0G_ENABLED.load(std::memory_order_relaxed)) return;
+    try {
+      emit(LogLevel::Debug, fmt::format(format, std::forward<Args>(args)...));
+    } catch (...) {
+      failed(LogLevel::Debug);
+    }
+  }
+
+  template <class... Args>
+  static void LogWarning(fmt::format_string<Args...> format, Args&&... args) noexcept {
+    if (!WARNING_L0G_ENABLED.load(std::memory_order_relaxed)) return;
+    try {
+      emit(LogLevel::Warning, fmt::format(format, std::forward<Args>(args)...));
+    } catch (...) {
+      failed(LogLevel::Warning);
+    }
+  }
+
+  // A line that is always written, whatever the switches say.
+  static void system(std::string_view text) noexcept;
+
+  static void logEnable(bool enable) noexcept;
+
+ private:
+  static void emit(LogLevel level, std::string_view text);
+  static void failed(LogLevel level) noexcept;
+};
+
+}  // namespace zivora

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "analytics/ZVPAnalitics.h"
+
+namespace zivora::test {
+
+// Records what the guard and the classes report, whatever the profiling
+// switch says.
+class RecordingAnalytics final : public ZVPAnalitics {
+ public:
+  struct Exception {
+    std::string name, reason, className, method;
+  };
+  struct Event {
+    std::string eventName, className, method, message;
+  };
+
+  void sendException(const ZVException& exception, std::string_view className,
+                     std::string_view method) noexcept override;
+  void sendEvent(std::string_view eventName, std::string_view className, std::string_view method,
+                 std::string_view message) noexcept override;
+
+  std::vector<Exception> exceptions() const;
+  std::vector<Event> events() const;
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<Exception> exceptions_;
+  std::vector<Event> events_;
+};
+
+}  // namespace zivora::test

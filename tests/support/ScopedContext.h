@@ -1,0 +1,30 @@
+#pragma once
+
+#include <memory>
+
+#include "core/Context.h"
+#include "support/RecordingAnalytics.h"
+#include "support/RecordingLogSink.h"
+
+namespace zivora::test {
+
+// Installs a fresh context for one test, with a recording log and recording
+// analytics, and removes it afterwards.
+class ScopedContext {
+ public:
+  explicit ScopedContext(HostOptions host = {}, RuntimeOptions runtime = {});
+  ~ScopedContext();
+  ScopedContext(const ScopedContext&) = delete;
+  ScopedContext& operator=(const ScopedContext&) = delete;
+
+  Context& context() { return *context_; }
+  RecordingLogSink& log() { return *log_; }
+  RecordingAnalytics& analytics() { return *analytics_; }
+
+ private:
+  std::shared_ptr<RecordingLogSink> log_;
+  std::shared_ptr<RecordingAnalytics> analytics_;
+  std::shared_ptr<Context> context_;
+};
+
+}  // namespace zivora::test
