@@ -1,0 +1,69 @@
+#include "SandboxProcess.h"
+
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <fstream>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+extern char** environ;
+
+namespace demo {
+
+namespace {
+
+int waitForPort(const std::filesystem::path& portFile, pid_t child) {
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (std::chrono::steady_clock::now() < deadline) {
+    std::ifstream in(portFile);
+    int port = 0;
+    if (in >> port && port > 0) return port;
+    int status = 0;
+    if (waitpid(child, &status, WNOHANG) == child) throw std::runtime_error("the sandbox exited at start");
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  throw std::runtime_error("the sandbox did not report its port");
+}
+
+}  // namespace
+
+SandboxProcess::SandboxProcess(const std::filesystem::path& executable, const std::filesystem::path& workDir)
+    : certs_(workDir / "certs") {
+  std::filesystem::create_directories(workDir / "files");
+  auto portFile = workDir / "port";
+  std::filesystem::remove(portFile);
+  std::vector<std::string> args = {executable.string(), "--port",  "0",
+                                   "--certs",           certs_.string(), "--files",
+                                   (workDir / "files").string(), "--port-file", portFile.string()};
+  std::vector<char*> argv;
+  for (auto& arg : args) argv.push_back(arg.data());
+  argv.push_back(nullptr);
+  if (posix_spawn(&pid_, executable.c_str(), nullptr, nullptr, argv.data(), environ) != 0) {
+    throw std::runtime_error("cannot start " + executable.string());
+  }
+  port_ = waitForPort(portFile, pid_);
+}
+
+SandboxProcess::~SandboxProcess() {
+  if (pid_ <= 0) return;
+  kill(pid_, SIGTERM);
+  int status = 0;
+  waitpid(pid_, &status, 0);
+}
+
+std::string SandboxProcess::adEndpoint() const {
+  return "https://127.0.0.1:" + std::to_string(port_) + "/HandleRequestV3.php";
+}
+
+std::string SandboxProcess::analyticsEndpoint() const {
+  return "https://127.0.0.1:" + std::to_string(port_) + "/ProfilingEvent.php";
+}
+
+std::string SandboxProcess::caFile() const { return (certs_ / "ca.pem").string(); }
+
+}  // namespace demo

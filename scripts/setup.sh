@@ -1,0 +1,41 @@
+#!/usr/bin/env bash
+# Installs every Debian package the build, the tests and the sample host
+# need. Idempotent: when everything is installed it only checks and exits.
+set -euo pipefail
+
+packages=(
+  # toolchain
+  build-essential cmake ninja-build mold pkg-config util-linux
+  # libraries the SDK links
+  libcurl4-openssl-dev libssl-dev nlohmann-json3-dev libsqlite3-dev libfmt-dev
+  # tests, benchmarks, the sandbox server
+  libgtest-dev libgmock-dev libbenchmark-dev libcpp-httplib-dev
+  # command-line tools the tests and benchmarks use
+  openssl curl sqlite3 ca-certificates
+)
+
+missing=()
+for package in "${packages[@]}"; do
+  status=$(dpkg-query -W -f='${Status}' "$package" 2>/dev/null || true)
+  [[ "$status" == "install ok installed" ]] || missing+=("$package")
+done
+
+if ((${#missing[@]} == 0)); then
+  echo "setup: all ${#packages[@]} packages present"
+  exit 0
+fi
+
+if [[ $(id -u) -ne 0 ]]; then
+  echo "setup: missing packages (run as root to install): ${missing[*]}" >&2
+  exit 1
+fi
+
+echo "setup: installing ${missing[*]}"
+export DEBIAN_FRONTEND=noninteractive
+# Package post-install scripts must not start daemons on a build machine.
+if [[ ! -e /usr/sbin/policy-rc.d ]]; then
+  printf '#!/bin/sh\nexit 101\n' > /usr/sbin/policy-rc.d
+  chmod +x /usr/sbin/policy-rc.d
+fi
+apt-get update -qq
+apt-get install -y -qq --no-install-recommends "${missing[@]}"

@@ -1,0 +1,44 @@
+#!/usr/bin/env bash
+# Sets everything up and runs every test: the normal build, an
+# AddressSanitizer + UndefinedBehaviorSanitizer build, and a
+# ThreadSanitizer build of the threaded tests.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+bash scripts/setup.sh
+
+jobs=$(nproc)
+started=$SECONDS
+say() { echo "== [$((SECONDS - started))s] $*"; }
+
+configure() {  # tree, extra cmake arguments...
+  local tree=$1; shift
+  cmake -S . -B "build/$tree" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZIVORA_WERROR=ON "$@" >/dev/null
+}
+
+say "release build"
+configure release
+cmake --build "build/release" -j "$jobs"
+say "release tests"
+ctest --test-dir build/release -j "$jobs" --output-on-failure
+
+say "AddressSanitizer + UndefinedBehaviorSanitizer build"
+configure asan -DZIVORA_SANITIZE=address,undefined
+cmake --build "build/asan" -j "$jobs"
+say "AddressSanitizer + UndefinedBehaviorSanitizer tests"
+ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_checks=1 \
+UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+  ctest --test-dir build/asan -j "$jobs" --output-on-failure
+
+say "ThreadSanitizer build (threaded tests)"
+configure tsan -DZIVORA_SANITIZE=thread
+cmake --build "build/tsan" -j "$jobs"
+say "ThreadSanitizer tests"
+# GCC 12's TSan cannot map its shadow memory when the kernel randomises
+# 32 bits of mmap addresses; running without address randomisation avoids it.
+norandom=()
+if setarch "$(uname -m)" -R true 2>/dev/null; then norandom=(setarch "$(uname -m)" -R); fi
+TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+  "${norandom[@]}" ctest --test-dir build/tsan -j "$jobs" --output-on-failure
+
+say "all test trees passed"

@@ -1,0 +1,167 @@
+#include "events/ZVSendRequest.h"
+
+#include <curl/curl.h>
+#include <fmt/format.h>
+
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "analytics/ZVPAnalitics.h"
+#include "core/Context.h"
+#include "core/ZVConfiguration.h"
+#include "platform/HttpClient.h"
+#include "util/Guard.h"
+#include "util/JsonConvert.h"
+#include "util/Utf8.h"
+#include "util/ZVHash.h"
+#include "util/ZVLog.h"
+#include "zivora/ZVConstants.h"
+
+namespace zivora {
+
+namespace {
+
+bool isUnreserved(unsigned char c) {
+  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' ||
+         c == '_' || c == '.' || c == '~';
+}
+
+int hexDigit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+bool isAscii(std::string_view text) {
+  for (char c : text) {
+    if (static_cast<unsigned char>(c) > 0x7F) return false;
+  }
+  return true;
+}
+
+platform::HttpRequest formPost(std::string url, std::string body) {
+  platform::HttpRequest request;
+  request.method = "POST";
+  request.url = std::move(url);
+  request.headers = {{"Content-Length", fmt::format("{}", body.size())},
+                     {"Content-Type", "application/x-www-form-urlencoded"}};
+  request.body = std::move(body);
+  return request;
+}
+
+std::string endpoint() {
+  auto configuration = ZVConfiguration::shared();
+  auto url = configuration ? configuration->serverURL() : std::nullopt;
+  return url.value_or(TS_HOST_URL);
+}
+
+void reportFailedStatus(long status) {
+  std::string message = fmt::format("Error getting, HTTP status code {}", status);
+  ZVLog::LogDebug("{}", message);
+  ZVPAnalitics::shared().sendEvent("error", "ZVSendRequest", "sendPost", message);
+}
+
+}  // namespace
+
+void ZVSendRequest::sendPost(std::optional<std::string_view> json, const CallBack& callBack) noexcept {
+  bool answered = false;
+  auto answer = [&](const nlohmann::json* reply, int code) {
+    answered = true;
+    if (callBack) callBack(reply, code);
+  };
+  try {
+    std::string md5 = getMD5(urlDecode(json));
+    std::string body = fmt::format("Params={}&md5={}", json.value_or("(null)"), md5);
+    // The body travels as 7-bit ASCII; callers percent-encode free text.
+    if (!isAscii(body)) body.clear();
+
+    auto response = Context::current()->http().perform(formPost(endpoint(), std::move(body)));
+    if (response.status == TS_HTTP_STATUS_CODE_OK) {
+      auto reply = JsonConvert::parseObject(response.body);
+      answer(reply ? &*reply : nullptr, TS_HTTP_STATUS_CODE_OK);
+      return;
+    }
+    reportFailedStatus(response.status);
+    answer(nullptr, TS_HTTP_ERROR);
+  } catch (...) {
+    auto error = std::current_exception();
+    if (!answered) {
+      guarded("ZVSendRequest", "sendPost", [&] { answer(nullptr, TS_HTTP_ERROR); });
+    }
+    try {
+      std::rethrow_exception(error);
+    } catch (...) {
+      detail::reportCaught("ZVSendRequest", "sendPost", GuardReport::Analytics);
+    }
+  }
+}
+
+std::optional<std::string> ZVSendRequest::urlEncode(std::optional<std::string_view> text) noexcept {
+  return guarded("ZVSendRequest", "urlEncode", std::optional<std::string>(),
+                 [&]() -> std::optional<std::string> {
+                   if (!text) return std::nullopt;
+                   std::string encoded;
+                   encoded.reserve(text->size() * 3);
+                   for (unsigned char c : *text) {
+                     if (isUnreserved(c)) {
+                       encoded.push_back(static_cast<char>(c));
+                     } else {
+                       fmt::format_to(std::back_inserter(encoded), "%{:02X}", c);
+                     }
+                   }
+                   return encoded;
+                 });
+}
+
+std::optional<std::string> ZVSendRequest::urlDecode(std::optional<std::string_view> text) noexcept {
+  return guarded("ZVSendRequest", "urlDecode", std::optional<std::string>(),
+                 [&]() -> std::optional<std::string> {
+                   if (!text) return std::nullopt;
+                   std::string decoded;
+                   decoded.reserve(text->size());
+                   for (std::size_t i = 0; i < text->size(); ++i) {
+                     char c = (*text)[i];
+                     int high = 0, low = 0;
+                     if (c == '%' && i + 2 < text->size() &&
+                         (high = hexDigit((*text)[i + 1])) >= 0 && (low = hexDigit((*text)[i + 2])) >= 0) {
+                       decoded.push_back(static_cast<char>(high * 16 + low));
+                       i += 2;
+                     } else {
+                       decoded.push_back(c);
+                     }
+                   }
+                   if (!Utf8::isValid(decoded)) return std::nullopt;
+                   return decoded;
+                 });
+}
+
+std::string ZVSendRequest::getMD5(std::optional<std::string_view> text) noexcept {
+  return guarded("ZVSendRequest", "getMD5", std::string("error-generate-md5"),
+                 [&] { return ZVHash::md5Hex(text); });
+}
+
+std::optional<std::string> ZVSendRequest::addArgumentToURL(std::string_view url, std::string_view key,
+                                                           std::string_view value) noexcept {
+  try {
+    std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> handle(curl_url(), &curl_url_cleanup);
+    std::string text(url);
+    if (!handle || curl_url_set(handle.get(), CURLUPART_URL, text.c_str(), CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK) {
+      return std::nullopt;
+    }
+    std::string item = fmt::format("{}={}", urlEncode(key).value_or(""), urlEncode(value).value_or(""));
+    char* rebuilt = nullptr;
+    if (curl_url_set(handle.get(), CURLUPART_QUERY, item.c_str(), CURLU_APPENDQUERY) != CURLUE_OK ||
+        curl_url_get(handle.get(), CURLUPART_URL, &rebuilt, 0) != CURLUE_OK || !rebuilt) {
+      return text;
+    }
+    std::string result(rebuilt);
+    curl_free(rebuilt);
+    return result;
+  } catch (...) {
+    ZVLog::system("[addArgumentToURL] Error add path item");
+    return std::string(url);
+  }
+}
+
+}  // namespace zivora

@@ -1,0 +1,69 @@
+#include "util/ZVHash.h"
+
+#include <fmt/format.h>
+#include <openssl/evp.h>
+#include <openssl/rand.h>
+
+#include <chrono>
+#include <memory>
+#include <stdexcept>
+
+#include "core/Context.h"
+#include "platform/dispatch/Runtime.h"
+#include "util/Guard.h"
+#include "util/ZVException.h"
+
+namespace zivora {
+
+namespace {
+
+constexpr std::string_view kRandomAlphabet = "abcdefghijklmnopqrstuvwxyz0123456789";
+constexpr std::size_t kRandomStringLength = 24;
+
+long long millisecondsSince1970() {
+  auto context = Context::current();
+  auto now = context ? context->runtime().clock().wallNow() : std::chrono::system_clock::now();
+  return std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count();
+}
+
+// A uniformly drawn index below `bound`, from the system's CSPRNG with
+// rejection of the biased tail.
+unsigned uniformBelow(unsigned bound) {
+  const unsigned limit = 256u - 256u % bound;
+  unsigned char byte = 0;
+  do {
+    if (RAND_bytes(&byte, 1) != 1) throw std::runtime_error("RAND_bytes failed");
+  } while (byte >= limit);
+  return byte % bound;
+}
+
+}  // namespace
+
+std::string ZVHash::md5Hex(std::optional<std::string_view> text) {
+  if (!text) throw ZVException("NSInvalidArgumentException", "nil text to hash");
+  unsigned char digest[EVP_MAX_MD_SIZE];
+  unsigned int length = 0;
+  if (EVP_Digest(text->data(), text->size(), digest, &length, EVP_md5(), nullptr) != 1) {
+    throw std::runtime_error("EVP_Digest(md5) failed");
+  }
+  std::string hex;
+  hex.reserve(length * 2);
+  for (unsigned int i = 0; i < length; ++i) fmt::format_to(std::back_inserter(hex), "{:02x}", digest[i]);
+  return hex;
+}
+
+std::string ZVHash::hashMD5(std::optional<std::string_view> text) noexcept {
+  return guarded("ZVHash", "hashMD5", std::string("exeption-generate-md5"), [&] { return md5Hex(text); });
+}
+
+std::string ZVHash::randomString() noexcept {
+  return guarded("ZVHash", "randomString", std::string("errorgeneraterandom"), [] {
+    std::string text = fmt::format("{}", millisecondsSince1970());
+    while (text.size() < kRandomStringLength) {
+      text.push_back(kRandomAlphabet[uniformBelow(static_cast<unsigned>(kRandomAlphabet.size()))]);
+    }
+    return text;
+  });
+}
+
+}  // namespace zivora
