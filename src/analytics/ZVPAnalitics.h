@@ -28,6 +28,9 @@ class ZVPAnalitics {
   virtual void sendException(const ZVException& exception, std::string_view className,
                              std::string_view method) noexcept;
 
+  // Told of every host callback the SDK makes; accepted and ignored.
+  virtual void sendInvokeDelegate(std::string_view shortName) noexcept;
+
   // Records a diagnostic event of kind `eventName` ("info" or "error").
   virtual void sendEvent(std::string_view eventName, std::string_view className,
                          std::string_view method, std::string_view message) noexcept;

@@ -16,6 +16,16 @@ void RecordingAnalytics::sendEvent(std::string_view eventName, std::string_view 
                      std::string(message)});
 }
 
+void RecordingAnalytics::sendInvokeDelegate(std::string_view shortName) noexcept {
+  std::lock_guard lock(mutex_);
+  invokedDelegates_.emplace_back(shortName);
+}
+
+std::vector<std::string> RecordingAnalytics::invokedDelegates() const {
+  std::lock_guard lock(mutex_);
+  return invokedDelegates_;
+}
+
 std::vector<RecordingAnalytics::Exception> RecordingAnalytics::exceptions() const {
   std::lock_guard lock(mutex_);
   return exceptions_;

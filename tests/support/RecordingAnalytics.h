@@ -24,13 +24,17 @@ class RecordingAnalytics final : public ZVPAnalitics {
   void sendEvent(std::string_view eventName, std::string_view className, std::string_view method,
                  std::string_view message) noexcept override;
 
+  void sendInvokeDelegate(std::string_view shortName) noexcept override;
+
   std::vector<Exception> exceptions() const;
+  std::vector<std::string> invokedDelegates() const;
   std::vector<Event> events() const;
 
  private:
   mutable std::mutex mutex_;
   std::vector<Exception> exceptions_;
   std::vector<Event> events_;
+  std::vector<std::string> invokedDelegates_;
 };
 
 }  // namespace zivora::test
