@@ -144,7 +144,10 @@ class ThreadQueue::Core {
       } else if (heap_.front().due <= SteadyClock::now()) {
         return popTop();
       } else {
-        wake_.wait_until(lock, heap_.front().due);
+        // A copy: wait_until reads its deadline again after the wait, when
+        // other threads may have moved the heap's storage.
+        const SteadyClock::time_point deadline = heap_.front().due;
+        wake_.wait_until(lock, deadline);
       }
     }
   }
