@@ -1,0 +1,56 @@
+#include "platform/linux/ThreadRuntime.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/linux/ThreadQueue.h"
+
+namespace zivora::dispatch {
+namespace {
+
+constexpr std::size_t kGlobalPoolThreads = 2;
+
+MainQueueMode fromHostMode(zivora::MainQueueMode mode) {
+  return mode == zivora::MainQueueMode::HostPumped ? MainQueueMode::HostPumped
+                                                   : MainQueueMode::OwnThread;
+}
+
+}  // namespace
+
+ThreadRuntime::ThreadRuntime(MainQueueMode mode)
+    : mode_(mode),
+      main_(std::make_unique<ThreadQueue>("main", mode == MainQueueMode::OwnThread ? 1 : 0)),
+      global_(std::make_unique<ThreadQueue>("global", kGlobalPoolThreads)) {}
+
+ThreadRuntime::ThreadRuntime(zivora::MainQueueMode mode) : ThreadRuntime(fromHostMode(mode)) {}
+
+ThreadRuntime::~ThreadRuntime() {
+  std::vector<std::weak_ptr<ThreadQueue>> serialQueues;
+  {
+    std::lock_guard lock(serialQueuesMutex_);
+    serialQueues.swap(serialQueues_);
+  }
+  for (const auto& weak : serialQueues) {
+    if (auto queue = weak.lock()) queue->stop();
+  }
+  main_->stop();
+  global_->stop();
+}
+
+std::shared_ptr<Queue> ThreadRuntime::makeSerialQueue(std::string label) {
+  auto queue = std::make_shared<ThreadQueue>(std::move(label), 1);
+  std::lock_guard lock(serialQueuesMutex_);
+  std::erase_if(serialQueues_, [](const auto& weak) { return weak.expired(); });
+  serialQueues_.push_back(queue);
+  return queue;
+}
+
+Queue& ThreadRuntime::mainQueue() { return *main_; }
+
+Queue& ThreadRuntime::globalQueue() { return *global_; }
+
+std::size_t ThreadRuntime::pumpMainQueue() {
+  return mode_ == MainQueueMode::HostPumped ? main_->runDue() : 0;
+}
+
+}  // namespace zivora::dispatch
