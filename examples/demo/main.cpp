@@ -144,7 +144,7 @@ int main(int argc, char** argv) {
                              .caFile = args->ca};
     auto context = std::make_shared<zivora::Context>(
         host, zivora::RuntimeOptions{
-                  .runtime = std::make_shared<zivora::dispatch::ThreadRuntime>(),
+                  .runtime = std::make_shared<zivora::dispatch::ThreadRuntime>(host.mainQueueMode),
                   .http = std::make_shared<zivora::platform::CurlHttpClient>(
                       zivora::platform::HttpClientOptions{.caFile = args->ca})});
     zivora::Context::install(context);

@@ -6,12 +6,14 @@
 
 #include "platform/dispatch/Clock.h"
 #include "platform/dispatch/Queue.h"
+#include "zivora/HostOptions.h"
 
 namespace zivora::dispatch {
 
 // Who runs the main queue: a thread the SDK owns, or the host, which calls
-// pumpMainQueue() once a frame from its own loop.
-enum class MainQueueMode { OwnThread, HostPumped };
+// pumpMainQueue() once a frame from its own loop. The host chooses it in
+// HostOptions.
+using MainQueueMode = zivora::MainQueueMode;
 
 // The seam through which every class gets its queues and its clock.
 class Runtime {

@@ -10,19 +10,12 @@ namespace {
 
 constexpr std::size_t kGlobalPoolThreads = 2;
 
-MainQueueMode fromHostMode(zivora::MainQueueMode mode) {
-  return mode == zivora::MainQueueMode::HostPumped ? MainQueueMode::HostPumped
-                                                   : MainQueueMode::OwnThread;
-}
-
 }  // namespace
 
 ThreadRuntime::ThreadRuntime(MainQueueMode mode)
     : mode_(mode),
       main_(std::make_unique<ThreadQueue>("main", mode == MainQueueMode::OwnThread ? 1 : 0)),
       global_(std::make_unique<ThreadQueue>("global", kGlobalPoolThreads)) {}
-
-ThreadRuntime::ThreadRuntime(zivora::MainQueueMode mode) : ThreadRuntime(fromHostMode(mode)) {}
 
 ThreadRuntime::~ThreadRuntime() {
   std::vector<std::weak_ptr<ThreadQueue>> serialQueues;

@@ -21,8 +21,6 @@ class ThreadQueue;
 class ThreadRuntime final : public Runtime {
  public:
   explicit ThreadRuntime(MainQueueMode mode = MainQueueMode::OwnThread);
-  // The host's setting, as HostOptions carries it.
-  explicit ThreadRuntime(zivora::MainQueueMode mode);
   ~ThreadRuntime() override;
   ThreadRuntime(const ThreadRuntime&) = delete;
   ThreadRuntime& operator=(const ThreadRuntime&) = delete;
