@@ -30,6 +30,8 @@ void ZVPAnalitics::sendException(const ZVException& exception, std::string_view 
   }
 }
 
+void ZVPAnalitics::appOpen() noexcept {}
+
 void ZVPAnalitics::sendInvokeDelegate(std::string_view) noexcept {}
 
 void ZVPAnalitics::sendEvent(std::string_view, std::string_view, std::string_view,

@@ -28,6 +28,9 @@ class ZVPAnalitics {
   virtual void sendException(const ZVException& exception, std::string_view className,
                              std::string_view method) noexcept;
 
+  // Records the application's start; the SDK calls it once at start-up.
+  virtual void appOpen() noexcept;
+
   // Told of every host callback the SDK makes; accepted and ignored.
   virtual void sendInvokeDelegate(std::string_view shortName) noexcept;
 

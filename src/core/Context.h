@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -11,6 +12,7 @@
 
 namespace zivora {
 
+class AdSide;
 class LogSink;
 class ZVPAnalitics;
 namespace dispatch {
@@ -41,6 +43,12 @@ struct RuntimeOptions {
   std::shared_ptr<platform::HttpClient> http = nullptr;
   std::shared_ptr<LogSink> log = nullptr;
   std::shared_ptr<ZVPAnalitics> analytics = nullptr;
+  // What the facade drives beyond the handshake (placements, downloads,
+  // events, rewards); null gives the build's own.
+  std::shared_ptr<AdSide> adSide = nullptr;
+  // How long one second of the protocol's retry schedules lasts. Integration
+  // tests on real time shorten it instead of waiting 5 s, 10 s ...
+  std::chrono::nanoseconds retryTimeUnit = std::chrono::seconds(1);
 };
 
 // Owns the options, the collaborators and every shared instance of the SDK.
@@ -63,6 +71,7 @@ class Context {
   dispatch::Runtime& runtime() const;
   platform::HttpClient& http() const;
   LogSink& log() const { return *runtime_.log; }
+  const RuntimeOptions& runtimeOptions() const { return runtime_; }
   ZVPAnalitics& analytics() const { return *runtime_.analytics; }
 
   // The context's one instance of T, made by `make` on first use.

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "zivora/Export.h"
+#include "zivora/HostOptions.h"
+#include "zivora/ZivoraDelegate.h"
+
+namespace zivora {
+
+// The SDK's whole public surface. Call initializeWithAppId() once, early;
+// then set a delegate and cache or show ads per placement. Every operation
+// is safe from any thread, never throws, and returns at once: network and
+// disk work run on the SDK's own queues.
+//
+// Until the ad server has answered the start-up handshake, cacheVideo() and
+// showVideo() calls are parked and replayed afterwards. If the handshake
+// fails twice in a row, parked and new calls fail with
+// ZivoraErrorInitializationFailed while the SDK keeps retrying (after 5, 10,
+// 15 … seconds, at most 120 s apart). Problems are reported in the log as
+// lines starting "[Zivora]" and to the delegate as error codes.
+class ZIVORA_API Zivora {
+ public:
+  Zivora() = delete;
+
+  // Starts the SDK with the application id the ad server issued. A second
+  // call logs a warning and changes nothing.
+  static void initializeWithAppId(const std::string& appId) noexcept;
+  static void initializeWithAppId(const std::string& appId, const HostOptions& options) noexcept;
+
+  // Your own user id, sent with ad requests (nullopt clears it).
+  static void setAppUserId(std::optional<std::string> userId) noexcept;
+
+  // The object that hears about ads. Set it after initializeWithAppId(): a
+  // delegate set before is dropped. The SDK keeps it alive until replaced.
+  static void setDelegate(std::shared_ptr<ZivoraDelegate> delegate) noexcept;
+  // The SDK's dispatcher of delegate callbacks (null before initialisation).
+  static std::shared_ptr<ZivoraDelegate> delegate() noexcept;
+
+  // Shows the placement's ad full screen, downloading it first if needed.
+  // While another ad shows or waits to show, the call caches instead.
+  static void showVideo(const std::string& placement) noexcept;
+  // Downloads the placement's ad so that a later showVideo() starts at once;
+  // the delegate hears videoDidCache() or videoDidFailToLoad().
+  static void cacheVideo(const std::string& placement) noexcept;
+  static bool isReadyVideo(const std::string& placement) noexcept;
+
+  // Reports an in-app purchase. `amount` must be a finite non-negative
+  // number and both texts non-empty, or the call is refused with a log line.
+  static void purchaseEvent(double amount, std::optional<std::string> currency,
+                            std::optional<std::string> transactionId) noexcept;
+
+  // Switches the SDK's debug log lines on or off (warnings always show).
+  static void logEnable(bool enable) noexcept;
+
+  // Fetches the rewards the server granted this user; the delegate hears
+  // receiveMotivatedRewards() or failedRequestMotivatedRewards(). Before the
+  // handshake has finished, the request waits for it.
+  static void requestMotivatedRewards() noexcept;
+  // Tells the server these rewards were paid out.
+  static void removeMotivatedRewards(const std::vector<std::string>& rewardIds) noexcept;
+
+  // With MainQueueMode::HostPumped: runs the SDK's due main-queue work on
+  // the calling thread. Call it once a frame, also while no ad shows.
+  // Returns the number of tasks run.
+  static std::size_t pump() noexcept;
+};
+
+}  // namespace zivora

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+
+#include "core/AdSide.h"
+
+namespace zivora {
+
+class ZivoraDelegate;
+
+// The ad side of this build: it keeps the cache directory safe to clean but
+// carries no placement, download or event layer yet, so placements fail at
+// once with ZivoraErrorInitializationFailed instead of leaving the host
+// waiting, and purchase and reward calls are logged and dropped.
+class DefaultAdSide final : public AdSide {
+ public:
+  DefaultAdSide(std::filesystem::path cacheDirectory, std::shared_ptr<ZivoraDelegate> delegate);
+
+  void startUp() override;
+  void serverConnected() override {}
+  void purchaseEvent(double amount, const std::string& currency,
+                     const std::string& transactionId) override;
+  void unreserveAll(const std::string&) override {}
+  void removeFile(const std::string& fileName) override;
+  void newVideoManager() override {}
+  void showVideo(const std::string& placement) override;
+  void cacheVideo(const std::string& placement) override;
+  bool isReadyVideo(const std::string&) override { return false; }
+  bool isRequestShow() override { return false; }
+  void requestMotivatedRewards() override;
+  void removeMotivatedRewards(const std::vector<std::string>& rewardIds) override;
+
+ private:
+  void unavailable(const std::string& placement);
+
+  std::filesystem::path cacheDirectory_;
+  std::shared_ptr<ZivoraDelegate> delegate_;
+};
+
+}  // namespace zivora

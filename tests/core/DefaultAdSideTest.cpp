@@ -1,0 +1,66 @@
+// A server-listed name can only ever remove a regular file in the cache.
+#include "core/DefaultAdSide.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "core/InvokeDelegateHelper.h"
+#include "support/ScopedContext.h"
+#include "support/TempDir.h"
+
+namespace zivora {
+namespace {
+
+namespace fs = std::filesystem;
+
+void touch(const fs::path& path) { std::ofstream(path) << "x"; }
+
+TEST(DefaultAdSide, RemovesOnlyRegularFilesDirectlyInTheCache) {
+  test::ScopedContext scope;
+  test::TempDir root;
+  fs::path cache = root.path() / "Caches" / "Zivora";
+  DefaultAdSide side(cache, std::make_shared<InvokeDelegateHelper>());
+  side.startUp();
+  touch(cache / "abc.mp4");
+  touch(root.path() / "outside");
+  touch(root.path() / "target");
+  fs::create_symlink(root.path() / "target", cache / "link");
+  fs::create_directory(cache / "sub");
+  touch(cache / "sub" / "inner");
+
+  for (const char* name : {"abc.mp4", "../outside", "/etc/hostname", "link", "sub", ".", "..", ""}) {
+    side.removeFile(name);
+  }
+
+  EXPECT_FALSE(fs::exists(cache / "abc.mp4"));
+  EXPECT_TRUE(fs::exists(root.path() / "outside"));
+  EXPECT_TRUE(fs::exists(root.path() / "target"));
+  EXPECT_TRUE(fs::is_symlink(cache / "link"));
+  EXPECT_TRUE(fs::exists(cache / "sub" / "inner"));
+  EXPECT_TRUE(scope.log().contains("[ZVResourceManager][removeFile] file: ../outside"));
+  EXPECT_TRUE(scope.log().contains("[ZVResourceManager][removeFile] Warning! Can't remove file: ../outside"));
+  EXPECT_FALSE(scope.log().contains("[ZVResourceManager][removeFile] Warning! Can't remove file: abc.mp4"));
+}
+
+TEST(DefaultAdSide, PlacementsFailAtOnceWhileNoPlacementLayerIsLinked) {
+  test::ScopedContext scope;
+  struct Failures final : ZivoraDelegate {
+    void videoDidFailToLoad(const std::string& placement, std::uint64_t error) override {
+      seen.push_back(placement + ":" + std::to_string(error));
+    }
+    std::vector<std::string> seen;
+  };
+  auto helper = std::make_shared<InvokeDelegateHelper>();
+  auto host = std::make_shared<Failures>();
+  helper->setDelegate(host);
+  test::TempDir root;
+  DefaultAdSide side(root.path(), helper);
+  side.showVideo("a");
+  side.cacheVideo("b");
+  EXPECT_FALSE(side.isReadyVideo("a"));
+  EXPECT_EQ(host->seen, (std::vector<std::string>{"a:3", "b:3"}));
+}
+
+}  // namespace
+}  // namespace zivora
