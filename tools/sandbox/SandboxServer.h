@@ -29,9 +29,9 @@ namespace zivora::sandbox {
 
 struct SandboxOptions {
   // ca.pem, server.pem and server-key.pem; made on start when missing.
-  std::filesystem::path certDirectory;
+  std::filesystem::path certDirectory{};
   // Served under /files/; empty serves nothing.
-  std::filesystem::path filesDirectory;
+  std::filesystem::path filesDirectory{};
   std::string host = "127.0.0.1";
   // 0 lets the system choose a free port.
   int port = 0;

@@ -5,6 +5,7 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <chrono>
 #include <exception>
 #include <memory>
 #include <mutex>
@@ -22,11 +23,19 @@ CURLcode globalInitResult() {
   return result;
 }
 
+using SteadyClock = std::chrono::steady_clock;
+
 // What one exchange collects while libcurl runs it.
 struct Transfer {
   std::size_t maxBodyBytes = 0;
   std::string body;
   bool overCap = false;
+
+  SteadyClock::duration idleLimit{};
+  SteadyClock::time_point lastActivity{};
+  curl_off_t bytesDown = 0;
+  curl_off_t bytesUp = 0;
+  bool idle = false;
 };
 
 // Called for every header line of every response in the exchange (1xx,
@@ -48,6 +57,25 @@ size_t onBody(char* data, size_t size, size_t count, void* user) {
   }
   transfer->body.append(data, bytes);
   return bytes;
+}
+
+// libcurl's own low-speed check averages over a window of about five
+// seconds that still holds the bytes of the upload, so a server that takes
+// the body and then goes silent is noticed only some five seconds after the
+// limit. Here the limit counts from the last byte that moved either way.
+// libcurl calls this at least once a second while a transfer waits.
+int onProgress(void* user, curl_off_t, curl_off_t down, curl_off_t, curl_off_t up) {
+  auto* transfer = static_cast<Transfer*>(user);
+  const SteadyClock::time_point now = SteadyClock::now();
+  if (down != transfer->bytesDown || up != transfer->bytesUp) {
+    transfer->bytesDown = down;
+    transfer->bytesUp = up;
+    transfer->lastActivity = now;
+    return 0;
+  }
+  if (now - transfer->lastActivity < transfer->idleLimit) return 0;
+  transfer->idle = true;
+  return 1;  // aborts the transfer
 }
 
 bool isContentLength(std::string_view name) {
@@ -118,7 +146,8 @@ void setTransportOptions(CURL* easy, const HttpClientOptions& options) {
                    static_cast<long>(std::max<std::chrono::milliseconds::rep>(
                        1, options.connectTimeout.count())));
   // An inactivity limit instead of a total timeout: a slow but moving
-  // transfer may take as long as it needs.
+  // transfer may take as long as it needs. onProgress enforces it
+  // precisely; libcurl's own check stays as a backstop.
   curl_easy_setopt(easy, CURLOPT_LOW_SPEED_LIMIT, 1L);
   curl_easy_setopt(easy, CURLOPT_LOW_SPEED_TIME, wholeSecondsAtLeastOne(options.lowSpeedTime));
 }
@@ -145,6 +174,8 @@ HttpResponse CurlHttpClient::perform(const HttpRequest& request) {
     HeaderList headers = makeHeaderList(request);
     Transfer transfer;
     transfer.maxBodyBytes = options_.maxBodyBytes;
+    transfer.idleLimit = options_.lowSpeedTime;
+    transfer.lastActivity = SteadyClock::now();
     char errorBuffer[CURL_ERROR_SIZE] = {};
 
     CURL* handle = easy.get();
@@ -155,12 +186,18 @@ HttpResponse CurlHttpClient::perform(const HttpRequest& request) {
     curl_easy_setopt(handle, CURLOPT_HEADERDATA, &transfer);
     curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, onBody);
     curl_easy_setopt(handle, CURLOPT_WRITEDATA, &transfer);
+    curl_easy_setopt(handle, CURLOPT_NOPROGRESS, 0L);
+    curl_easy_setopt(handle, CURLOPT_XFERINFOFUNCTION, onProgress);
+    curl_easy_setopt(handle, CURLOPT_XFERINFODATA, &transfer);
     setTransportOptions(handle, options_);
     setMethodAndBody(handle, request);
 
     const CURLcode result = curl_easy_perform(handle);
     if (transfer.overCap) {
       return failure(fmt::format("reply body exceeds the limit of {} bytes", options_.maxBodyBytes));
+    }
+    if (transfer.idle) {
+      return failure(fmt::format("no data moved for {} ms", options_.lowSpeedTime.count()));
     }
     if (result != CURLE_OK) {
       return failure(fmt::format("{} ({}): {}", curl_easy_strerror(result),
