@@ -7,6 +7,7 @@
 #include <chrono>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "CertificateAuthority.h"
 #include "SandboxServer.h"
