@@ -1,1 +1,334 @@
 #include "SandboxServer.h"
+
+#include <httplib.h>
+
+#include <fmt/format.h>
+
+#include <array>
+#include <stdexcept>
+#include <string_view>
+
+#include "CertificateAuthority.h"
+#include "FileResponder.h"
+#include "SignedForm.h"
+
+namespace zivora::sandbox {
+namespace {
+
+using nlohmann::json;
+
+constexpr std::string_view kAdPath = "/HandleRequestV3.php";
+constexpr std::string_view kAnalyticsPath = "/ProfilingEvent.php";
+constexpr const char* kJson = "application/json";
+
+// httplib puts the peer's and its own address among the request headers;
+// they were never sent by the client.
+constexpr std::array<std::string_view, 4> kPseudoHeaders{"REMOTE_ADDR", "REMOTE_PORT",
+                                                         "LOCAL_ADDR", "LOCAL_PORT"};
+
+bool isPseudoHeader(std::string_view name) {
+  for (std::string_view pseudo : kPseudoHeaders) {
+    if (name == pseudo) return true;
+  }
+  return false;
+}
+
+json errorReply(int code, std::string_view why) {
+  return {{"error", code}, {"message", why}};
+}
+
+// The request's name when Params is a document with exactly one member.
+const json* onlyMember(const json& document, std::string* name) {
+  if (!document.is_object() || document.size() != 1) return nullptr;
+  *name = document.begin().key();
+  return &document.begin().value();
+}
+
+std::string requestNameOf(const std::string& params) {
+  const json document = json::parse(params, nullptr, false);
+  std::string name;
+  onlyMember(document, &name);
+  return name;
+}
+
+void sendTruncated(httplib::Response& response) {
+  const std::string full = json{{"error", 0}, {"padding", std::string(2048, 'x')}}.dump();
+  const std::string half = full.substr(0, full.size() / 2);
+  // The full length goes into Content-Length; returning false after half of
+  // it makes httplib drop the connection.
+  response.set_content_provider(full.size(), kJson,
+                                [half](std::size_t, std::size_t, httplib::DataSink& sink) {
+                                  sink.write(half.data(), half.size());
+                                  return false;
+                                });
+}
+
+std::filesystem::path defaultCertDirectory() {
+  return std::filesystem::temp_directory_path() / "zivora-sandbox-certs";
+}
+
+}  // namespace
+
+SandboxServer::SandboxServer(SandboxOptions options) : options_(std::move(options)) {
+  if (options_.certDirectory.empty()) options_.certDirectory = defaultCertDirectory();
+  handlers_["getInitialization"] = [this](const json&) { return initializationReply(); };
+}
+
+SandboxServer::~SandboxServer() { stop(); }
+
+int SandboxServer::start() {
+  if (server_) throw std::runtime_error("the sandbox is already started");
+  const CertificatePaths paths = CertificateAuthority::ensure(options_.certDirectory);
+  server_ = std::make_unique<httplib::SSLServer>(paths.serverCert.c_str(),
+                                                 paths.serverKey.c_str());
+  if (!server_->is_valid()) throw std::runtime_error("the sandbox's TLS setup failed");
+  // Without it every small TLS exchange waits on Nagle's algorithm.
+  server_->set_tcp_nodelay(true);
+  // Idle keep-alive connections hold a worker that stop() has to wait for.
+  server_->set_keep_alive_timeout(1);
+  installRoutes();
+
+  if (options_.port == 0) {
+    port_ = server_->bind_to_any_port(options_.host);
+  } else {
+    port_ = server_->bind_to_port(options_.host, options_.port) ? options_.port : -1;
+  }
+  if (port_ <= 0) throw std::runtime_error(fmt::format("cannot bind {}", options_.host));
+
+  listener_ = std::thread([this] {
+    server_->listen_after_bind();
+    listenerDone_ = true;
+  });
+  // httplib's stop() does nothing until the accept loop runs; wait for it so
+  // that a stop() right after start() cannot be lost. Connections made in
+  // the meantime already queue on the bound socket.
+  while (!server_->is_running() && !listenerDone_) std::this_thread::yield();
+  return port_;
+}
+
+void SandboxServer::stop() {
+  if (!server_) return;
+  {
+    std::lock_guard lock(mutex_);
+    stopping_ = true;
+  }
+  changed_.notify_all();
+  server_->stop();
+  if (listener_.joinable()) listener_.join();
+}
+
+std::string SandboxServer::baseUrl() const {
+  return fmt::format("https://{}:{}", options_.host, port_);
+}
+
+std::string SandboxServer::adEndpoint() const { return baseUrl() + std::string(kAdPath); }
+
+std::string SandboxServer::analyticsEndpoint() const {
+  return baseUrl() + std::string(kAnalyticsPath);
+}
+
+std::string SandboxServer::fileUrl(std::string_view name) const {
+  return fmt::format("{}/files/{}", baseUrl(), name);
+}
+
+std::string SandboxServer::caFile() const {
+  return CertificateAuthority::pathsIn(options_.certDirectory).caFile.string();
+}
+
+void SandboxServer::setHandler(const std::string& requestName, RequestHandler handler) {
+  std::lock_guard lock(mutex_);
+  handlers_[requestName] = std::move(handler);
+}
+
+void SandboxServer::misbehave(Misbehaviour::Kind kind, int count, int errorCode) {
+  std::lock_guard lock(mutex_);
+  for (int i = 0; i < count; ++i) misbehaviours_.push_back({kind, errorCode});
+}
+
+void SandboxServer::releaseStalled() {
+  {
+    std::lock_guard lock(mutex_);
+    ++releases_;
+  }
+  changed_.notify_all();
+}
+
+std::vector<ReceivedRequest> SandboxServer::received() const {
+  std::lock_guard lock(mutex_);
+  return received_;
+}
+
+void SandboxServer::clearReceived() {
+  std::lock_guard lock(mutex_);
+  received_.clear();
+}
+
+bool SandboxServer::waitForReceived(std::size_t count, std::chrono::milliseconds timeout) const {
+  std::unique_lock lock(mutex_);
+  return changed_.wait_for(lock, timeout, [&] { return received_.size() >= count; });
+}
+
+void SandboxServer::installRoutes() {
+  using httplib::Request;
+  using httplib::Response;
+  server_->Post(std::string(kAdPath),
+                [this](const Request& request, Response& response) {
+                  handleAdRequest(request, response);
+                });
+  server_->Post(std::string(kAnalyticsPath),
+                [this](const Request& request, Response& response) {
+                  handleAnalytics(request, response);
+                });
+  server_->Get(R"(/files/(.+))", [this](const Request& request, Response& response) {
+    record(recordOf(request));
+    FileResponder(options_.filesDirectory).respond(request.matches[1].str(), request, response);
+  });
+  auto control = [this](const Request& request, Response& response) {
+    handleControl(request, response);
+  };
+  server_->Get(R"(/control/\w+)", control);
+  server_->Post(R"(/control/\w+)", control);
+}
+
+ReceivedRequest SandboxServer::recordOf(const httplib::Request& request) const {
+  ReceivedRequest entry;
+  entry.method = request.method;
+  entry.path = request.path;
+  for (const auto& [name, value] : request.headers) {
+    if (!isPseudoHeader(name)) entry.headers.emplace_back(name, value);
+  }
+  entry.body = request.body;
+  return entry;
+}
+
+void SandboxServer::record(ReceivedRequest entry) {
+  {
+    std::lock_guard lock(mutex_);
+    received_.push_back(std::move(entry));
+  }
+  changed_.notify_all();
+}
+
+void SandboxServer::handleAdRequest(const httplib::Request& request, httplib::Response& response) {
+  ReceivedRequest entry = recordOf(request);
+  const SignedForm form = SignedForm::parse(entry.body);
+  entry.params = form.params;
+  entry.md5Valid = form.md5Valid;
+  entry.requestName = requestNameOf(form.params);
+  record(entry);
+
+  if (auto misbehaviour = takeMisbehaviour()) {
+    if (misbehaviour->kind != Misbehaviour::Kind::Stall) return actOut(*misbehaviour, response);
+    if (!stall()) {
+      response.status = 503;
+      return;
+    }
+  }
+  response.set_content(dispatch(entry).dump(), kJson);
+}
+
+json SandboxServer::dispatch(const ReceivedRequest& entry) {
+  if (!entry.md5Valid) return errorReply(1, "md5 does not match Params");
+  const json document = json::parse(entry.params, nullptr, false);
+  std::string name;
+  const json* body = onlyMember(document, &name);
+  if (!body) return errorReply(1, "Params is not a document with one request");
+  RequestHandler handler;
+  {
+    std::lock_guard lock(mutex_);
+    if (auto found = handlers_.find(name); found != handlers_.end()) handler = found->second;
+  }
+  if (!handler) return errorReply(1, "unknown request");
+  return handler(*body);
+}
+
+json SandboxServer::initializationReply() const {
+  return {{"closeButtonURL", fileUrl("close.png")},
+          {"soundOnButtonURL", fileUrl("sound_on.png")},
+          {"soundOffButtonURL", fileUrl("sound_off.png")}};
+}
+
+std::optional<Misbehaviour> SandboxServer::takeMisbehaviour() {
+  std::lock_guard lock(mutex_);
+  if (misbehaviours_.empty()) return std::nullopt;
+  Misbehaviour next = misbehaviours_.front();
+  misbehaviours_.pop_front();
+  return next;
+}
+
+void SandboxServer::actOut(const Misbehaviour& misbehaviour, httplib::Response& response) {
+  using Kind = Misbehaviour::Kind;
+  response.status = 200;
+  switch (misbehaviour.kind) {
+    case Kind::HttpError:
+      response.status = 500;
+      response.set_content(
+          "<html><head><title>500 Internal Server Error</title></head>"
+          "<body><h1>Internal Server Error</h1></body></html>",
+          "text/html");
+      return;
+    case Kind::ErrorReply:
+      response.set_content(json{{"error", misbehaviour.errorCode}}.dump(), kJson);
+      return;
+    case Kind::Garbage:
+      response.set_content("<b>Warning</b>: this is not JSON {", "text/html");
+      return;
+    case Kind::EmptyBody:
+      response.set_content("", kJson);
+      return;
+    case Kind::JsonArray:
+      response.set_content(R"([{"error":0},1,"two"])", kJson);
+      return;
+    case Kind::JsonScalar:
+      response.set_content("42", kJson);
+      return;
+    case Kind::CloseMidBody:
+      sendTruncated(response);
+      return;
+    case Kind::Stall:
+      return;  // handled by the caller, which may go on to answer
+  }
+}
+
+bool SandboxServer::stall() {
+  std::unique_lock lock(mutex_);
+  const std::uint64_t seen = releases_;
+  changed_.wait(lock, [&] { return stopping_ || releases_ != seen; });
+  return !stopping_;
+}
+
+void SandboxServer::handleAnalytics(const httplib::Request& request, httplib::Response& response) {
+  record(recordOf(request));
+  response.set_content(R"({"Status":"Accepted"})", kJson);
+}
+
+void SandboxServer::handleControl(const httplib::Request& request, httplib::Response& response) {
+  const std::string& path = request.path;
+  if (path == "/control/received" && request.method == "GET") {
+    json list = json::array();
+    for (const ReceivedRequest& entry : received()) list.push_back(entry.toJson());
+    // Recorded bodies may hold bytes that are not UTF-8: replace, don't fail.
+    response.set_content(list.dump(-1, ' ', false, json::error_handler_t::replace), kJson);
+  } else if (path == "/control/misbehave" && request.method == "POST") {
+    const auto kind = Misbehaviour::kindNamed(request.get_param_value("kind"));
+    if (!kind) {
+      response.status = 400;
+      response.set_content("unknown kind", "text/plain");
+      return;
+    }
+    const std::string count = request.get_param_value("count");
+    const std::string code = request.get_param_value("error");
+    misbehave(*kind, count.empty() ? 1 : std::stoi(count), code.empty() ? 1 : std::stoi(code));
+    response.set_content("{}", kJson);
+  } else if (path == "/control/release" && request.method == "POST") {
+    releaseStalled();
+    response.set_content("{}", kJson);
+  } else if (path == "/control/clear" && request.method == "POST") {
+    clearReceived();
+    response.set_content("{}", kJson);
+  } else {
+    response.status = 404;
+  }
+}
+
+}  // namespace zivora::sandbox

@@ -1,8 +1,112 @@
 #pragma once
 
+#include <nlohmann/json.hpp>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Misbehaviour.h"
+#include "ReceivedRequest.h"
+
+namespace httplib {
+class SSLServer;
+struct Request;
+struct Response;
+}  // namespace httplib
+
 namespace zivora::sandbox {
 
-// Placeholder until the sandbox server lands.
-class SandboxServer {};
+struct SandboxOptions {
+  // ca.pem, server.pem and server-key.pem; made on start when missing.
+  std::filesystem::path certDirectory{};
+  // Served under /files/; empty serves nothing.
+  std::filesystem::path filesDirectory{};
+  std::string host = "127.0.0.1";
+  // 0 lets the system choose a free port.
+  int port = 0;
+};
+
+// A scripted ad server on loopback TLS. It checks the SDK's signed requests,
+// answers them from a table of request handlers, serves files with byte
+// ranges, records everything it receives and misbehaves on demand.
+class SandboxServer {
+ public:
+  // Turns the request's JSON value (the document's only member) into the
+  // reply document.
+  using RequestHandler = std::function<nlohmann::json(const nlohmann::json& request)>;
+
+  explicit SandboxServer(SandboxOptions options);
+  ~SandboxServer();
+  SandboxServer(const SandboxServer&) = delete;
+  SandboxServer& operator=(const SandboxServer&) = delete;
+
+  // Makes the certificates if needed, binds and starts serving; returns the
+  // port. Throws std::runtime_error when it cannot.
+  int start();
+  // Releases stalled requests and stops; returns when every worker is done.
+  void stop();
+
+  int port() const { return port_; }
+  std::string baseUrl() const;
+  std::string adEndpoint() const;
+  std::string analyticsEndpoint() const;
+  std::string fileUrl(std::string_view name) const;
+  std::string caFile() const;
+
+  // Replaces or adds the handler for a request name ("getInitialization",
+  // "getVideo", ...). Requests without a handler get {"error": 1}.
+  void setHandler(const std::string& requestName, RequestHandler handler);
+
+  // The next `count` ad endpoint requests get `kind` (after any already queued).
+  void misbehave(Misbehaviour::Kind kind, int count = 1, int errorCode = 1);
+  // Lets every stalled request go on and answer normally.
+  void releaseStalled();
+
+  std::vector<ReceivedRequest> received() const;
+  void clearReceived();
+  // Waits until at least `count` requests have been recorded since the last
+  // clearReceived(); false on timeout.
+  bool waitForReceived(std::size_t count, std::chrono::milliseconds timeout) const;
+
+ private:
+  void installRoutes();
+  void handleAdRequest(const httplib::Request& request, httplib::Response& response);
+  void handleAnalytics(const httplib::Request& request, httplib::Response& response);
+  void handleControl(const httplib::Request& request, httplib::Response& response);
+  void record(ReceivedRequest entry);
+  ReceivedRequest recordOf(const httplib::Request& request) const;
+  nlohmann::json dispatch(const ReceivedRequest& entry);
+  nlohmann::json initializationReply() const;
+  std::optional<Misbehaviour> takeMisbehaviour();
+  void actOut(const Misbehaviour& misbehaviour, httplib::Response& response);
+  // Blocks until releaseStalled() or stop(); false when stopping.
+  bool stall();
+
+  SandboxOptions options_;
+  int port_ = 0;
+  std::unique_ptr<httplib::SSLServer> server_;
+  std::thread listener_;
+  std::atomic<bool> listenerDone_{false};
+
+  mutable std::mutex mutex_;
+  mutable std::condition_variable changed_;
+  std::vector<ReceivedRequest> received_;
+  std::deque<Misbehaviour> misbehaviours_;
+  std::map<std::string, RequestHandler> handlers_;
+  std::uint64_t releases_ = 0;
+  bool stopping_ = false;
+};
 
 }  // namespace zivora::sandbox

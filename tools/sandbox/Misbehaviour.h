@@ -1,0 +1,31 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace zivora::sandbox {
+
+// A scripted fault for one request to the ad endpoint.
+struct Misbehaviour {
+  enum class Kind {
+    HttpError,     // status 500 with an HTML page
+    ErrorReply,    // 200 with {"error": errorCode}
+    Garbage,       // 200 with text that is not JSON
+    EmptyBody,     // 200 with no body
+    JsonArray,     // 200 with a JSON array
+    JsonScalar,    // 200 with a bare JSON number
+    CloseMidBody,  // Content-Length announced, half the body sent, connection closed
+    Stall,         // nothing sent until released or the server stops
+  };
+
+  Kind kind = Kind::HttpError;
+  int errorCode = 1;
+
+  // The names used by the HTTP control endpoint: "http-error", "error-reply",
+  // "garbage", "empty", "json-array", "json-scalar", "close-mid-body", "stall".
+  static std::optional<Kind> kindNamed(std::string_view name);
+  static std::string_view nameOf(Kind kind);
+};
+
+}  // namespace zivora::sandbox
