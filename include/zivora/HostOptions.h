@@ -39,8 +39,8 @@ struct HostOptions {
   // still wins.
   std::string adEndpoint;
   std::string analyticsEndpoint;
-  // A PEM bundle of extra certificate authorities for private servers.
-  // Server certificates are always verified.
+  // A PEM bundle of the certificate authorities to trust instead of the
+  // system's, for private servers. Server certificates are always verified.
   std::string caFile;
   bool limitAdTracking = false;
   // A store receipt to attach to purchase events, if the host's store has one.

@@ -27,8 +27,9 @@ struct HttpResponse {
 
 // Settings of the blocking request client; tests shorten the timeouts.
 struct HttpClientOptions {
-  // Extra CA bundle (PEM) for private servers; empty uses the system store.
-  // Verification is never switched off.
+  // A CA bundle (PEM) to verify servers against instead of the system
+  // store, for private servers; empty uses the system store. Verification
+  // is never switched off.
   std::string caFile;
   std::chrono::milliseconds connectTimeout{std::chrono::seconds(30)};
   // A transfer slower than 1 byte/s for this long is abandoned.
