@@ -5,6 +5,8 @@
 #include <utility>
 
 #include "analytics/ZVPAnalitics.h"
+#include "platform/UserDefaults.h"
+#include "platform/linux/KeyValueDatabase.h"
 #include "util/LogSink.h"
 
 namespace zivora {
@@ -61,6 +63,22 @@ dispatch::Runtime& Context::runtime() const {
 platform::HttpClient& Context::http() const {
   if (!runtime_.http) throw std::logic_error("Context has no HTTP client");
   return *runtime_.http;
+}
+
+std::shared_ptr<platform::UserDefaults> Context::userDefaults(const std::string& suite) {
+  std::shared_ptr<platform::KeyValueDatabase> database;
+  {
+    // One attempt per context: a store that cannot be opened stays absent
+    // instead of being retried (and logged) on every read.
+    std::lock_guard lock(preferencesMutex_);
+    if (!preferencesOpened_) {
+      preferencesOpened_ = true;
+      preferences_ = platform::KeyValueDatabase::open(paths_.preferencesFile());
+    }
+    database = preferences_;
+  }
+  if (!database) return nullptr;
+  return std::make_shared<platform::UserDefaults>(std::move(database), suite);
 }
 
 std::shared_ptr<Context> Context::current() {

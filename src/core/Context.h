@@ -69,10 +69,16 @@ class Context {
   const Paths& paths() const { return paths_; }
   // Throw std::logic_error when the context was made without them.
   dispatch::Runtime& runtime() const;
+  bool hasRuntime() const noexcept { return runtime_.runtime != nullptr; }
   platform::HttpClient& http() const;
   LogSink& log() const { return *runtime_.log; }
   const RuntimeOptions& runtimeOptions() const { return runtime_; }
   ZVPAnalitics& analytics() const { return *runtime_.analytics; }
+
+  // The user-defaults suite `suite` over the preferences database, which is
+  // opened on first use. Null when the database cannot be opened (the
+  // failure is logged once).
+  std::shared_ptr<platform::UserDefaults> userDefaults(const std::string& suite);
 
   // The context's one instance of T, made by `make` on first use.
   template <class T, class Factory>
@@ -87,6 +93,10 @@ class Context {
   HostOptions host_;
   RuntimeOptions runtime_;
   Paths paths_;
+
+  std::mutex preferencesMutex_;
+  bool preferencesOpened_ = false;
+  std::shared_ptr<platform::KeyValueDatabase> preferences_;
 
   std::recursive_mutex instancesMutex_;
   std::map<std::type_index, std::shared_ptr<void>> instances_;

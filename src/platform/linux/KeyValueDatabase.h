@@ -1,0 +1,69 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <nlohmann/json_fwd.hpp>
+#include <optional>
+#include <string>
+#include <string_view>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace zivora::platform {
+
+// The one file behind every user-defaults suite: a SQLite database with one
+// table keyed by (suite, key) whose values are JSON texts, so a value keeps
+// its type (string, integer, double, boolean, array, object).
+//
+// Every write is its own committed transaction (WAL, synchronous=FULL): a
+// setter returns only once its value is on disk, and a failed write is
+// logged and answered with false, never dropped silently. One connection
+// serves all threads behind a mutex.
+class KeyValueDatabase {
+ public:
+  // Opens (creating if needed) the database at `file` and its directory.
+  // A file that is not a database or is corrupt is logged, moved aside as
+  // "<file>.corrupt-<timestamp>" with its -wal and -shm, and recreated. Any
+  // other failure (permissions, I/O, a directory or a regular file in the
+  // way) is logged and gives nullptr: the store is absent. Never throws.
+  static std::shared_ptr<KeyValueDatabase> open(const std::filesystem::path& file) noexcept;
+
+  ~KeyValueDatabase();
+  KeyValueDatabase(const KeyValueDatabase&) = delete;
+  KeyValueDatabase& operator=(const KeyValueDatabase&) = delete;
+
+  // The value under (suite, key); nullopt when there is none or it cannot
+  // be read (logged).
+  std::optional<nlohmann::json> read(std::string_view suite, std::string_view key) noexcept;
+  // True once the value is committed; false (logged) otherwise. Null and
+  // values that have no JSON text (NaN, invalid UTF-8) are refused.
+  bool write(std::string_view suite, std::string_view key, const nlohmann::json& value) noexcept;
+  // True once the key is gone (also when it was not there).
+  bool remove(std::string_view suite, std::string_view key) noexcept;
+
+  const std::filesystem::path& file() const { return file_; }
+
+ private:
+  struct StatementDeleter {
+    void operator()(sqlite3_stmt* statement) const noexcept;
+  };
+  using Statement = std::unique_ptr<sqlite3_stmt, StatementDeleter>;
+
+  KeyValueDatabase(std::filesystem::path file, sqlite3* connection);
+
+  bool prepareStatements();
+  // Runs a prepared write statement with (suite, key[, text]) bound.
+  bool execute(sqlite3_stmt* statement, std::string_view operation, std::string_view suite,
+               std::string_view key, const std::string* text);
+
+  std::filesystem::path file_;
+  std::mutex mutex_;
+  sqlite3* connection_;
+  Statement select_;
+  Statement upsert_;
+  Statement delete_;
+};
+
+}  // namespace zivora::platform
