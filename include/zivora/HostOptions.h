@@ -29,23 +29,23 @@ struct HostOptions {
   // Where the SDK keeps its cache, event queues and settings
   // (Caches/, Documents/, Preferences/). Default:
   // $XDG_DATA_HOME/<applicationName>/zivora.
-  std::string dataRoot;
+  std::string dataRoot{};
   // The host application's name and version, sent to the ad server and used
   // to keep two applications' identities apart. Default: the executable name.
-  std::string applicationName;
-  std::string applicationVersion;
+  std::string applicationName{};
+  std::string applicationVersion{};
   // The ad server and analytics endpoints. They replace the built-in
   // defaults only: an endpoint that the ad server itself later hands out
   // still wins.
-  std::string adEndpoint;
-  std::string analyticsEndpoint;
+  std::string adEndpoint{};
+  std::string analyticsEndpoint{};
   // A PEM bundle of the certificate authorities to trust instead of the
   // system's, for private servers. Server certificates are always verified.
-  std::string caFile;
+  std::string caFile{};
   bool limitAdTracking = false;
   // A store receipt to attach to purchase events, if the host's store has one.
-  std::string receiptFile;
-  SafeAreaInsets safeArea;
+  std::string receiptFile{};
+  SafeAreaInsets safeArea{};
   MainQueueMode mainQueueMode = MainQueueMode::OwnThread;
   // Logical screen size in points; 0 means "ask the display".
   int screenWidth = 0;

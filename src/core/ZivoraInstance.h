@@ -17,6 +17,7 @@ namespace zivora {
 
 class AdSide;
 class InvokeDelegateHelper;
+class ZivoraDelegate;
 
 // The hidden instance behind the Zivora facade: it owns the start-up queue
 // "com.zivora.main", runs the initialisation handshake with its retries,

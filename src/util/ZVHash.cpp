@@ -22,7 +22,7 @@ constexpr std::size_t kRandomStringLength = 24;
 
 long long millisecondsSince1970() {
   auto context = Context::current();
-  auto now = context ? context->runtime().clock().wallNow() : std::chrono::system_clock::now();
+  auto now = context && context->hasRuntime() ? context->runtime().clock().wallNow() : std::chrono::system_clock::now();
   return std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count();
 }
 

@@ -287,7 +287,7 @@ TEST_P(ZivoraNewUrlTest, AnythingButAnAbsoluteHttpsUrlIsIgnored) {
 INSTANTIATE_TEST_SUITE_P(BadValues, ZivoraNewUrlTest,
                          ::testing::Values(R"("http://plain.example/x")", R"("relative/path")",
                                            R"("file:///etc/passwd")", R"("https://")", R"("https:///x")",
-                                           R"("javascript:alert(1)")", "42", "null"));
+                                           R"x("javascript:alert(1)")x", "42", "null"));
 
 TEST_F(ZivoraTest, RemoveFilesPassesNamesNeverPaths) {
   http_->enqueue(200, R"({"removeFiles": ["../x", "/etc/passwd", "https://cdn.example/v/ad.mp4?sig=1", "abc.png"]})");
