@@ -1,28 +1,25 @@
 // The sample host application: starts the sandbox ad server unless told
-// where a server is, initialises against it over HTTPS and prints each step
-// with its time since start.
-#include <sys/utsname.h>
+// where a server is, initialises the SDK against it over HTTPS, parks a cache
+// request until the handshake has succeeded, and prints each step (and the
+// SDK's own log lines) with its time since start.
 #include <unistd.h>
 
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <future>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <thread>
 
 #include "SandboxProcess.h"
 #include "core/Context.h"
 #include "core/ZVConfiguration.h"
-#include "events/ZVSendRequest.h"
-#include "platform/dispatch/Runtime.h"
-#include "platform/linux/CurlHttpClient.h"
-#include "platform/linux/ThreadRuntime.h"
-#include "util/JsonConvert.h"
+#include "core/ZivoraInstance.h"
+#include "util/LogSink.h"
 #include "zivora/ZVConstants.h"
+#include "zivora/Zivora.h"
 
 namespace {
 
@@ -76,44 +73,34 @@ std::filesystem::path sandboxExecutable(const Arguments& args) {
   return self.parent_path().parent_path().parent_path() / "tools" / "sandbox" / "zivora-sandbox";
 }
 
-std::string osVersion() {
-  utsname name{};
-  uname(&name);
-  return std::string("Linux ") + name.release;
-}
+// Prints the SDK's own log lines with the demo's clock.
+class StepLog final : public zivora::LogSink {
+ public:
+  void write(zivora::LogLevel, std::string_view text) override { step("  sdk: " + std::string(text)); }
+};
 
-std::string initializationBody(const std::string& appId, const std::string& randomUID) {
-  nlohmann::json deviceInfo = {{zivora::TS_API_PLATFORM_ID, zivora::TS_PLATFORM_ID},
-                               {zivora::TS_API_RANDOM_UID, randomUID},
-                               {zivora::TS_API_SDK_VERSION, zivora::TS_AD_SDK_VERSION},
-                               {zivora::TS_API_OS_VERSION, *zivora::ZVSendRequest::urlEncode(osVersion())}};
-  return zivora::JsonConvert::serialize(
-      {{zivora::TS_API_GET_INITIALIZATION,
-        {{zivora::TS_API_APP_ID, appId}, {zivora::TS_API_DEVICE_INFO, deviceInfo}}}});
-}
+// Prints what the host hears.
+class PrintingDelegate final : public zivora::ZivoraDelegate {
+ public:
+  void videoDidCache(const std::string& placement) override { step("delegate: videoDidCache " + placement); }
+  void videoDidFailToLoad(const std::string& placement, std::uint64_t error) override {
+    step("delegate: videoDidFailToLoad " + placement + " error " + std::to_string(error));
+  }
+};
 
-// Posts the initialization request on a serial queue, as the SDK does, and
-// waits for the reply.
-bool initialize(zivora::Context& context, const std::string& appId) {
-  auto configuration = zivora::ZVConfiguration::shared();
-  configuration->setAppId(appId);
-  std::string randomUID = configuration->randomUID().value_or("");
-  step("install id " + randomUID);
-
-  auto queue = context.runtime().makeSerialQueue("com.zivora.main");
-  std::promise<bool> done;
-  queue->async([&] {
-    step("POST getInitialization to " + configuration->serverURL().value_or("?"));
-    zivora::ZVSendRequest::sendPost(initializationBody(appId, randomUID),
-                                    [&](const nlohmann::json* reply, int code) {
-                                      bool ok = code == 200 && reply &&
-                                                !zivora::JsonConvert::has(*reply, zivora::TS_API_ERROR);
-                                      step("reply " + std::to_string(code) + ": " +
-                                           (reply ? reply->dump() : std::string("(no object)")));
-                                      done.set_value(ok);
-                                    });
-  });
-  return done.get_future().get();
+// Waits for the handshake's reply to land in the settings: the sandbox's
+// reply names a close-button image.
+bool waitForHandshake(std::chrono::seconds limit) {
+  auto deadline = Clock::now() + limit;
+  while (Clock::now() < deadline) {
+    auto configuration = zivora::ZVConfiguration::shared();
+    if (auto closeButton = configuration ? configuration->closeButtonURL() : std::nullopt) {
+      step("handshake answered; close button image " + *closeButton);
+      return true;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  return false;
 }
 
 }  // namespace
@@ -139,20 +126,23 @@ int main(int argc, char** argv) {
 
     zivora::HostOptions host{.dataRoot = args->dataDir,
                              .applicationName = "zivora-demo",
+                             .applicationVersion = ZIVORA_VERSION_STRING,
                              .adEndpoint = args->server,
                              .analyticsEndpoint = args->analyticsServer,
                              .caFile = args->ca};
-    auto context = std::make_shared<zivora::Context>(
-        host, zivora::RuntimeOptions{
-                  .runtime = std::make_shared<zivora::dispatch::ThreadRuntime>(host.mainQueueMode),
-                  .http = std::make_shared<zivora::platform::CurlHttpClient>(
-                      zivora::platform::HttpClientOptions{.caFile = args->ca})});
-    zivora::Context::install(context);
-    step("data root " + args->dataDir);
+    // The sandbox listens on a new port each run: forget an endpoint it
+    // handed out last time, or the handshake would go there.
+    if (sandbox) std::filesystem::remove(std::filesystem::path(args->dataDir) / "Preferences" / "defaults.sqlite");
+    step("initializeWithAppId " + args->appId + ", data root " + args->dataDir);
+    zivora::ZivoraInstance::start(args->appId, host, zivora::RuntimeOptions{.log = std::make_shared<StepLog>()});
+    zivora::Zivora::setDelegate(std::make_shared<PrintingDelegate>());
+    step("cacheVideo rewarded (parked until the handshake succeeds)");
+    zivora::Zivora::cacheVideo("rewarded");
 
-    bool ok = initialize(*context, args->appId);
-    step(ok ? "initialization succeeded" : "initialization failed");
-    zivora::Context::install(nullptr);
+    bool ok = waitForHandshake(std::chrono::seconds(30));
+    step(ok ? "initialization succeeded" : "initialization did not succeed within 30 s");
+    step("install id " + zivora::ZVConfiguration::shared()->randomUID().value_or("?"));
+    zivora::ZivoraInstance::reset();
     return ok ? 0 : 1;
   } catch (const std::exception& error) {
     step(std::string("error: ") + error.what());

@@ -20,22 +20,12 @@ class ZVLog {
  public:
   template <class... Args>
   static void LogDebug(fmt::format_string<Args...> format, Args&&... args) noexcept {
-    if (!DEBUG_L0G_ENABLED.load(std::memory_order_relaxed)) return;
-    try {
-      emit(LogLevel::Debug, fmt::format(format, std::forward<Args>(args)...));
-    } catch (...) {
-      failed(LogLevel::Debug);
-    }
+    write(LogLevel::Debug, DEBUG_L0G_ENABLED, format, std::forward<Args>(args)...);
   }
 
   template <class... Args>
   static void LogWarning(fmt::format_string<Args...> format, Args&&... args) noexcept {
-    if (!WARNING_L0G_ENABLED.load(std::memory_order_relaxed)) return;
-    try {
-      emit(LogLevel::Warning, fmt::format(format, std::forward<Args>(args)...));
-    } catch (...) {
-      failed(LogLevel::Warning);
-    }
+    write(LogLevel::Warning, WARNING_L0G_ENABLED, format, std::forward<Args>(args)...);
   }
 
   // A line that is always written, whatever the switches say.
@@ -44,6 +34,17 @@ class ZVLog {
   static void logEnable(bool enable) noexcept;
 
  private:
+  template <class... Args>
+  static void write(LogLevel level, const std::atomic<bool>& enabled, fmt::format_string<Args...> format,
+                    Args&&... args) noexcept {
+    if (!enabled.load(std::memory_order_relaxed)) return;
+    try {
+      emit(level, fmt::format(format, std::forward<Args>(args)...));
+    } catch (...) {
+      failed(level);
+    }
+  }
+
   static void emit(LogLevel level, std::string_view text);
   static void failed(LogLevel level) noexcept;
 };

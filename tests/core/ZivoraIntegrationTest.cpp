@@ -86,11 +86,13 @@ TEST_F(ZivoraIntegrationTest, TwoFailuresThenSuccessAtTheThirdAttempt) {
   sandbox_.misbehave(Misbehaviour::Kind::CloseMidBody, 1);
   start(sandbox_.adEndpoint());
   Zivora::cacheVideo("early");
+  // A reward request waits for success and is made once it is complete.
+  Zivora::requestMotivatedRewards();
   // The second failure fails the parked call with error 3 ...
   ASSERT_TRUE(delegate_->waitFor(1));
   EXPECT_EQ(delegate_->failures(), std::vector<std::string>{"early:3"});
   // ... and the third attempt succeeds, after which calls reach the ad side.
-  ASSERT_TRUE(adSide_->waitForCall("newVideoManager", 10s));
+  ASSERT_TRUE(adSide_->waitForCall("requestMotivatedRewards", 10s));
   EXPECT_EQ(sandbox_.received().size(), 3u);
   Zivora::showVideo("late");
   EXPECT_TRUE(adSide_->waitForCall("show:late", 1s));

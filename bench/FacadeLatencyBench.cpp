@@ -1,0 +1,114 @@
+// How long each public call of the facade holds the host's thread while the
+// start-up handshake is under way against a stalled server, and once the SDK
+// is initialised. Baselines in the same run: a bare mutex lock/unlock and
+// handing a task to one of the SDK's serial queues (the least any call that
+// defers work must cost).
+//
+//   build/release/bench/zivora_bench_facade [iterations]
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <mutex>
+#include <vector>
+
+#include "SandboxServer.h"
+#include "core/ZivoraInstance.h"
+#include "platform/linux/CurlHttpClient.h"
+#include "platform/linux/ThreadRuntime.h"
+#include "util/LogSink.h"
+#include "zivora/Zivora.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+class SilentLog final : public zivora::LogSink {
+ public:
+  void write(zivora::LogLevel, std::string_view) override {}
+};
+
+struct Row {
+  std::string name;
+  double p50, p99, max;
+};
+
+Row measure(const std::string& name, int iterations, const std::function<void(int)>& call) {
+  std::vector<double> micros(iterations);
+  for (int i = 0; i < iterations; ++i) {
+    auto start = Clock::now();
+    call(i);
+    micros[i] = std::chrono::duration<double, std::micro>(Clock::now() - start).count();
+  }
+  std::sort(micros.begin(), micros.end());
+  return {name, micros[iterations / 2], micros[iterations * 99 / 100], micros.back()};
+}
+
+void print(const std::string& phase, const std::vector<Row>& rows) {
+  fmt::print("\n{}\n{:<34} {:>10} {:>10} {:>10}\n", phase, "call", "p50 µs", "p99 µs", "max µs");
+  for (const auto& row : rows) fmt::print("{:<34} {:>10.2f} {:>10.2f} {:>10.2f}\n", row.name, row.p50, row.p99, row.max);
+}
+
+std::vector<Row> facadeCalls(int iterations) {
+  auto delegate = std::make_shared<zivora::ZivoraDelegate>();
+  return {
+      measure("showVideo", iterations, [](int i) { zivora::Zivora::showVideo(fmt::format("p{}", i % 8)); }),
+      measure("cacheVideo", iterations, [](int i) { zivora::Zivora::cacheVideo(fmt::format("p{}", i % 8)); }),
+      measure("isReadyVideo", iterations, [](int) { zivora::Zivora::isReadyVideo("p0"); }),
+      measure("purchaseEvent", iterations, [](int) { zivora::Zivora::purchaseEvent(0.99, "USD", "t-1"); }),
+      measure("requestMotivatedRewards", iterations, [](int) { zivora::Zivora::requestMotivatedRewards(); }),
+      measure("removeMotivatedRewards", iterations, [](int) { zivora::Zivora::removeMotivatedRewards({"r1"}); }),
+      measure("setDelegate", iterations, [&](int) { zivora::Zivora::setDelegate(delegate); }),
+      measure("delegate", iterations, [](int) { zivora::Zivora::delegate(); }),
+      measure("logEnable", iterations, [](int) { zivora::Zivora::logEnable(true); }),
+      // Commits to the settings database before it returns, by design.
+      measure("setAppUserId (store commit)", std::min(iterations, 200),
+              [](int i) { zivora::Zivora::setAppUserId(fmt::format("user-{}", i)); }),
+  };
+}
+
+std::vector<Row> baselines(int iterations, zivora::dispatch::Runtime& runtime) {
+  std::mutex mutex;
+  auto queue = runtime.makeSerialQueue("bench.baseline");
+  return {
+      measure("baseline: mutex lock/unlock", iterations, [&](int) { std::lock_guard lock(mutex); }),
+      measure("baseline: serial queue async", iterations, [&](int) { queue->async([] {}); }),
+  };
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  int iterations = argc > 1 ? std::max(100, std::atoi(argv[1])) : 20000;
+  auto root = std::filesystem::temp_directory_path() / fmt::format("zivora-bench-{}", getpid());
+  zivora::sandbox::SandboxServer sandbox({.certDirectory = root / "certs"});
+  sandbox.start();
+  // The first handshake request stalls until released.
+  sandbox.misbehave(zivora::sandbox::Misbehaviour::Kind::Stall, 1);
+
+  auto runtime = std::make_shared<zivora::dispatch::ThreadRuntime>();
+  zivora::ZivoraInstance::start(
+      "bench-app", zivora::HostOptions{.dataRoot = (root / "data").string(), .adEndpoint = sandbox.adEndpoint()},
+      zivora::RuntimeOptions{.runtime = runtime,
+                             .http = std::make_shared<zivora::platform::CurlHttpClient>(
+                                 zivora::platform::HttpClientOptions{.caFile = sandbox.caFile()}),
+                             .log = std::make_shared<SilentLog>()});
+  sandbox.waitForReceived(1, std::chrono::seconds(10));
+
+  print("handshake under way (server stalled)", facadeCalls(iterations));
+  print("baselines", baselines(iterations, *runtime));
+
+  sandbox.misbehave(zivora::sandbox::Misbehaviour::Kind::Stall, 1000000);
+  sandbox.releaseStalled();
+  sandbox.waitForReceived(2, std::chrono::seconds(10));
+  print("initialised, server stalling every request", facadeCalls(iterations));
+
+  zivora::ZivoraInstance::reset();
+  sandbox.stop();
+  std::filesystem::remove_all(root);
+  return 0;
+}
