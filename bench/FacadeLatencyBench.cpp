@@ -52,18 +52,24 @@ Row measure(const std::string& name, int iterations, const std::function<void(in
 
 void print(const std::string& phase, const std::vector<Row>& rows) {
   fmt::print("\n{}\n{:<34} {:>10} {:>10} {:>10}\n", phase, "call", "p50 µs", "p99 µs", "max µs");
-  for (const auto& row : rows) fmt::print("{:<34} {:>10.2f} {:>10.2f} {:>10.2f}\n", row.name, row.p50, row.p99, row.max);
+  for (const auto& row : rows)
+    fmt::print("{:<34} {:>10.2f} {:>10.2f} {:>10.2f}\n", row.name, row.p50, row.p99, row.max);
 }
 
 std::vector<Row> facadeCalls(int iterations) {
   auto delegate = std::make_shared<zivora::ZivoraDelegate>();
   return {
-      measure("showVideo", iterations, [](int i) { zivora::Zivora::showVideo(fmt::format("p{}", i % 8)); }),
-      measure("cacheVideo", iterations, [](int i) { zivora::Zivora::cacheVideo(fmt::format("p{}", i % 8)); }),
+      measure("showVideo", iterations,
+              [](int i) { zivora::Zivora::showVideo(fmt::format("p{}", i % 8)); }),
+      measure("cacheVideo", iterations,
+              [](int i) { zivora::Zivora::cacheVideo(fmt::format("p{}", i % 8)); }),
       measure("isReadyVideo", iterations, [](int) { zivora::Zivora::isReadyVideo("p0"); }),
-      measure("purchaseEvent", iterations, [](int) { zivora::Zivora::purchaseEvent(0.99, "USD", "t-1"); }),
-      measure("requestMotivatedRewards", iterations, [](int) { zivora::Zivora::requestMotivatedRewards(); }),
-      measure("removeMotivatedRewards", iterations, [](int) { zivora::Zivora::removeMotivatedRewards({"r1"}); }),
+      measure("purchaseEvent", iterations,
+              [](int) { zivora::Zivora::purchaseEvent(0.99, "USD", "t-1"); }),
+      measure("requestMotivatedRewards", iterations,
+              [](int) { zivora::Zivora::requestMotivatedRewards(); }),
+      measure("removeMotivatedRewards", iterations,
+              [](int) { zivora::Zivora::removeMotivatedRewards({"r1"}); }),
       measure("setDelegate", iterations, [&](int) { zivora::Zivora::setDelegate(delegate); }),
       measure("delegate", iterations, [](int) { zivora::Zivora::delegate(); }),
       measure("logEnable", iterations, [](int) { zivora::Zivora::logEnable(true); }),
@@ -107,7 +113,8 @@ int main(int argc, char** argv) {
 
   auto runtime = std::make_shared<zivora::dispatch::ThreadRuntime>();
   zivora::ZivoraInstance::start(
-      "bench-app", zivora::HostOptions{.dataRoot = (root / "data").string(), .adEndpoint = sandbox.adEndpoint()},
+      "bench-app",
+      zivora::HostOptions{.dataRoot = (root / "data").string(), .adEndpoint = sandbox.adEndpoint()},
       zivora::RuntimeOptions{.runtime = runtime,
                              .http = std::make_shared<zivora::platform::CurlHttpClient>(
                                  zivora::platform::HttpClientOptions{.caFile = sandbox.caFile()}),

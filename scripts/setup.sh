@@ -10,8 +10,8 @@ packages=(
   libcurl4-openssl-dev libssl-dev nlohmann-json3-dev libsqlite3-dev libfmt-dev
   # tests, benchmarks, the sandbox server
   libgtest-dev libgmock-dev libbenchmark-dev libcpp-httplib-dev
-  # command-line tools the tests and benchmarks use
-  openssl curl sqlite3 ca-certificates
+  # command-line tools the tests, the format check and benchmarks use
+  openssl curl sqlite3 ca-certificates clang-format
 )
 
 missing=()

@@ -16,6 +16,9 @@ configure() {  # tree, extra cmake arguments...
   cmake -S . -B "build/$tree" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZIVORA_WERROR=ON "$@" >/dev/null
 }
 
+say "format check"
+git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run --Werror
+
 say "release build"
 configure release
 cmake --build "build/release" -j "$jobs"

@@ -24,7 +24,8 @@ int waitForPort(const std::filesystem::path& portFile, pid_t child) {
     int port = 0;
     if (in >> port && port > 0) return port;
     int status = 0;
-    if (waitpid(child, &status, WNOHANG) == child) throw std::runtime_error("the sandbox exited at start");
+    if (waitpid(child, &status, WNOHANG) == child)
+      throw std::runtime_error("the sandbox exited at start");
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
   throw std::runtime_error("the sandbox did not report its port");
@@ -32,14 +33,21 @@ int waitForPort(const std::filesystem::path& portFile, pid_t child) {
 
 }  // namespace
 
-SandboxProcess::SandboxProcess(const std::filesystem::path& executable, const std::filesystem::path& workDir)
+SandboxProcess::SandboxProcess(const std::filesystem::path& executable,
+                               const std::filesystem::path& workDir)
     : certs_(workDir / "certs") {
   std::filesystem::create_directories(workDir / "files");
   auto portFile = workDir / "port";
   std::filesystem::remove(portFile);
-  std::vector<std::string> args = {executable.string(), "--port",  "0",
-                                   "--certs",           certs_.string(), "--files",
-                                   (workDir / "files").string(), "--port-file", portFile.string()};
+  std::vector<std::string> args = {executable.string(),
+                                   "--port",
+                                   "0",
+                                   "--certs",
+                                   certs_.string(),
+                                   "--files",
+                                   (workDir / "files").string(),
+                                   "--port-file",
+                                   portFile.string()};
   std::vector<char*> argv;
   for (auto& arg : args) argv.push_back(arg.data());
   argv.push_back(nullptr);

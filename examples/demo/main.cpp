@@ -38,9 +38,10 @@ struct Arguments {
 };
 
 void usage() {
-  std::fprintf(stderr,
-               "usage: zivora-demo [--server URL] [--analytics-server URL] [--ca FILE] [--data-dir DIR]\n"
-               "                   [--app-id ID] [--headless] [--out DIR] [--sandbox PATH]\n");
+  std::fprintf(
+      stderr,
+      "usage: zivora-demo [--server URL] [--analytics-server URL] [--ca FILE] [--data-dir DIR]\n"
+      "                   [--app-id ID] [--headless] [--out DIR] [--sandbox PATH]\n");
 }
 
 std::optional<Arguments> parse(int argc, char** argv) {
@@ -53,17 +54,26 @@ std::optional<Arguments> parse(int argc, char** argv) {
     }
     if (i + 1 >= argc) return std::nullopt;
     std::string value = argv[++i];
-    if (flag == "--server") args.server = value;
-    else if (flag == "--analytics-server") args.analyticsServer = value;
-    else if (flag == "--ca") args.ca = value;
-    else if (flag == "--data-dir") args.dataDir = value;
-    else if (flag == "--app-id") args.appId = value;
-    else if (flag == "--out") args.out = value;
-    else if (flag == "--sandbox") args.sandbox = value;
-    else return std::nullopt;
+    if (flag == "--server")
+      args.server = value;
+    else if (flag == "--analytics-server")
+      args.analyticsServer = value;
+    else if (flag == "--ca")
+      args.ca = value;
+    else if (flag == "--data-dir")
+      args.dataDir = value;
+    else if (flag == "--app-id")
+      args.appId = value;
+    else if (flag == "--out")
+      args.out = value;
+    else if (flag == "--sandbox")
+      args.sandbox = value;
+    else
+      return std::nullopt;
   }
   if (!std::getenv("DISPLAY") && !std::getenv("WAYLAND_DISPLAY")) args.headless = true;
-  if (args.dataDir.empty()) args.dataDir = (std::filesystem::temp_directory_path() / "zivora-demo").string();
+  if (args.dataDir.empty())
+    args.dataDir = (std::filesystem::temp_directory_path() / "zivora-demo").string();
   return args;
 }
 
@@ -76,13 +86,17 @@ std::filesystem::path sandboxExecutable(const Arguments& args) {
 // Prints the SDK's own log lines with the demo's clock.
 class StepLog final : public zivora::LogSink {
  public:
-  void write(zivora::LogLevel, std::string_view text) override { step("  sdk: " + std::string(text)); }
+  void write(zivora::LogLevel, std::string_view text) override {
+    step("  sdk: " + std::string(text));
+  }
 };
 
 // Prints what the host hears.
 class PrintingDelegate final : public zivora::ZivoraDelegate {
  public:
-  void videoDidCache(const std::string& placement) override { step("delegate: videoDidCache " + placement); }
+  void videoDidCache(const std::string& placement) override {
+    step("delegate: videoDidCache " + placement);
+  }
   void videoDidFailToLoad(const std::string& placement, std::uint64_t error) override {
     step("delegate: videoDidFailToLoad " + placement + " error " + std::to_string(error));
   }
@@ -116,8 +130,8 @@ int main(int argc, char** argv) {
   try {
     std::unique_ptr<demo::SandboxProcess> sandbox;
     if (args->server.empty()) {
-      sandbox = std::make_unique<demo::SandboxProcess>(sandboxExecutable(*args),
-                                                       std::filesystem::path(args->dataDir) / "sandbox");
+      sandbox = std::make_unique<demo::SandboxProcess>(
+          sandboxExecutable(*args), std::filesystem::path(args->dataDir) / "sandbox");
       args->server = sandbox->adEndpoint();
       if (args->analyticsServer.empty()) args->analyticsServer = sandbox->analyticsEndpoint();
       if (args->ca.empty()) args->ca = sandbox->caFile();
@@ -132,9 +146,12 @@ int main(int argc, char** argv) {
                              .caFile = args->ca};
     // The sandbox listens on a new port each run: forget an endpoint it
     // handed out last time, or the handshake would go there.
-    if (sandbox) std::filesystem::remove(std::filesystem::path(args->dataDir) / "Preferences" / "defaults.sqlite");
+    if (sandbox)
+      std::filesystem::remove(std::filesystem::path(args->dataDir) / "Preferences" /
+                              "defaults.sqlite");
     step("initializeWithAppId " + args->appId + ", data root " + args->dataDir);
-    zivora::ZivoraInstance::start(args->appId, host, zivora::RuntimeOptions{.log = std::make_shared<StepLog>()});
+    zivora::ZivoraInstance::start(args->appId, host,
+                                  zivora::RuntimeOptions{.log = std::make_shared<StepLog>()});
     zivora::Zivora::setDelegate(std::make_shared<PrintingDelegate>());
     step("cacheVideo rewarded (parked until the handshake succeeds)");
     zivora::Zivora::cacheVideo("rewarded");

@@ -12,7 +12,9 @@ namespace zivora {
 class ZIVORA_API ZVMotivatedRewardInfo {
  public:
   ZVMotivatedRewardInfo(std::string rewardId, std::string appName, std::int32_t amountOfReward)
-      : rewardId_(std::move(rewardId)), appName_(std::move(appName)), amountOfReward_(amountOfReward) {}
+      : rewardId_(std::move(rewardId)),
+        appName_(std::move(appName)),
+        amountOfReward_(amountOfReward) {}
 
   // The server's identifier; what is sent back to remove the reward.
   const std::string& rewardId() const noexcept { return rewardId_; }

@@ -25,15 +25,16 @@ bool removeRegularFile(const std::filesystem::path& directory, const std::string
   int dir = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW);
   if (dir < 0) return false;
   struct stat info {};
-  bool removed = ::fstatat(dir, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(info.st_mode) &&
-                 ::unlinkat(dir, name.c_str(), 0) == 0;
+  bool removed = ::fstatat(dir, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0 &&
+                 S_ISREG(info.st_mode) && ::unlinkat(dir, name.c_str(), 0) == 0;
   ::close(dir);
   return removed;
 }
 
 }  // namespace
 
-DefaultAdSide::DefaultAdSide(std::filesystem::path cacheDirectory, std::shared_ptr<ZivoraDelegate> delegate)
+DefaultAdSide::DefaultAdSide(std::filesystem::path cacheDirectory,
+                             std::shared_ptr<ZivoraDelegate> delegate)
     : cacheDirectory_(std::move(cacheDirectory)), delegate_(std::move(delegate)) {}
 
 void DefaultAdSide::startUp() {
@@ -43,7 +44,8 @@ void DefaultAdSide::startUp() {
 }
 
 void DefaultAdSide::purchaseEvent(double amount, const std::string& currency, const std::string&) {
-  ZVLog::LogWarning("[Zivora][purchaseEvent] No event queue in this build; dropped {} {}", amount, currency);
+  ZVLog::LogWarning("[Zivora][purchaseEvent] No event queue in this build; dropped {} {}", amount,
+                    currency);
 }
 
 void DefaultAdSide::removeFile(const std::string& fileName) {

@@ -45,15 +45,18 @@ void InvokeDelegateHelper::videoDidCache(const std::string& placement) {
 }
 
 void InvokeDelegateHelper::videoDidFailToLoad(const std::string& placement, std::uint64_t error) {
-  forwardVoid("videoDidFailToLoad", [&](ZivoraDelegate& host) { host.videoDidFailToLoad(placement, error); });
+  forwardVoid("videoDidFailToLoad",
+              [&](ZivoraDelegate& host) { host.videoDidFailToLoad(placement, error); });
 }
 
 void InvokeDelegateHelper::videoWindowWillDisplay(const std::string& placement) {
-  forwardVoid("videoWindowWillDisplay", [&](ZivoraDelegate& host) { host.videoWindowWillDisplay(placement); });
+  forwardVoid("videoWindowWillDisplay",
+              [&](ZivoraDelegate& host) { host.videoWindowWillDisplay(placement); });
 }
 
 void InvokeDelegateHelper::videoWindowDidDisplay(const std::string& placement) {
-  forwardVoid("videoWindowDidDisplay", [&](ZivoraDelegate& host) { host.videoWindowDidDisplay(placement); });
+  forwardVoid("videoWindowDidDisplay",
+              [&](ZivoraDelegate& host) { host.videoWindowDidDisplay(placement); });
 }
 
 void InvokeDelegateHelper::videoDidDismiss(const std::string& placement) {
@@ -61,28 +64,34 @@ void InvokeDelegateHelper::videoDidDismiss(const std::string& placement) {
 }
 
 void InvokeDelegateHelper::videoWindowWillClose(const std::string& placement) {
-  forwardVoid("videoWindowWillClose", [&](ZivoraDelegate& host) { host.videoWindowWillClose(placement); });
+  forwardVoid("videoWindowWillClose",
+              [&](ZivoraDelegate& host) { host.videoWindowWillClose(placement); });
 }
 
 void InvokeDelegateHelper::videoWindowDidClose(const std::string& placement) {
-  forwardVoid("videoWindowDidClose", [&](ZivoraDelegate& host) { host.videoWindowDidClose(placement); });
+  forwardVoid("videoWindowDidClose",
+              [&](ZivoraDelegate& host) { host.videoWindowDidClose(placement); });
 }
 
 void InvokeDelegateHelper::videoPostViewDidClick(const std::string& placement) {
-  forwardVoid("videoPostViewDidClick", [&](ZivoraDelegate& host) { host.videoPostViewDidClick(placement); });
+  forwardVoid("videoPostViewDidClick",
+              [&](ZivoraDelegate& host) { host.videoPostViewDidClick(placement); });
 }
 
 void InvokeDelegateHelper::videoReceiveReward(const std::string& placement) {
-  forwardVoid("videoReceiveReward", [&](ZivoraDelegate& host) { host.videoReceiveReward(placement); });
+  forwardVoid("videoReceiveReward",
+              [&](ZivoraDelegate& host) { host.videoReceiveReward(placement); });
 }
 
-bool InvokeDelegateHelper::receiveMotivatedRewards(const std::vector<ZVMotivatedRewardInfo>& rewards) {
+bool InvokeDelegateHelper::receiveMotivatedRewards(
+    const std::vector<ZVMotivatedRewardInfo>& rewards) {
   return forward("receiveMotivatedRewards", false,
                  [&](ZivoraDelegate& host) { return host.receiveMotivatedRewards(rewards); });
 }
 
 void InvokeDelegateHelper::failedRequestMotivatedRewards(std::uint64_t error) {
-  forwardVoid("failedRequestMotivatedRewards", [&](ZivoraDelegate& host) { host.failedRequestMotivatedRewards(error); });
+  forwardVoid("failedRequestMotivatedRewards",
+              [&](ZivoraDelegate& host) { host.failedRequestMotivatedRewards(error); });
 }
 
 }  // namespace zivora

@@ -14,7 +14,8 @@ namespace {
 
 constexpr char kClass[] = "Zivora";
 constexpr char kAlreadyInitialized[] = "[Zivora] Warning: Zivora already initialzed!";
-constexpr char kNotInitialized[] = "[Zivora] Error: Zivora didn't initialized. \nPlease, Initialize Zivora!";
+constexpr char kNotInitialized[] =
+    "[Zivora] Error: Zivora didn't initialized. \nPlease, Initialize Zivora!";
 constexpr char kIncorrectPurchase[] = "[Zivora][purchaseEvent] Error: Incorect arguments";
 
 // The instance, or null after printing the "not initialised" message.
@@ -28,7 +29,9 @@ bool isPresent(const std::optional<std::string>& text) { return text && !text->e
 
 }  // namespace
 
-void Zivora::initializeWithAppId(const std::string& appId) noexcept { initializeWithAppId(appId, HostOptions{}); }
+void Zivora::initializeWithAppId(const std::string& appId) noexcept {
+  initializeWithAppId(appId, HostOptions{});
+}
 
 void Zivora::initializeWithAppId(const std::string& appId, const HostOptions& options) noexcept {
   guarded(kClass, "initializeWithAppId", [&] {
@@ -87,7 +90,8 @@ void Zivora::purchaseEvent(double amount, std::optional<std::string> currency,
       ZVLog::system(kIncorrectPurchase);
       return;
     }
-    if (auto instance = initializedInstance()) instance->purchaseEvent(amount, *currency, *transactionId);
+    if (auto instance = initializedInstance())
+      instance->purchaseEvent(amount, *currency, *transactionId);
   });
 }
 

@@ -47,9 +47,11 @@ HostOptions withDefaults(HostOptions host) {
 }
 
 RuntimeOptions withDefaults(RuntimeOptions runtime, const HostOptions& host) {
-  if (!runtime.runtime) runtime.runtime = std::make_shared<dispatch::ThreadRuntime>(host.mainQueueMode);
+  if (!runtime.runtime)
+    runtime.runtime = std::make_shared<dispatch::ThreadRuntime>(host.mainQueueMode);
   if (!runtime.http) {
-    runtime.http = std::make_shared<platform::CurlHttpClient>(platform::HttpClientOptions{.caFile = host.caFile});
+    runtime.http = std::make_shared<platform::CurlHttpClient>(
+        platform::HttpClientOptions{.caFile = host.caFile});
   }
   return runtime;
 }
@@ -65,7 +67,8 @@ dispatch::Duration retryDelay(std::int32_t failures, std::chrono::nanoseconds se
 bool isHttpsURL(const std::string& url) {
   constexpr std::string_view kScheme = "https://";
   return url.size() > kScheme.size() && url.compare(0, kScheme.size(), kScheme) == 0 &&
-         url.find_first_of(" \t\r\n\"<>\\^`{|}", 0) == std::string::npos && url[kScheme.size()] != '/';
+         url.find_first_of(" \t\r\n\"<>\\^`{|}", 0) == std::string::npos &&
+         url[kScheme.size()] != '/';
 }
 
 bool isHttpURL(const std::string& url) {
@@ -82,7 +85,8 @@ std::shared_ptr<ZivoraInstance> ZivoraInstance::start(const std::string& appId, 
   auto context = std::make_shared<Context>(host, runtime);
   Context::install(context);
   auto invokeDelegate = std::make_shared<InvokeDelegateHelper>();
-  if (!adSide) adSide = std::make_shared<DefaultAdSide>(context->paths().cacheDirectory(), invokeDelegate);
+  if (!adSide)
+    adSide = std::make_shared<DefaultAdSide>(context->paths().cacheDirectory(), invokeDelegate);
 
   std::shared_ptr<ZivoraInstance> instance(new ZivoraInstance(context, adSide));
   instance->invokeDelegate_ = std::move(invokeDelegate);
@@ -243,11 +247,13 @@ void ZivoraInstance::storeServerURL(const nlohmann::json& reply) {
                       JsonConvert::describe(&value));
     return;
   }
-  if (auto configuration = ZVConfiguration::shared()) configuration->setServerURL(value.get<std::string>());
+  if (auto configuration = ZVConfiguration::shared())
+    configuration->setServerURL(value.get<std::string>());
 }
 
 void ZivoraInstance::removeFiles(const nlohmann::json& reply) {
-  if (!JsonConvert::has(reply, TS_API_REMOVE_FILES) || !reply.at(TS_API_REMOVE_FILES).is_array()) return;
+  if (!JsonConvert::has(reply, TS_API_REMOVE_FILES) || !reply.at(TS_API_REMOVE_FILES).is_array())
+    return;
   for (const auto& entry : reply.at(TS_API_REMOVE_FILES)) {
     std::string listed = JsonConvert::describe(&entry);
     // The server lists resource URLs; the cache knows files by their names.
@@ -294,32 +300,34 @@ void ZivoraInstance::repeateRequestAfterError() {
     if (failRequest_ >= 1) notifyAboutError();
     delayRequestBlock_.cancel();
     std::weak_ptr<ZivoraInstance> weak = shared_from_this();
-    delayRequestBlock_ = serial_->after(retryDelay(failRequest_, context_->runtimeOptions().retryTimeUnit), [weak] {
-      auto self = weak.lock();
-      if (!self) return;
-      guarded(kClass, "repeateRequestAfterErrorDispatch", [&] {
-        self->waitInitializeResponse_ = false;
-        self->sendInitializeRequest();
-      });
-    });
+    delayRequestBlock_ =
+        serial_->after(retryDelay(failRequest_, context_->runtimeOptions().retryTimeUnit), [weak] {
+          auto self = weak.lock();
+          if (!self) return;
+          guarded(kClass, "repeateRequestAfterErrorDispatch", [&] {
+            self->waitInitializeResponse_ = false;
+            self->sendInitializeRequest();
+          });
+        });
     ++failRequest_;
   });
 }
 
 std::optional<std::string> ZivoraInstance::getDataForInitialization() {
-  return guarded(kClass, "getDataForInitialization", std::optional<std::string>(),
-                 [&]() -> std::optional<std::string> {
-                   try {
-                     nlohmann::json body = {{TS_API_GET_INITIALIZATION,
-                                             {{TS_API_APP_ID, appId_}, {TS_API_DEVICE_INFO, deviceInfo()}}}};
-                     return JsonConvert::serialize(body);
-                   } catch (const nlohmann::json::exception&) {
-                     ZVPAnalitics::shared().sendEvent("fatalError", kClass, "getDataForInitialization",
-                                                      "Can't create initialization JSON");
-                     ZVLog::LogWarning("Error Initialization Zivora");
-                     return std::nullopt;
-                   }
-                 });
+  return guarded(
+      kClass, "getDataForInitialization", std::optional<std::string>(),
+      [&]() -> std::optional<std::string> {
+        try {
+          nlohmann::json body = {{TS_API_GET_INITIALIZATION,
+                                  {{TS_API_APP_ID, appId_}, {TS_API_DEVICE_INFO, deviceInfo()}}}};
+          return JsonConvert::serialize(body);
+        } catch (const nlohmann::json::exception&) {
+          ZVPAnalitics::shared().sendEvent("fatalError", kClass, "getDataForInitialization",
+                                           "Can't create initialization JSON");
+          ZVLog::LogWarning("Error Initialization Zivora");
+          return std::nullopt;
+        }
+      });
 }
 
 // The device block. Values the SDK cannot know yet are left out.
@@ -359,7 +367,8 @@ bool ZivoraInstance::refused() {
 
 void ZivoraInstance::setAppUserId(std::optional<std::string> userId) {
   if (refused()) return;
-  if (auto configuration = ZVConfiguration::shared()) configuration->setAppUserId(std::move(userId));
+  if (auto configuration = ZVConfiguration::shared())
+    configuration->setAppUserId(std::move(userId));
 }
 
 void ZivoraInstance::setDelegate(std::shared_ptr<ZivoraDelegate> delegate) {
@@ -401,7 +410,8 @@ bool ZivoraInstance::isReadyVideo(const std::string& placement) {
   return adSide_->isReadyVideo(placement);
 }
 
-void ZivoraInstance::purchaseEvent(double amount, const std::string& currency, const std::string& transactionId) {
+void ZivoraInstance::purchaseEvent(double amount, const std::string& currency,
+                                   const std::string& transactionId) {
   std::weak_ptr<ZivoraInstance> weak = shared_from_this();
   serial_->async([weak, amount, currency, transactionId] {
     auto self = weak.lock();

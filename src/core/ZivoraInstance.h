@@ -1,10 +1,9 @@
 #pragma once
 
-#include <nlohmann/json_fwd.hpp>
-
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <vector>

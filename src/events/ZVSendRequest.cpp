@@ -64,7 +64,8 @@ void reportFailedStatus(long status) {
 
 }  // namespace
 
-void ZVSendRequest::sendPost(std::optional<std::string_view> json, const CallBack& callBack) noexcept {
+void ZVSendRequest::sendPost(std::optional<std::string_view> json,
+                             const CallBack& callBack) noexcept {
   bool answered = false;
   auto answer = [&](const nlohmann::json* reply, int code) {
     answered = true;
@@ -124,7 +125,8 @@ std::optional<std::string> ZVSendRequest::urlDecode(std::optional<std::string_vi
                      char c = (*text)[i];
                      int high = 0, low = 0;
                      if (c == '%' && i + 2 < text->size() &&
-                         (high = hexDigit((*text)[i + 1])) >= 0 && (low = hexDigit((*text)[i + 2])) >= 0) {
+                         (high = hexDigit((*text)[i + 1])) >= 0 &&
+                         (low = hexDigit((*text)[i + 2])) >= 0) {
                        decoded.push_back(static_cast<char>(high * 16 + low));
                        i += 2;
                      } else {
@@ -141,15 +143,18 @@ std::string ZVSendRequest::getMD5(std::optional<std::string_view> text) noexcept
                  [&] { return ZVHash::md5Hex(text); });
 }
 
-std::optional<std::string> ZVSendRequest::addArgumentToURL(std::string_view url, std::string_view key,
+std::optional<std::string> ZVSendRequest::addArgumentToURL(std::string_view url,
+                                                           std::string_view key,
                                                            std::string_view value) noexcept {
   try {
     std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> handle(curl_url(), &curl_url_cleanup);
     std::string text(url);
-    if (!handle || curl_url_set(handle.get(), CURLUPART_URL, text.c_str(), CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK) {
+    if (!handle || curl_url_set(handle.get(), CURLUPART_URL, text.c_str(),
+                                CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK) {
       return std::nullopt;
     }
-    std::string item = fmt::format("{}={}", urlEncode(key).value_or(""), urlEncode(value).value_or(""));
+    std::string item =
+        fmt::format("{}={}", urlEncode(key).value_or(""), urlEncode(value).value_or(""));
     char* rebuilt = nullptr;
     if (curl_url_set(handle.get(), CURLUPART_QUERY, item.c_str(), CURLU_APPENDQUERY) != CURLUE_OK ||
         curl_url_get(handle.get(), CURLUPART_URL, &rebuilt, 0) != CURLUE_OK || !rebuilt) {

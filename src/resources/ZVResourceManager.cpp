@@ -34,9 +34,8 @@ std::string sanitized(std::string_view extension) {
 }  // namespace
 
 std::string ZVResourceManager::convertURLToFileName(std::string_view url) noexcept {
-  return guarded("ZVResourceManager", "convertURLToFileName", std::string(), [&] {
-    return ZVHash::md5Hex(url) + "." + sanitized(pathExtension(url));
-  });
+  return guarded("ZVResourceManager", "convertURLToFileName", std::string(),
+                 [&] { return ZVHash::md5Hex(url) + "." + sanitized(pathExtension(url)); });
 }
 
 }  // namespace zivora

@@ -15,8 +15,8 @@ void reportCaught(const char* className, const char* method, GuardReport report)
       ZVLog::system(fmt::format("Backoffice [{}][{}] Error!", className, method));
       return;
     }
-    ZVPAnalitics::shared().sendException(ZVException::describe(std::current_exception()),
-                                         className, method);
+    ZVPAnalitics::shared().sendException(ZVException::describe(std::current_exception()), className,
+                                         method);
   } catch (...) {
     // A failing reporter must not turn a caught exception into a crash.
   }

@@ -35,7 +35,8 @@ std::int64_t leadingInteger(std::string_view text) {
   constexpr auto kMax = std::numeric_limits<std::int64_t>::max();
   for (; at < text.size() && std::isdigit(static_cast<unsigned char>(text[at])); ++at) {
     int digit = text[at] - '0';
-    if (result > (kMax - digit) / 10) return negative ? std::numeric_limits<std::int64_t>::min() : kMax;
+    if (result > (kMax - digit) / 10)
+      return negative ? std::numeric_limits<std::int64_t>::min() : kMax;
     result = result * 10 + digit;
   }
   return negative ? -result : result;
@@ -48,7 +49,8 @@ bool leadingTruth(std::string_view text) {
   while (at < text.size() && text[at] == '0') ++at;
   if (at == text.size()) return false;
   char first = text[at];
-  return first == 'Y' || first == 'y' || first == 'T' || first == 't' || (first >= '1' && first <= '9');
+  return first == 'Y' || first == 'y' || first == 'T' || first == 't' ||
+         (first >= '1' && first <= '9');
 }
 
 std::string shortestDecimal(const nlohmann::json& number) {
@@ -61,7 +63,8 @@ std::string shortestDecimal(const nlohmann::json& number) {
 
 void rejectNonFinite(const nlohmann::json& value) {
   if (value.is_number_float() && !std::isfinite(value.get<double>())) {
-    throw ZVException("NSInvalidArgumentException", "Invalid number value (NaN or infinity) in JSON write");
+    throw ZVException("NSInvalidArgumentException",
+                      "Invalid number value (NaN or infinity) in JSON write");
   }
   if (value.is_structured()) {
     for (const auto& member : value) rejectNonFinite(member);

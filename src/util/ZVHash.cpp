@@ -22,7 +22,8 @@ constexpr std::size_t kRandomStringLength = 24;
 
 long long millisecondsSince1970() {
   auto context = Context::current();
-  auto now = context && context->hasRuntime() ? context->runtime().clock().wallNow() : std::chrono::system_clock::now();
+  auto now = context && context->hasRuntime() ? context->runtime().clock().wallNow()
+                                              : std::chrono::system_clock::now();
   return std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count();
 }
 
@@ -48,12 +49,14 @@ std::string ZVHash::md5Hex(std::optional<std::string_view> text) {
   }
   std::string hex;
   hex.reserve(length * 2);
-  for (unsigned int i = 0; i < length; ++i) fmt::format_to(std::back_inserter(hex), "{:02x}", digest[i]);
+  for (unsigned int i = 0; i < length; ++i)
+    fmt::format_to(std::back_inserter(hex), "{:02x}", digest[i]);
   return hex;
 }
 
 std::string ZVHash::hashMD5(std::optional<std::string_view> text) noexcept {
-  return guarded("ZVHash", "hashMD5", std::string("exeption-generate-md5"), [&] { return md5Hex(text); });
+  return guarded("ZVHash", "hashMD5", std::string("exeption-generate-md5"),
+                 [&] { return md5Hex(text); });
 }
 
 std::string ZVHash::randomString() noexcept {

@@ -35,8 +35,8 @@ class ZVLog {
 
  private:
   template <class... Args>
-  static void write(LogLevel level, const std::atomic<bool>& enabled, fmt::format_string<Args...> format,
-                    Args&&... args) noexcept {
+  static void write(LogLevel level, const std::atomic<bool>& enabled,
+                    fmt::format_string<Args...> format, Args&&... args) noexcept {
     if (!enabled.load(std::memory_order_relaxed)) return;
     try {
       emit(level, fmt::format(format, std::forward<Args>(args)...));

@@ -1,10 +1,9 @@
 // A server-listed name can only ever remove a regular file in the cache.
-#include "core/DefaultAdSide.h"
-
 #include <gtest/gtest.h>
 
 #include <fstream>
 
+#include "core/DefaultAdSide.h"
 #include "core/InvokeDelegateHelper.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
@@ -29,7 +28,8 @@ TEST(DefaultAdSide, RemovesOnlyRegularFilesDirectlyInTheCache) {
   fs::create_directory(cache / "sub");
   touch(cache / "sub" / "inner");
 
-  for (const char* name : {"abc.mp4", "../outside", "/etc/hostname", "link", "sub", ".", "..", ""}) {
+  for (const char* name :
+       {"abc.mp4", "../outside", "/etc/hostname", "link", "sub", ".", "..", ""}) {
     side.removeFile(name);
   }
 
@@ -39,8 +39,10 @@ TEST(DefaultAdSide, RemovesOnlyRegularFilesDirectlyInTheCache) {
   EXPECT_TRUE(fs::is_symlink(cache / "link"));
   EXPECT_TRUE(fs::exists(cache / "sub" / "inner"));
   EXPECT_TRUE(scope.log().contains("[ZVResourceManager][removeFile] file: ../outside"));
-  EXPECT_TRUE(scope.log().contains("[ZVResourceManager][removeFile] Warning! Can't remove file: ../outside"));
-  EXPECT_FALSE(scope.log().contains("[ZVResourceManager][removeFile] Warning! Can't remove file: abc.mp4"));
+  EXPECT_TRUE(scope.log().contains(
+      "[ZVResourceManager][removeFile] Warning! Can't remove file: ../outside"));
+  EXPECT_FALSE(
+      scope.log().contains("[ZVResourceManager][removeFile] Warning! Can't remove file: abc.mp4"));
 }
 
 TEST(DefaultAdSide, PlacementsFailAtOnceWhileNoPlacementLayerIsLinked) {

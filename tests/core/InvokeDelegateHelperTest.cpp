@@ -1,8 +1,7 @@
 // Host callbacks go through one dispatcher that records, forwards and shields.
-#include "core/InvokeDelegateHelper.h"
-
 #include <gtest/gtest.h>
 
+#include "core/InvokeDelegateHelper.h"
 #include "support/ScopedContext.h"
 
 namespace zivora {
@@ -49,11 +48,12 @@ TEST(InvokeDelegateHelper, WithoutADelegateEveryCallbackIsStillRecorded) {
   test::ScopedContext scope;
   InvokeDelegateHelper helper;
   fireEveryCallback(helper);
-  EXPECT_EQ(scope.analytics().invokedDelegates(),
-            (std::vector<std::string>{"videoDidCache", "videoDidFailToLoad", "videoWindowWillDisplay",
-                                      "videoWindowDidDisplay", "videoDidDismiss", "videoWindowWillClose",
-                                      "videoWindowDidClose", "videoPostViewDidClick", "videoReceiveReward",
-                                      "receiveMotivatedRewards", "failedRequestMotivatedRewards"}));
+  EXPECT_EQ(
+      scope.analytics().invokedDelegates(),
+      (std::vector<std::string>{
+          "videoDidCache", "videoDidFailToLoad", "videoWindowWillDisplay", "videoWindowDidDisplay",
+          "videoDidDismiss", "videoWindowWillClose", "videoWindowDidClose", "videoPostViewDidClick",
+          "videoReceiveReward", "receiveMotivatedRewards", "failedRequestMotivatedRewards"}));
   EXPECT_FALSE(helper.receiveMotivatedRewards({ZVMotivatedRewardInfo("r", "a", 5)}));
   EXPECT_TRUE(scope.analytics().exceptions().empty());
 }

@@ -1,7 +1,5 @@
 // The facade's handshake on real threads, through libcurl, against the
 // sandbox over TLS. Retry delays are shortened through the runtime options.
-#include "zivora/Zivora.h"
-
 #include <gtest/gtest.h>
 
 #include <condition_variable>
@@ -16,6 +14,7 @@
 #include "support/RecordingAdSide.h"
 #include "support/RecordingLogSink.h"
 #include "support/TempDir.h"
+#include "zivora/Zivora.h"
 
 namespace zivora {
 namespace {
@@ -53,17 +52,19 @@ class ZivoraIntegrationTest : public ::testing::Test {
   void start(const std::string& endpoint) {
     ZivoraInstance::start(
         "app-1", HostOptions{.dataRoot = root_.path().string(), .adEndpoint = endpoint},
-        RuntimeOptions{.runtime = std::make_shared<dispatch::ThreadRuntime>(),
-                       .http = std::make_shared<platform::CurlHttpClient>(platform::HttpClientOptions{
-                           .caFile = sandbox_.caFile(), .connectTimeout = 2s, .lowSpeedTime = 2s}),
-                       .log = log_,
-                       .adSide = adSide_,
-                       .retryTimeUnit = 10ms});
+        RuntimeOptions{
+            .runtime = std::make_shared<dispatch::ThreadRuntime>(),
+            .http = std::make_shared<platform::CurlHttpClient>(platform::HttpClientOptions{
+                .caFile = sandbox_.caFile(), .connectTimeout = 2s, .lowSpeedTime = 2s}),
+            .log = log_,
+            .adSide = adSide_,
+            .retryTimeUnit = 10ms});
     Zivora::setDelegate(delegate_);
   }
 
   test::TempDir root_;
-  sandbox::SandboxServer sandbox_{sandbox::SandboxOptions{.certDirectory = test::sandboxCertDirectory()}};
+  sandbox::SandboxServer sandbox_{
+      sandbox::SandboxOptions{.certDirectory = test::sandboxCertDirectory()}};
   std::shared_ptr<test::RecordingLogSink> log_ = std::make_shared<test::RecordingLogSink>();
   std::shared_ptr<test::RecordingAdSide> adSide_ = std::make_shared<test::RecordingAdSide>();
   std::shared_ptr<FailureWaiter> delegate_ = std::make_shared<FailureWaiter>();
@@ -99,7 +100,8 @@ TEST_F(ZivoraIntegrationTest, TwoFailuresThenSuccessAtTheThirdAttempt) {
 }
 
 TEST_F(ZivoraIntegrationTest, NewUrlMovesLaterRequestsAndSurvivesARestart) {
-  sandbox::SandboxServer moved{sandbox::SandboxOptions{.certDirectory = test::sandboxCertDirectory()}};
+  sandbox::SandboxServer moved{
+      sandbox::SandboxOptions{.certDirectory = test::sandboxCertDirectory()}};
   moved.start();
   sandbox_.setHandler("getInitialization", [&](const nlohmann::json&) {
     return nlohmann::json{{"newURL", moved.adEndpoint()}};

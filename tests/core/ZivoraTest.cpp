@@ -1,7 +1,5 @@
 // The facade's start-up handshake on virtual time: parking, retries,
 // refusal, replay, and replies of odd shape.
-#include "zivora/Zivora.h"
-
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
@@ -17,13 +15,15 @@
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
 #include "support/VirtualRuntime.h"
+#include "zivora/Zivora.h"
 
 namespace zivora {
 namespace {
 
 using namespace std::chrono_literals;
 
-constexpr char kNotInitialized[] = "[Zivora] Error: Zivora didn't initialized. \nPlease, Initialize Zivora!";
+constexpr char kNotInitialized[] =
+    "[Zivora] Error: Zivora didn't initialized. \nPlease, Initialize Zivora!";
 
 class RecordingDelegate final : public ZivoraDelegate {
  public:
@@ -38,12 +38,13 @@ class ZivoraTest : public ::testing::Test {
   ~ZivoraTest() override { ZivoraInstance::reset(); }
 
   void start(const std::string& appId = "app-1") {
-    ZivoraInstance::start(appId, HostOptions{.dataRoot = root_.path().string(), .applicationVersion = "3.2"},
-                          RuntimeOptions{.runtime = runtime_,
-                                         .http = http_,
-                                         .log = log_,
-                                         .analytics = analytics_,
-                                         .adSide = adSide_});
+    ZivoraInstance::start(
+        appId, HostOptions{.dataRoot = root_.path().string(), .applicationVersion = "3.2"},
+        RuntimeOptions{.runtime = runtime_,
+                       .http = http_,
+                       .log = log_,
+                       .analytics = analytics_,
+                       .adSide = adSide_});
     Zivora::setDelegate(delegate_);
   }
 
@@ -63,7 +64,8 @@ class ZivoraTest : public ::testing::Test {
   test::TempDir root_;
   std::shared_ptr<test::FakeHttpClient> http_ = std::make_shared<test::FakeHttpClient>();
   std::shared_ptr<test::RecordingLogSink> log_ = std::make_shared<test::RecordingLogSink>();
-  std::shared_ptr<test::RecordingAnalytics> analytics_ = std::make_shared<test::RecordingAnalytics>();
+  std::shared_ptr<test::RecordingAnalytics> analytics_ =
+      std::make_shared<test::RecordingAnalytics>();
   std::shared_ptr<test::RecordingAdSide> adSide_ = std::make_shared<test::RecordingAdSide>();
   std::shared_ptr<RecordingDelegate> delegate_ = std::make_shared<RecordingDelegate>();
 };
@@ -189,7 +191,8 @@ TEST_F(ZivoraTest, ARewardRequestWaitsForSuccess) {
   runtime_->advanceBy(5s);
   EXPECT_EQ(adSide_->calls("requestMotivatedRewards").size(), 1u);
   Zivora::removeMotivatedRewards({"r1", "r2"});
-  EXPECT_EQ(adSide_->calls("removeMotivatedRewards"), std::vector<std::string>{"removeMotivatedRewards:r1,r2"});
+  EXPECT_EQ(adSide_->calls("removeMotivatedRewards"),
+            std::vector<std::string>{"removeMotivatedRewards:r1,r2"});
   EXPECT_TRUE(adSide_->calls("removeMotivatedRewards:ignored").empty());
 }
 
@@ -203,12 +206,15 @@ TEST_F(ZivoraTest, PurchasesAreCheckedThenQueuedEvenBeforeInitialisation) {
   Zivora::purchaseEvent(0.99, "USD", "t-1");
   runtime_->runUntilIdle();
   int refusals = 0;
-  for (const auto& text : log_->texts()) refusals += text == "[Zivora][purchaseEvent] Error: Incorect arguments";
+  for (const auto& text : log_->texts())
+    refusals += text == "[Zivora][purchaseEvent] Error: Incorect arguments";
   EXPECT_EQ(refusals, 4);
   EXPECT_EQ(adSide_->calls("purchase:"), std::vector<std::string>{"purchase:0.99:USD:t-1"});
 }
 
-class ZivoraRefusalTest : public ZivoraTest, public ::testing::WithParamInterface<std::pair<const char*, const char*>> {};
+class ZivoraRefusalTest
+    : public ZivoraTest,
+      public ::testing::WithParamInterface<std::pair<const char*, const char*>> {};
 
 TEST_P(ZivoraRefusalTest, AnErrorReplyRefusesEveryLaterCallAndStopsRetrying) {
   auto [reply, description] = GetParam();
@@ -241,7 +247,9 @@ INSTANTIATE_TEST_SUITE_P(ErrorValues, ZivoraRefusalTest,
 TEST_F(ZivoraTest, RepliesOfOddShapeKeepTheHandshakeGoing) {
   http_->enqueue(200, "[1,2,3]");
   http_->enqueue(200, "garbage");
-  http_->enqueue(200, R"({"closeButtonURL": 12, "soundOnButtonURL": null, "soundOffButtonURL": "https://s/off.png",
+  http_->enqueue(
+      200,
+      R"({"closeButtonURL": 12, "soundOnButtonURL": null, "soundOffButtonURL": "https://s/off.png",
                           "newURL": "http://plain.example/HandleRequestV3.php"})");
   start();
   runtime_->runUntilIdle();
@@ -279,24 +287,29 @@ TEST_P(ZivoraNewUrlTest, AnythingButAnAbsoluteHttpsUrlIsIgnored) {
   http_->enqueue(200, std::string(R"({"newURL": )") + GetParam() + "}");
   start();
   runtime_->runUntilIdle();
-  EXPECT_EQ(ZVConfiguration::shared()->serverURL(), "https://api.zivora.example/HandleRequestV3.php");
+  EXPECT_EQ(ZVConfiguration::shared()->serverURL(),
+            "https://api.zivora.example/HandleRequestV3.php");
   Zivora::showVideo("p");
   EXPECT_EQ(adSide_->calls("show:"), std::vector<std::string>{"show:p"});
 }
 
 INSTANTIATE_TEST_SUITE_P(BadValues, ZivoraNewUrlTest,
                          ::testing::Values(R"("http://plain.example/x")", R"("relative/path")",
-                                           R"("file:///etc/passwd")", R"("https://")", R"("https:///x")",
-                                           R"x("javascript:alert(1)")x", "42", "null"));
+                                           R"("file:///etc/passwd")", R"("https://")",
+                                           R"("https:///x")", R"x("javascript:alert(1)")x", "42",
+                                           "null"));
 
 TEST_F(ZivoraTest, RemoveFilesPassesNamesNeverPaths) {
-  http_->enqueue(200, R"({"removeFiles": ["../x", "/etc/passwd", "https://cdn.example/v/ad.mp4?sig=1", "abc.png"]})");
+  http_->enqueue(
+      200,
+      R"({"removeFiles": ["../x", "/etc/passwd", "https://cdn.example/v/ad.mp4?sig=1", "abc.png"]})");
   start();
   runtime_->runUntilIdle();
-  std::string cached = ZVResourceManager::convertURLToFileName("https://cdn.example/v/ad.mp4?sig=1");
+  std::string cached =
+      ZVResourceManager::convertURLToFileName("https://cdn.example/v/ad.mp4?sig=1");
   EXPECT_EQ(adSide_->calls("removeFile:"),
-            (std::vector<std::string>{"removeFile:../x", "removeFile:/etc/passwd", "removeFile:" + cached,
-                                      "removeFile:abc.png"}));
+            (std::vector<std::string>{"removeFile:../x", "removeFile:/etc/passwd",
+                                      "removeFile:" + cached, "removeFile:abc.png"}));
   EXPECT_EQ(adSide_->calls("unreserveAll:").size(), 4u);
   EXPECT_EQ(cached.substr(32), ".mp4");
 }

@@ -1,12 +1,11 @@
 // The signed POST through libcurl to the sandbox over TLS, and how every
 // kind of bad answer maps to (object, code).
-#include "events/ZVSendRequest.h"
-
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
 
 #include "SandboxServer.h"
+#include "events/ZVSendRequest.h"
 #include "platform/linux/CurlHttpClient.h"
 #include "sandbox/SandboxTestSupport.h"
 #include "support/ScopedContext.h"
@@ -27,11 +26,13 @@ class ZVSendRequestIntegrationTest : public ::testing::Test {
  protected:
   ZVSendRequestIntegrationTest() { sandbox_.start(); }
 
-  Reply post(const std::string& caFile, std::string_view json = R"({"getInitialization":{"appId":"a%20b"}})") {
+  Reply post(const std::string& caFile,
+             std::string_view json = R"({"getInitialization":{"appId":"a%20b"}})") {
     auto http = std::make_shared<platform::CurlHttpClient>(
         platform::HttpClientOptions{.caFile = caFile, .connectTimeout = 2s, .lowSpeedTime = 1s});
-    test::ScopedContext scope(HostOptions{.dataRoot = root_.path().string(), .adEndpoint = sandbox_.adEndpoint()},
-                              RuntimeOptions{.http = http});
+    test::ScopedContext scope(
+        HostOptions{.dataRoot = root_.path().string(), .adEndpoint = sandbox_.adEndpoint()},
+        RuntimeOptions{.http = http});
     Reply reply;
     ZVSendRequest::sendPost(json, [&](const nlohmann::json* object, int code) {
       if (object) reply.object = *object;
@@ -43,7 +44,8 @@ class ZVSendRequestIntegrationTest : public ::testing::Test {
   Reply post() { return post(sandbox_.caFile()); }
 
   test::TempDir root_;
-  sandbox::SandboxServer sandbox_{sandbox::SandboxOptions{.certDirectory = test::sandboxCertDirectory()}};
+  sandbox::SandboxServer sandbox_{
+      sandbox::SandboxOptions{.certDirectory = test::sandboxCertDirectory()}};
 };
 
 TEST_F(ZVSendRequestIntegrationTest, RoundTripOverTlsDeliversTheSignedForm) {
@@ -68,8 +70,8 @@ TEST_F(ZVSendRequestIntegrationTest, AnUntrustedServerGivesNoResponse) {
 }
 
 TEST_F(ZVSendRequestIntegrationTest, UnusableTwoHundredRepliesKeepTheirStatus) {
-  for (auto kind : {Misbehaviour::Kind::Garbage, Misbehaviour::Kind::EmptyBody, Misbehaviour::Kind::JsonArray,
-                    Misbehaviour::Kind::JsonScalar}) {
+  for (auto kind : {Misbehaviour::Kind::Garbage, Misbehaviour::Kind::EmptyBody,
+                    Misbehaviour::Kind::JsonArray, Misbehaviour::Kind::JsonScalar}) {
     sandbox_.misbehave(kind);
     auto reply = post();
     EXPECT_EQ(reply.code, 200) << Misbehaviour::nameOf(kind);
@@ -78,7 +80,8 @@ TEST_F(ZVSendRequestIntegrationTest, UnusableTwoHundredRepliesKeepTheirStatus) {
 }
 
 TEST_F(ZVSendRequestIntegrationTest, ServerErrorsCutBodiesAndStallsGiveMinusTwo) {
-  for (auto kind : {Misbehaviour::Kind::HttpError, Misbehaviour::Kind::CloseMidBody, Misbehaviour::Kind::Stall}) {
+  for (auto kind : {Misbehaviour::Kind::HttpError, Misbehaviour::Kind::CloseMidBody,
+                    Misbehaviour::Kind::Stall}) {
     sandbox_.misbehave(kind);
     auto reply = post();
     EXPECT_EQ(reply.code, -2) << Misbehaviour::nameOf(kind);

@@ -1,11 +1,10 @@
 // The signed form POST and how replies map to (object, code).
-#include "events/ZVSendRequest.h"
-
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
 
 #include "events/JsonEscape.h"
+#include "events/ZVSendRequest.h"
 #include "support/FakeHttpClient.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
@@ -53,8 +52,9 @@ TEST_F(ZVSendRequestTest, BodyCarriesTheJsonAsGivenAndTheMd5OfItsDecodedText) {
   nlohmann::json body = {
       {"getInitialization", {{"deviceName", *ZVSendRequest::urlEncode(JsonEscape::escape(text))}}}};
   std::string params = JsonConvert::serialize(body);
-  ASSERT_EQ(params,
-            R"({"getInitialization":{"deviceName":"a%20%5C%22b%5C%22%20%26%20c%2Bd%2050%25%20%C3%A9%5Cnz"}})");
+  ASSERT_EQ(
+      params,
+      R"({"getInitialization":{"deviceName":"a%20%5C%22b%5C%22%20%26%20c%2Bd%2050%25%20%C3%A9%5Cnz"}})");
 
   send(params);
 
@@ -138,7 +138,9 @@ TEST_F(ZVSendRequestTest, NilCallbackStillSendsAndAThrowingCallbackIsCalledOnceA
 
 TEST_F(ZVSendRequestTest, AFailingTransportAnswersMinusTwoBeforeReporting) {
   struct Throwing final : platform::HttpClient {
-    platform::HttpResponse perform(const platform::HttpRequest&) override { throw std::bad_alloc(); }
+    platform::HttpResponse perform(const platform::HttpRequest&) override {
+      throw std::bad_alloc();
+    }
   };
   test::ScopedContext throwing(HostOptions{.dataRoot = root_.path().string()},
                                RuntimeOptions{.http = std::make_shared<Throwing>()});

@@ -1,16 +1,15 @@
-#include "platform/linux/CurlHttpClient.h"
-
 #include <gtest/gtest.h>
 #include <httplib.h>
-#include <nlohmann/json.hpp>
 
 #include <chrono>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "CertificateAuthority.h"
 #include "SandboxServer.h"
+#include "platform/linux/CurlHttpClient.h"
 #include "sandbox/SandboxTestSupport.h"
 #include "support/TempDir.h"
 
@@ -80,9 +79,8 @@ TEST_F(CurlHttpClientIntegrationTest, AnUntrustedServerGetsNoRequest) {
   systemStore.caFile.clear();
 
   for (const HttpClientOptions& untrusting : {wrongCa, systemStore}) {
-    const HttpResponse response = CurlHttpClient(untrusting)
-                                      .perform(test::signedPost(server_.adEndpoint(),
-                                                                kInitialization));
+    const HttpResponse response =
+        CurlHttpClient(untrusting).perform(test::signedPost(server_.adEndpoint(), kInitialization));
     EXPECT_EQ(response.status, 0);
     EXPECT_FALSE(response.error.empty());
   }
@@ -184,15 +182,15 @@ TEST_F(CurlHttpClientIntegrationTest, FollowsRedirectsToHttpsOnlyAndKeepsTheFina
   Redirector redirector(server_.adEndpoint());
   CurlHttpClient client(options());
 
-  const HttpResponse followed = client.perform(test::signedPost(redirector.url("/to-https"),
-                                                                kInitialization));
+  const HttpResponse followed =
+      client.perform(test::signedPost(redirector.url("/to-https"), kInitialization));
   ASSERT_EQ(followed.status, 200) << followed.error;
   EXPECT_TRUE(nlohmann::json::parse(followed.body).contains("closeButtonURL")) << followed.body;
   ASSERT_EQ(server_.received().size(), 1u);
   EXPECT_TRUE(server_.received()[0].md5Valid);
 
-  const HttpResponse refused = client.perform(test::signedPost(redirector.url("/to-http"),
-                                                               kInitialization));
+  const HttpResponse refused =
+      client.perform(test::signedPost(redirector.url("/to-http"), kInitialization));
   EXPECT_EQ(refused.status, 0);
   EXPECT_TRUE(refused.body.empty());
 }

@@ -1,5 +1,3 @@
-#include "platform/linux/ThreadRuntime.h"
-
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -11,6 +9,8 @@
 #include <thread>
 #include <utility>
 #include <vector>
+
+#include "platform/linux/ThreadRuntime.h"
 
 namespace zivora::dispatch {
 namespace {
@@ -301,7 +301,7 @@ TEST(ThreadRuntimeThreadedTest, AQueueMayDropItsLastReferenceFromItsOwnTask) {
   std::atomic<bool> pendingRan{false};
   Gate gate;
   (*holder)->async([holder, &dropped, &gate] {
-    gate.wait();    // until the next task is queued behind this one
+    gate.wait();      // until the next task is queued behind this one
     holder->reset();  // the last reference: the queue detaches its own thread
     dropped.set_value();
   });

@@ -1,5 +1,3 @@
-#include "support/VirtualRuntime.h"
-
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -10,6 +8,7 @@
 
 #include "platform/dispatch/QueueAssert.h"
 #include "support/ScopedContext.h"
+#include "support/VirtualRuntime.h"
 
 namespace zivora::test {
 namespace {
@@ -46,8 +45,8 @@ TEST_F(VirtualRuntimeTest, RunsTasksByDueTimeThenPostingOrderAcrossQueues) {
   EXPECT_EQ(runtime_.runUntilIdle(), 3u);
   EXPECT_EQ(ran_, (std::vector<std::string>{"a0@0", "m0@0", "b0@0"}));
   EXPECT_EQ(runtime_.advanceBy(3s), 3u);
-  EXPECT_EQ(ran_, (std::vector<std::string>{"a0@0", "m0@0", "b0@0", "b1@1000", "a1@1000",
-                                            "a2@2000"}));
+  EXPECT_EQ(ran_,
+            (std::vector<std::string>{"a0@0", "m0@0", "b0@0", "b1@1000", "a1@1000", "a2@2000"}));
   EXPECT_EQ(runtime_.elapsed(), 3s);
 }
 

@@ -1,8 +1,7 @@
 // Cached file names: MD5 of the whole URL plus a sanitised extension.
-#include "resources/ZVResourceManager.h"
-
 #include <gtest/gtest.h>
 
+#include "resources/ZVResourceManager.h"
 #include "util/ZVHash.h"
 
 namespace zivora {
@@ -21,8 +20,9 @@ TEST(ConvertURLToFileName, IsTheMd5OfTheWholeUrlAndItsExtension) {
 
 TEST(ConvertURLToFileName, NeverYieldsPathSeparatorsNulOrLongExtensions) {
   std::string hostile = std::string("https://x/a.m\0p4", 16);
-  for (const std::string& url : {hostile, std::string("https://x/a.../../etc"), std::string("https://x/a.<script>"),
-                                 std::string("https://x/a.") + std::string(500, 'e')}) {
+  for (const std::string& url :
+       {hostile, std::string("https://x/a.../../etc"), std::string("https://x/a.<script>"),
+        std::string("https://x/a.") + std::string(500, 'e')}) {
     std::string name = ZVResourceManager::convertURLToFileName(url);
     EXPECT_EQ(name.find('/'), std::string::npos) << name;
     EXPECT_EQ(name.find('\0'), std::string::npos);

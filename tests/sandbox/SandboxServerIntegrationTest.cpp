@@ -1,14 +1,13 @@
-#include "SandboxServer.h"
-
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <thread>
 #include <vector>
 
 #include "CertificateAuthority.h"
 #include "FileResponder.h"
+#include "SandboxServer.h"
 #include "platform/linux/CurlHttpClient.h"
 #include "sandbox/SandboxTestSupport.h"
 #include "support/TempDir.h"
@@ -39,7 +38,9 @@ class SandboxServerIntegrationTest : public ::testing::Test {
     return options;
   }
 
-  HttpResponse send(const HttpRequest& request) { return CurlHttpClient(options()).perform(request); }
+  HttpResponse send(const HttpRequest& request) {
+    return CurlHttpClient(options()).perform(request);
+  }
 
   HttpResponse postBody(std::string body) {
     HttpRequest request;
@@ -69,8 +70,8 @@ class SandboxServerIntegrationTest : public ::testing::Test {
 
   test::TempDir files_;
   const std::string fileContent_ = std::string(3000, 'a') + std::string(3000, 'b');
-  SandboxServer server_{{.certDirectory = test::sandboxCertDirectory(),
-                         .filesDirectory = files_.path()}};
+  SandboxServer server_{
+      {.certDirectory = test::sandboxCertDirectory(), .filesDirectory = files_.path()}};
 };
 
 TEST_F(SandboxServerIntegrationTest, RefusesWhatItCannotTrust) {
@@ -146,8 +147,8 @@ TEST_F(SandboxServerIntegrationTest, AStalledRequestAnswersWhenReleased) {
   server_.misbehave(Misbehaviour::Kind::Stall);
   HttpResponse response;
   std::thread client([&] {
-    response = CurlHttpClient(options(30s)).perform(test::signedPost(server_.adEndpoint(),
-                                                                     kInitialization));
+    response = CurlHttpClient(options(30s))
+                   .perform(test::signedPost(server_.adEndpoint(), kInitialization));
   });
   ASSERT_TRUE(server_.waitForReceived(1, 10s));
   control("POST", "/control/release");
@@ -159,8 +160,8 @@ TEST_F(SandboxServerIntegrationTest, StopEndsAStalledRequest) {
   server_.misbehave(Misbehaviour::Kind::Stall);
   HttpResponse response;
   std::thread client([&] {
-    response = CurlHttpClient(options(30s)).perform(test::signedPost(server_.adEndpoint(),
-                                                                     kInitialization));
+    response = CurlHttpClient(options(30s))
+                   .perform(test::signedPost(server_.adEndpoint(), kInitialization));
   });
   ASSERT_TRUE(server_.waitForReceived(1, 10s));
   server_.stop();
@@ -207,16 +208,17 @@ TEST(CertificateAuthorityIntegrationTest, ConcurrentStartersAgreeOnOneSetAndKeep
   const auto written = std::filesystem::last_write_time(paths.caFile);
   CertificateAuthority::ensure(directory.path() / "certs");
   EXPECT_EQ(std::filesystem::last_write_time(paths.caFile), written);
-  EXPECT_EQ(std::filesystem::status(paths.serverKey).permissions() &
-                std::filesystem::perms::others_read,
-            std::filesystem::perms::none);
+  EXPECT_EQ(
+      std::filesystem::status(paths.serverKey).permissions() & std::filesystem::perms::others_read,
+      std::filesystem::perms::none);
 
   // The server certificate chains to the CA on disk, whichever starter won.
   SandboxServer server({.certDirectory = directory.path() / "certs"});
   server.start();
   platform::HttpClientOptions options;
   options.caFile = server.caFile();
-  EXPECT_EQ(CurlHttpClient(options).perform(test::signedPost(server.adEndpoint(), kInitialization))
+  EXPECT_EQ(CurlHttpClient(options)
+                .perform(test::signedPost(server.adEndpoint(), kInitialization))
                 .status,
             200);
 }

@@ -16,7 +16,9 @@ void FakeHttpClient::enqueue(platform::HttpResponse response) {
   script_.push_back(std::move(response));
 }
 
-void FakeHttpClient::enqueue(long status, std::string body) { enqueue({status, std::move(body), ""}); }
+void FakeHttpClient::enqueue(long status, std::string body) {
+  enqueue({status, std::move(body), ""});
+}
 
 std::vector<platform::HttpRequest> FakeHttpClient::requests() const {
   std::lock_guard lock(mutex_);

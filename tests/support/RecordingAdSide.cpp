@@ -47,7 +47,8 @@ void RecordingAdSide::setReady(bool ready) {
   ready_ = ready;
 }
 
-bool RecordingAdSide::waitForCall(const std::string& prefix, std::chrono::milliseconds timeout) const {
+bool RecordingAdSide::waitForCall(const std::string& prefix,
+                                  std::chrono::milliseconds timeout) const {
   std::unique_lock lock(mutex_);
   return recorded_.wait_for(lock, timeout, [&] {
     for (const auto& call : calls_) {

@@ -12,8 +12,8 @@ void RecordingAnalytics::sendException(const ZVException& exception, std::string
 void RecordingAnalytics::sendEvent(std::string_view eventName, std::string_view className,
                                    std::string_view method, std::string_view message) noexcept {
   std::lock_guard lock(mutex_);
-  events_.push_back({std::string(eventName), std::string(className), std::string(method),
-                     std::string(message)});
+  events_.push_back(
+      {std::string(eventName), std::string(className), std::string(method), std::string(message)});
 }
 
 void RecordingAnalytics::sendInvokeDelegate(std::string_view shortName) noexcept {

@@ -74,8 +74,7 @@ class VirtualRuntime::Scheduler {
 
   bool isCurrent(QueueId queue) const {
     std::lock_guard lock(mutex_);
-    return !running_.empty() && running_.back() == queue &&
-           runner_ == std::this_thread::get_id();
+    return !running_.empty() && running_.back() == queue && runner_ == std::this_thread::get_id();
   }
 
   // Runs what the filter allows and falls due by `until` (by the moving
@@ -226,7 +225,8 @@ class VirtualRuntime::Scheduler {
       ++tasksRun_;
       if (auto info = queues_.find(entry.queue); info != queues_.end()) label = info->second.label;
     }
-    guarded("Queue", label.c_str(), [&] { entry.task(); }, GuardReport::Backoffice);
+    guarded(
+        "Queue", label.c_str(), [&] { entry.task(); }, GuardReport::Backoffice);
     std::lock_guard lock(mutex_);
     running_.pop_back();
     if (entry.repeats() && !entry.isCancelled() && !closed_ && queues_.contains(entry.queue)) {
@@ -331,9 +331,7 @@ std::size_t VirtualRuntime::runUntilIdle() { return scheduler_->run(std::nullopt
 
 std::size_t VirtualRuntime::advanceBy(Duration d) { return scheduler_->advance(d); }
 
-std::size_t VirtualRuntime::advanceUntilNoTasks() {
-  return scheduler_->run(SteadyTime::max(), {});
-}
+std::size_t VirtualRuntime::advanceUntilNoTasks() { return scheduler_->run(SteadyTime::max(), {}); }
 
 std::size_t VirtualRuntime::pendingTaskCount() const { return scheduler_->pendingCount(); }
 

@@ -1,5 +1,3 @@
-#include "util/Guard.h"
-
 #include <gtest/gtest.h>
 
 #include <optional>
@@ -7,6 +5,7 @@
 #include <string>
 
 #include "support/ScopedContext.h"
+#include "util/Guard.h"
 #include "util/ZVException.h"
 #include "util/ZVLog.h"
 

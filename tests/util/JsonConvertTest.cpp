@@ -1,11 +1,10 @@
 // Reading loosely typed reply values and writing request bodies.
-#include "util/JsonConvert.h"
-
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <nlohmann/json.hpp>
 
+#include "util/JsonConvert.h"
 #include "util/ZVException.h"
 
 namespace zivora {
@@ -16,7 +15,8 @@ using nlohmann::json;
 TEST(JsonConvert, ParseObjectAcceptsOnlyObjects) {
   EXPECT_TRUE(JsonConvert::parseObject("{}"));
   EXPECT_EQ((*JsonConvert::parseObject(R"({"a":[1]})"))["a"][0], 1);
-  for (const char* body : {"", "garbage", "[1,2]", "42", "\"s\"", "null", "{\"a\":", "<html></html>"}) {
+  for (const char* body :
+       {"", "garbage", "[1,2]", "42", "\"s\"", "null", "{\"a\":", "<html></html>"}) {
     EXPECT_FALSE(JsonConvert::parseObject(body)) << body;
   }
 }
@@ -77,10 +77,12 @@ TEST(JsonConvert, TextAndDescriptionFollowThePrintedForms) {
 }
 
 TEST(JsonConvert, SerializeEscapesSlashesKeepsTypesAndRefusesNonFiniteNumbers) {
-  json body = {{"getInitialization", {{"appId", "a/b"}, {"limitAdTracking", 0}, {"isMobileNetwork", false},
-                                      {"ratio", 1.5}}}};
-  EXPECT_EQ(JsonConvert::serialize(body),
-            R"({"getInitialization":{"appId":"a\/b","isMobileNetwork":false,"limitAdTracking":0,"ratio":1.5}})");
+  json body = {
+      {"getInitialization",
+       {{"appId", "a/b"}, {"limitAdTracking", 0}, {"isMobileNetwork", false}, {"ratio", 1.5}}}};
+  EXPECT_EQ(
+      JsonConvert::serialize(body),
+      R"({"getInitialization":{"appId":"a\/b","isMobileNetwork":false,"limitAdTracking":0,"ratio":1.5}})");
   EXPECT_THROW(JsonConvert::serialize(json{{"x", {NAN}}}), ZVException);
   EXPECT_THROW(JsonConvert::serialize(json{{"x", INFINITY}}), ZVException);
 }

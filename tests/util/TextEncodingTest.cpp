@@ -63,7 +63,8 @@ TEST(Md5, HashesUtf8BytesAsLowercaseHexWithDistinctFallbacks) {
 
 TEST(RandomString, IsTheMillisecondClockFollowedByRandomLowercaseAlphanumerics) {
   auto before = std::chrono::duration_cast<std::chrono::milliseconds>(
-                    std::chrono::system_clock::now().time_since_epoch()).count();
+                    std::chrono::system_clock::now().time_since_epoch())
+                    .count();
   std::string first = ZVHash::randomString();
   ASSERT_EQ(first.size(), 24u);
   EXPECT_TRUE(std::regex_match(first, std::regex("[0-9]{13}[a-z0-9]{11}")));
@@ -74,7 +75,8 @@ TEST(RandomString, IsTheMillisecondClockFollowedByRandomLowercaseAlphanumerics) 
 TEST(AddArgumentToURL, AppendsAfterExistingItemsAndKeepsUnparsableUrls) {
   EXPECT_EQ(ZVSendRequest::addArgumentToURL("https://h.example/p?a=1&a=2", "b", "x y"),
             "https://h.example/p?a=1&a=2&b=x%20y");
-  EXPECT_EQ(ZVSendRequest::addArgumentToURL("https://h.example/p", "k", "v"), "https://h.example/p?k=v");
+  EXPECT_EQ(ZVSendRequest::addArgumentToURL("https://h.example/p", "k", "v"),
+            "https://h.example/p?k=v");
   EXPECT_EQ(ZVSendRequest::addArgumentToURL("not a url", "k", "v"), std::nullopt);
   EXPECT_EQ(ZVSendRequest::addArgumentToURL("", "k", "v"), std::nullopt);
 }

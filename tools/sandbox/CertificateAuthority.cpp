@@ -1,6 +1,7 @@
 #include "CertificateAuthority.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <openssl/bn.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
@@ -9,8 +10,6 @@
 #include <openssl/x509v3.h>
 #include <sys/file.h>
 #include <unistd.h>
-
-#include <fmt/format.h>
 
 #include <memory>
 #include <stdexcept>
@@ -51,7 +50,7 @@ void setRandomSerial(X509* cert) {
   check(RAND_bytes(bytes, sizeof bytes) == 1, "serial");
   bytes[0] &= 0x7f;  // a positive serial number
   std::unique_ptr<BIGNUM, decltype(&BN_free)> serial(BN_bin2bn(bytes, sizeof bytes, nullptr),
-                                                      BN_free);
+                                                     BN_free);
   check(serial && BN_to_ASN1_INTEGER(serial.get(), X509_get_serialNumber(cert)), "serial");
 }
 
@@ -79,8 +78,8 @@ Cert makeUnsigned(EVP_PKEY* key, const char* commonName) {
   check(X509_set_pubkey(cert.get(), key) == 1, "public key");
   X509_NAME* name = X509_get_subject_name(cert.get());
   check(X509_NAME_add_entry_by_txt(name, "O", MBSTRING_ASC,
-                                   reinterpret_cast<const unsigned char*>("Zivora Sandbox"), -1,
-                                   -1, 0) == 1,
+                                   reinterpret_cast<const unsigned char*>("Zivora Sandbox"), -1, -1,
+                                   0) == 1,
         "subject");
   check(X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC,
                                    reinterpret_cast<const unsigned char*>(commonName), -1, -1,

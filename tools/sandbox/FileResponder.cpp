@@ -1,8 +1,7 @@
 #include "FileResponder.h"
 
-#include <httplib.h>
-
 #include <fmt/format.h>
+#include <httplib.h>
 
 #include <fstream>
 #include <memory>

@@ -16,9 +16,9 @@ std::string ReceivedRequest::header(std::string_view name) const {
 nlohmann::json ReceivedRequest::toJson() const {
   nlohmann::json headerObject = nlohmann::json::object();
   for (const auto& [key, value] : headers) headerObject[key] = value;
-  nlohmann::json record = {{"method", method}, {"path", path},         {"headers", headerObject},
-                           {"body", body},     {"params", params},     {"md5Valid", md5Valid},
-                           {"requestName", requestName}};
+  nlohmann::json record = {
+      {"method", method}, {"path", path},         {"headers", headerObject},   {"body", body},
+      {"params", params}, {"md5Valid", md5Valid}, {"requestName", requestName}};
   return record;
 }
 

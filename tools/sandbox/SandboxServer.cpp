@@ -1,8 +1,7 @@
 #include "SandboxServer.h"
 
-#include <httplib.h>
-
 #include <fmt/format.h>
+#include <httplib.h>
 
 #include <array>
 #include <stdexcept>
@@ -23,8 +22,8 @@ constexpr const char* kJson = "application/json";
 
 // httplib puts the peer's and its own address among the request headers;
 // they were never sent by the client.
-constexpr std::array<std::string_view, 4> kPseudoHeaders{"REMOTE_ADDR", "REMOTE_PORT",
-                                                         "LOCAL_ADDR", "LOCAL_PORT"};
+constexpr std::array<std::string_view, 4> kPseudoHeaders{"REMOTE_ADDR", "REMOTE_PORT", "LOCAL_ADDR",
+                                                         "LOCAL_PORT"};
 
 bool isPseudoHeader(std::string_view name) {
   for (std::string_view pseudo : kPseudoHeaders) {
@@ -33,9 +32,7 @@ bool isPseudoHeader(std::string_view name) {
   return false;
 }
 
-json errorReply(int code, std::string_view why) {
-  return {{"error", code}, {"message", why}};
-}
+json errorReply(int code, std::string_view why) { return {{"error", code}, {"message", why}}; }
 
 // The request's name when Params is a document with exactly one member.
 const json* onlyMember(const json& document, std::string* name) {
@@ -79,8 +76,7 @@ SandboxServer::~SandboxServer() { stop(); }
 int SandboxServer::start() {
   if (server_) throw std::runtime_error("the sandbox is already started");
   const CertificatePaths paths = CertificateAuthority::ensure(options_.certDirectory);
-  server_ = std::make_unique<httplib::SSLServer>(paths.serverCert.c_str(),
-                                                 paths.serverKey.c_str());
+  server_ = std::make_unique<httplib::SSLServer>(paths.serverCert.c_str(), paths.serverKey.c_str());
   if (!server_->is_valid()) throw std::runtime_error("the sandbox's TLS setup failed");
   // Without it every small TLS exchange waits on Nagle's algorithm.
   server_->set_tcp_nodelay(true);
@@ -171,14 +167,12 @@ bool SandboxServer::waitForReceived(std::size_t count, std::chrono::milliseconds
 void SandboxServer::installRoutes() {
   using httplib::Request;
   using httplib::Response;
-  server_->Post(std::string(kAdPath),
-                [this](const Request& request, Response& response) {
-                  handleAdRequest(request, response);
-                });
-  server_->Post(std::string(kAnalyticsPath),
-                [this](const Request& request, Response& response) {
-                  handleAnalytics(request, response);
-                });
+  server_->Post(std::string(kAdPath), [this](const Request& request, Response& response) {
+    handleAdRequest(request, response);
+  });
+  server_->Post(std::string(kAnalyticsPath), [this](const Request& request, Response& response) {
+    handleAnalytics(request, response);
+  });
   server_->Get(R"(/files/(.+))", [this](const Request& request, Response& response) {
     record(recordOf(request));
     FileResponder(options_.filesDirectory).respond(request.matches[1].str(), request, response);

@@ -194,7 +194,8 @@ HttpResponse CurlHttpClient::perform(const HttpRequest& request) {
 
     const CURLcode result = curl_easy_perform(handle);
     if (transfer.overCap) {
-      return failure(fmt::format("reply body exceeds the limit of {} bytes", options_.maxBodyBytes));
+      return failure(
+          fmt::format("reply body exceeds the limit of {} bytes", options_.maxBodyBytes));
     }
     if (transfer.idle) {
       return failure(fmt::format("no data moved for {} ms", options_.lowSpeedTime.count()));

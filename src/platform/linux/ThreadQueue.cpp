@@ -171,7 +171,8 @@ class ThreadQueue::Core {
     if (entry.isCancelled()) return;
     const void* outer = tlsRunning;
     tlsRunning = this;
-    guarded("Queue", label_.c_str(), [&] { entry.task(); }, GuardReport::Backoffice);
+    guarded(
+        "Queue", label_.c_str(), [&] { entry.task(); }, GuardReport::Backoffice);
     tlsRunning = outer;
     if (entry.repeats() && !entry.isCancelled()) reschedule(std::move(entry));
     // A one-shot task is destroyed by the caller, outside every lock.
