@@ -53,6 +53,10 @@ class ZIVORA_API Zivora {
   // number and both texts non-empty, or the call is refused with a log line.
   static void purchaseEvent(double amount, std::optional<std::string> currency,
                             std::optional<std::string> transactionId) noexcept;
+  // The same with the receipt or order token your store handed you; without
+  // it, the SDK attaches the receipt file named in HostOptions, if any.
+  static void purchaseEvent(double amount, std::optional<std::string> currency,
+                            std::optional<std::string> transactionId, std::string receipt) noexcept;
 
   // Switches the SDK's debug log lines on or off (warnings always show).
   static void logEnable(bool enable) noexcept;

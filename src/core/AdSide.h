@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,8 +19,10 @@ class AdSide {
   virtual void startUp() = 0;
   // The ad server answered: queued ad events may be sent now.
   virtual void serverConnected() = 0;
+  // `receipt` is the store's receipt when the host passed one.
   virtual void purchaseEvent(double amount, const std::string& currency,
-                             const std::string& transactionId) = 0;
+                             const std::string& transactionId,
+                             const std::optional<std::string>& receipt) = 0;
 
   // Drops every reservation of, then deletes, one cached file. `fileName` is
   // whatever the server listed; implementations touch only a regular file

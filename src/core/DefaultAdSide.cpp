@@ -43,7 +43,8 @@ void DefaultAdSide::startUp() {
   if (error) ZVLog::LogWarning("[ZVResourceManager][init] Can't create cache directory");
 }
 
-void DefaultAdSide::purchaseEvent(double amount, const std::string& currency, const std::string&) {
+void DefaultAdSide::purchaseEvent(double amount, const std::string& currency, const std::string&,
+                                  const std::optional<std::string>&) {
   ZVLog::LogWarning("[Zivora][purchaseEvent] No event queue in this build; dropped {} {}", amount,
                     currency);
 }

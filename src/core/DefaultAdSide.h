@@ -19,8 +19,8 @@ class DefaultAdSide final : public AdSide {
 
   void startUp() override;
   void serverConnected() override {}
-  void purchaseEvent(double amount, const std::string& currency,
-                     const std::string& transactionId) override;
+  void purchaseEvent(double amount, const std::string& currency, const std::string& transactionId,
+                     const std::optional<std::string>& receipt) override;
   void unreserveAll(const std::string&) override {}
   void removeFile(const std::string& fileName) override;
   void newVideoManager() override {}

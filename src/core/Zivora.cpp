@@ -82,16 +82,33 @@ bool Zivora::isReadyVideo(const std::string& placement) noexcept {
   });
 }
 
+namespace {
+
+void checkedPurchase(double amount, std::optional<std::string> currency,
+                     std::optional<std::string> transactionId, std::optional<std::string> receipt) {
+  // A NaN or infinite amount could not travel in a JSON body either.
+  if (!std::isfinite(amount) || amount < 0 || !isPresent(currency) || !isPresent(transactionId)) {
+    ZVLog::system(kIncorrectPurchase);
+    return;
+  }
+  if (auto instance = initializedInstance()) {
+    instance->purchaseEvent(amount, *currency, *transactionId, std::move(receipt));
+  }
+}
+
+}  // namespace
+
 void Zivora::purchaseEvent(double amount, std::optional<std::string> currency,
                            std::optional<std::string> transactionId) noexcept {
   guarded(kClass, "purchaseEvent", [&] {
-    // A NaN or infinite amount could not travel in a JSON body either.
-    if (!std::isfinite(amount) || amount < 0 || !isPresent(currency) || !isPresent(transactionId)) {
-      ZVLog::system(kIncorrectPurchase);
-      return;
-    }
-    if (auto instance = initializedInstance())
-      instance->purchaseEvent(amount, *currency, *transactionId);
+    checkedPurchase(amount, std::move(currency), std::move(transactionId), std::nullopt);
+  });
+}
+
+void Zivora::purchaseEvent(double amount, std::optional<std::string> currency,
+                           std::optional<std::string> transactionId, std::string receipt) noexcept {
+  guarded(kClass, "purchaseEvent", [&] {
+    checkedPurchase(amount, std::move(currency), std::move(transactionId), std::move(receipt));
   });
 }
 

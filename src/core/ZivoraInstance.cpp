@@ -411,13 +411,14 @@ bool ZivoraInstance::isReadyVideo(const std::string& placement) {
 }
 
 void ZivoraInstance::purchaseEvent(double amount, const std::string& currency,
-                                   const std::string& transactionId) {
+                                   const std::string& transactionId,
+                                   std::optional<std::string> receipt) {
   std::weak_ptr<ZivoraInstance> weak = shared_from_this();
-  serial_->async([weak, amount, currency, transactionId] {
+  serial_->async([weak, amount, currency, transactionId, receipt = std::move(receipt)] {
     auto self = weak.lock();
     if (!self) return;
     guarded(kClass, "purchaseEventDispatch", [&] {
-      if (!self->refused()) self->adSide_->purchaseEvent(amount, currency, transactionId);
+      if (!self->refused()) self->adSide_->purchaseEvent(amount, currency, transactionId, receipt);
     });
   });
 }

@@ -47,7 +47,8 @@ class ZivoraInstance : public std::enable_shared_from_this<ZivoraInstance> {
   void showVideo(const std::string& placement);
   void cacheVideo(const std::string& placement);
   bool isReadyVideo(const std::string& placement);
-  void purchaseEvent(double amount, const std::string& currency, const std::string& transactionId);
+  void purchaseEvent(double amount, const std::string& currency, const std::string& transactionId,
+                     std::optional<std::string> receipt);
   void requestMotivatedRewards();
   void removeMotivatedRewards(const std::vector<std::string>& rewardIds);
   std::size_t pump();

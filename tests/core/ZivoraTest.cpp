@@ -204,12 +204,15 @@ TEST_F(ZivoraTest, PurchasesAreCheckedThenQueuedEvenBeforeInitialisation) {
   Zivora::purchaseEvent(1.0, "USD", std::nullopt);
   Zivora::purchaseEvent(NAN, "USD", "t");
   Zivora::purchaseEvent(0.99, "USD", "t-1");
+  Zivora::purchaseEvent(2.5, "EUR", "t-2", "order-token");
   runtime_->runUntilIdle();
   int refusals = 0;
   for (const auto& text : log_->texts())
     refusals += text == "[Zivora][purchaseEvent] Error: Incorect arguments";
   EXPECT_EQ(refusals, 4);
-  EXPECT_EQ(adSide_->calls("purchase:"), std::vector<std::string>{"purchase:0.99:USD:t-1"});
+  EXPECT_EQ(
+      adSide_->calls("purchase:"),
+      (std::vector<std::string>{"purchase:0.99:USD:t-1", "purchase:2.5:EUR:t-2:order-token"}));
 }
 
 class ZivoraRefusalTest

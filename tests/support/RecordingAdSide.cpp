@@ -5,8 +5,10 @@
 namespace zivora::test {
 
 void RecordingAdSide::purchaseEvent(double amount, const std::string& currency,
-                                    const std::string& transactionId) {
-  record(fmt::format("purchase:{}:{}:{}", amount, currency, transactionId));
+                                    const std::string& transactionId,
+                                    const std::optional<std::string>& receipt) {
+  record(fmt::format("purchase:{}:{}:{}{}", amount, currency, transactionId,
+                     receipt ? ":" + *receipt : std::string()));
 }
 
 bool RecordingAdSide::isReadyVideo(const std::string& placement) {

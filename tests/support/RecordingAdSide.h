@@ -16,8 +16,8 @@ class RecordingAdSide final : public AdSide {
  public:
   void startUp() override { record("startUp"); }
   void serverConnected() override { record("serverConnected"); }
-  void purchaseEvent(double amount, const std::string& currency,
-                     const std::string& transactionId) override;
+  void purchaseEvent(double amount, const std::string& currency, const std::string& transactionId,
+                     const std::optional<std::string>& receipt) override;
   void unreserveAll(const std::string& fileName) override { record("unreserveAll:" + fileName); }
   void removeFile(const std::string& fileName) override { record("removeFile:" + fileName); }
   void newVideoManager() override { record("newVideoManager"); }
