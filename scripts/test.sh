@@ -17,7 +17,7 @@ configure() {  # tree, extra cmake arguments...
 }
 
 say "format check"
-git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run --Werror
+git ls-files '*.h' '*.c' '*.cpp' | xargs clang-format --dry-run --Werror
 
 say "release build"
 configure release
