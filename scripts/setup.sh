@@ -11,7 +11,7 @@ packages=(
   # tests, benchmarks, the sandbox server
   libgtest-dev libgmock-dev libbenchmark-dev libcpp-httplib-dev
   # command-line tools the tests, the format check and benchmarks use
-  openssl curl sqlite3 ca-certificates clang-format
+  openssl curl sqlite3 ca-certificates clang-format python3
 )
 
 missing=()

@@ -1,0 +1,43 @@
+#!/usr/bin/env bash
+# Installs the SDK into a temporary prefix, builds the C example out of tree
+# with find_package(Zivora) and with pkg-config, and runs it and the Python
+# ctypes example against a sandbox ad server on loopback.
+#   packaging-test.sh BUILD_DIR SOURCE_DIR
+set -euo pipefail
+build=$(realpath "$1") source=$(realpath "$2")
+work=$(mktemp -d)
+sandbox_pid=
+cleanup() {
+  [[ -n $sandbox_pid ]] && kill "$sandbox_pid" 2>/dev/null && wait "$sandbox_pid" 2>/dev/null
+  rm -rf "$work"
+}
+trap cleanup EXIT
+
+prefix=$work/prefix
+cmake --install "$build" --prefix "$prefix" >/dev/null
+export LD_LIBRARY_PATH=$prefix/lib PKG_CONFIG_PATH=$prefix/lib/pkgconfig
+
+cmake -S "$source/examples/c-host" -B "$work/c-host" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake --build "$work/c-host" >/dev/null
+cc -std=c99 -Wall -Wextra -pedantic -Werror "$source/examples/c-host/main.c" \
+  $(pkg-config --cflags --libs zivora) -pthread -o "$work/c-host-pkgconfig"
+echo "built the C host with find_package and with pkg-config"
+
+"$build/tools/sandbox/zivora-sandbox" --port 0 --certs "$work/certs" --port-file "$work/port" >/dev/null &
+sandbox_pid=$!
+for _ in $(seq 200); do [[ -s $work/port ]] && break; sleep 0.05; done
+server="https://127.0.0.1:$(cat "$work/port")/HandleRequestV3.php"
+
+expect_answer() {  # name, command...
+  local name=$1; shift
+  local output
+  output=$("$@" 2>&1) || { echo "$output"; echo "$name failed" >&2; return 1; }
+  grep -q "placement answered" <<<"$output" || { echo "$output"; echo "$name: no answer" >&2; return 1; }
+  echo "$name: $(grep '^callback:' <<<"$output" | head -1)"
+}
+expect_answer "c-host (find_package)" "$work/c-host/c-host" --server "$server" --ca "$work/certs/ca.pem" \
+  --data-dir "$work/data1"
+expect_answer "c-host (pkg-config)" "$work/c-host-pkgconfig" --server "$server" --ca "$work/certs/ca.pem" \
+  --data-dir "$work/data2"
+expect_answer "python ctypes" python3 "$source/examples/python-ctypes/zivora_demo.py" \
+  --library "$prefix/lib/libzivora.so.0" --server "$server" --ca "$work/certs/ca.pem" --data-dir "$work/data3"
