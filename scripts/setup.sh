@@ -6,6 +6,8 @@ set -euo pipefail
 packages=(
   # toolchain
   build-essential cmake ninja-build mold pkg-config util-linux
+  # the fuzzing tree: clang with libFuzzer and the sanitizer runtimes
+  clang libclang-rt-14-dev
   # libraries the SDK links
   libcurl4-openssl-dev libssl-dev nlohmann-json3-dev libsqlite3-dev libfmt-dev
   # tests, benchmarks, the sandbox server

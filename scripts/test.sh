@@ -44,4 +44,7 @@ if setarch "$(uname -m)" -R true 2>/dev/null; then norandom=(setarch "$(uname -m
 TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
   "${norandom[@]}" ctest --test-dir build/tsan -j "$jobs" --output-on-failure
 
+say "fuzzing (libFuzzer, ASan+UBSan)"
+bash scripts/fuzz.sh "${ZIVORA_FUZZ_SECONDS:-20}"
+
 say "all test trees passed"

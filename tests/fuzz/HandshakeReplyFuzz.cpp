@@ -1,0 +1,44 @@
+// Any body the ad server might send in answer to the handshake, run through
+// the whole start-up on virtual time: the SDK must not crash, and it must
+// end initialised, refused, or retrying (never stuck half-way).
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+#include "core/ZivoraInstance.h"
+#include "support/FakeHttpClient.h"
+#include "support/RecordingAdSide.h"
+#include "support/TempDir.h"
+#include "support/VirtualRuntime.h"
+#include "util/LogSink.h"
+
+using namespace zivora;
+
+namespace {
+
+class SilentLog final : public LogSink {
+ public:
+  void write(LogLevel, std::string_view) override {}
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  static test::TempDir root;
+  auto runtime = std::make_shared<test::VirtualRuntime>();
+  auto http = std::make_shared<test::FakeHttpClient>();
+  auto adSide = std::make_shared<test::RecordingAdSide>();
+  http->enqueue(200, std::string(reinterpret_cast<const char*>(data), size));
+  ZivoraInstance::start("fuzz", HostOptions{.dataRoot = root.path().string()},
+                        RuntimeOptions{.runtime = runtime,
+                                       .http = http,
+                                       .log = std::make_shared<SilentLog>(),
+                                       .adSide = adSide});
+  runtime->runUntilIdle();
+  bool initialised = !adSide->calls("newVideoManager").empty();
+  bool retrying = runtime->pendingTaskCount() > 0;
+  if (!initialised && !retrying) std::abort();
+  ZivoraInstance::reset();
+  return 0;
+}
