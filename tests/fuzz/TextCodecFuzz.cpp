@@ -37,7 +37,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   // A cached file name is a single, short path component.
   std::string name = ZVResourceManager::convertURLToFileName(text);
-  if (name.find('/') != std::string::npos || name.find('\0') != std::string::npos || name.size() > 49) {
+  if (name.find('/') != std::string::npos || name.find('\0') != std::string::npos ||
+      name.size() > 49) {
     std::abort();
   }
   return 0;
