@@ -12,6 +12,15 @@ packages=(
   libcurl4-openssl-dev libssl-dev nlohmann-json3-dev libsqlite3-dev libfmt-dev
   # tests, benchmarks, the sandbox server
   libgtest-dev libgmock-dev libbenchmark-dev libcpp-httplib-dev
+  # the secret store and its test keyring (dbus-x11 keeps systemd out)
+  libsecret-1-dev gnome-keyring dbus dbus-x11
+  # resource downloads are also tested against nginx
+  nginx
+  # playback, presentation, drawing and text
+  libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-plugins-base
+  gstreamer1.0-plugins-good gstreamer1.0-libav gstreamer1.0-tools gstreamer1.0-plugins-ugly
+  libsdl2-dev libsdl2-image-dev libcairo2-dev libpango1.0-dev fonts-dejavu-core
+  xvfb xauth iproute2
   # command-line tools the tests, the format check and benchmarks use
   openssl curl sqlite3 ca-certificates clang-format python3
 )
