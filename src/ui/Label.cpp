@@ -1,0 +1,135 @@
+#include "ui/Label.h"
+
+#include <pango/pangocairo.h>
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+
+namespace zivora::ui {
+namespace {
+
+struct GObjectDeleter {
+  void operator()(void* object) const { g_object_unref(object); }
+};
+using LayoutPtr = std::unique_ptr<PangoLayout, GObjectDeleter>;
+
+struct FontDescriptionDeleter {
+  void operator()(PangoFontDescription* d) const { pango_font_description_free(d); }
+};
+
+void applyFont(PangoLayout* layout, const Font& font) {
+  std::unique_ptr<PangoFontDescription, FontDescriptionDeleter> description(font.description());
+  pango_layout_set_font_description(layout, description.get());
+}
+
+PangoAlignment pangoAlignment(Label::Alignment alignment) {
+  switch (alignment) {
+    case Label::Alignment::Center:
+      return PANGO_ALIGN_CENTER;
+    case Label::Alignment::Right:
+      return PANGO_ALIGN_RIGHT;
+    default:
+      return PANGO_ALIGN_LEFT;
+  }
+}
+
+void setSourceColor(cairo_t* cr, const Color& c) {
+  cairo_set_source_rgba(cr, c.red, c.green, c.blue, c.alpha);
+}
+
+}  // namespace
+
+Label::Label(Rect frame) : View(frame) {}
+
+void Label::setText(std::string text) {
+  text_ = std::move(text);
+  ++textRevision_;
+  setNeedsDisplay();
+}
+
+void Label::setText(std::string text, Attributes attributes) {
+  attributes_ = std::move(attributes);
+  setText(std::move(text));
+}
+
+void Label::setFont(Font font) {
+  attributes_.font = std::move(font);
+  setNeedsDisplay();
+}
+
+void Label::setTextColor(Color color) {
+  attributes_.foreground = color;
+  setNeedsDisplay();
+}
+
+void Label::setAlignment(Alignment alignment) {
+  alignment_ = alignment;
+  setNeedsDisplay();
+}
+
+void Label::setNumberOfLines(int lines) {
+  numberOfLines_ = std::max(0, lines);
+  setNeedsDisplay();
+}
+
+void Label::setMinimumScaleFactor(double factor) {
+  minimumScaleFactor_ = std::clamp(factor, 0.0, 1.0);
+  setNeedsDisplay();
+}
+
+void Label::draw(cairo_t* cr) {
+  if (text_.empty()) return;
+  const Size size = bounds().size;
+  LayoutPtr layout(pango_cairo_create_layout(cr));
+  pango_layout_set_text(layout.get(), text_.c_str(), static_cast<int>(text_.size()));
+  pango_layout_set_alignment(layout.get(), pangoAlignment(alignment_));
+  pango_layout_set_width(layout.get(), static_cast<int>(size.width * PANGO_SCALE));
+  Font font = attributes_.font;
+  if (numberOfLines_ == 1) {
+    pango_layout_set_ellipsize(layout.get(), PANGO_ELLIPSIZE_END);
+    if (minimumScaleFactor_ < 1) {
+      // Measure unconstrained, then shrink to the width within the limit.
+      pango_layout_set_width(layout.get(), -1);
+      applyFont(layout.get(), font);
+      int width = 0;
+      pango_layout_get_pixel_size(layout.get(), &width, nullptr);
+      if (width > size.width && width > 0) {
+        font = font.withSize(font.size() * std::max(minimumScaleFactor_, size.width / width));
+      }
+      pango_layout_set_width(layout.get(), static_cast<int>(size.width * PANGO_SCALE));
+    }
+  } else {
+    pango_layout_set_wrap(layout.get(), PANGO_WRAP_WORD);
+    if (numberOfLines_ > 1) {
+      pango_layout_set_height(layout.get(), -numberOfLines_);
+      pango_layout_set_ellipsize(layout.get(), PANGO_ELLIPSIZE_END);
+    }
+  }
+  applyFont(layout.get(), font);
+
+  PangoRectangle logical;
+  pango_layout_get_extents(layout.get(), nullptr, &logical);
+  const double textHeight = static_cast<double>(logical.height) / PANGO_SCALE;
+  cairo_move_to(cr, 0, (size.height - textHeight) / 2);
+  pango_cairo_layout_path(cr, layout.get());
+
+  const bool fill = attributes_.strokeWidth <= 0;
+  const bool outline = attributes_.stroke && attributes_.strokeWidth != 0;
+  if (fill) {
+    setSourceColor(cr, attributes_.foreground);
+    if (outline) {
+      cairo_fill_preserve(cr);
+    } else {
+      cairo_fill(cr);
+    }
+  }
+  if (outline) {
+    setSourceColor(cr, *attributes_.stroke);
+    cairo_set_line_width(cr, std::abs(attributes_.strokeWidth) / 100 * font.size());
+    cairo_stroke(cr);
+  }
+  cairo_new_path(cr);
+}
+
+}  // namespace zivora::ui

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "ui/Font.h"
+#include "ui/View.h"
+
+namespace zivora::ui {
+
+// Text in a box: one font and colour, optionally outlined, aligned and
+// centred vertically in the bounds like the platform's labels.
+class Label : public View {
+ public:
+  enum class Alignment { Left, Center, Right };
+
+  struct Attributes {
+    Font font = Font::systemFont(17);
+    Color foreground = Color::black();
+    std::optional<Color> stroke;
+    // A percentage of the font's size; negative fills and outlines, positive
+    // outlines only.
+    double strokeWidth = 0;
+  };
+
+  explicit Label(Rect frame = {});
+
+  const std::string& text() const { return text_; }
+  void setText(std::string text);
+  // Text and attributes in one assignment.
+  void setText(std::string text, Attributes attributes);
+  const Attributes& attributes() const { return attributes_; }
+  void setFont(Font font);
+  void setTextColor(Color color);
+  void setAlignment(Alignment alignment);
+  // 0 for any number of lines; more than one wraps at words.
+  void setNumberOfLines(int lines);
+  // Below 1, a single line too wide for the bounds shrinks down to this
+  // share of the font size.
+  void setMinimumScaleFactor(double factor);
+
+  // Counts the text assignments, so that callers can prove they rebuild
+  // the text only when it changes.
+  int textRevision() const { return textRevision_; }
+
+ protected:
+  void draw(cairo_t* cr) override;
+
+ private:
+  std::string text_;
+  Attributes attributes_;
+  Alignment alignment_ = Alignment::Left;
+  int numberOfLines_ = 1;
+  double minimumScaleFactor_ = 1;
+  int textRevision_ = 0;
+};
+
+}  // namespace zivora::ui

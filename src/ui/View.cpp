@@ -1,0 +1,140 @@
+#include "ui/View.h"
+
+#include <algorithm>
+
+namespace zivora::ui {
+namespace {
+// Below this a view counts as invisible and lets taps through.
+constexpr double kMinimumHitAlpha = 0.01;
+}  // namespace
+
+View::View(Rect frame) : frame_(frame) {}
+
+View::~View() {
+  for (auto& view : subviews_) view->superview_ = nullptr;
+}
+
+void View::setFrame(const Rect& frame) {
+  if (frame == frame_) return;
+  frame_ = frame;
+  if (layer_) layer_->setFrame(bounds());
+  layoutSubviews();
+  setNeedsDisplay();
+}
+
+void View::setLayer(std::unique_ptr<Layer> layer) {
+  layer_ = std::move(layer);
+  if (layer_) {
+    layer_->setFrame(bounds());
+    layer_->setDisplayHandler([this] { setNeedsDisplay(); });
+  }
+  setNeedsDisplay();
+}
+
+void View::setHidden(bool hidden) {
+  if (hidden == hidden_) return;
+  hidden_ = hidden;
+  setNeedsDisplay();
+}
+
+void View::setAlpha(double alpha) {
+  alpha = std::clamp(alpha, 0.0, 1.0);
+  if (alpha == alpha_) return;
+  alpha_ = alpha;
+  setNeedsDisplay();
+}
+
+void View::setBackgroundColor(std::optional<Color> color) {
+  backgroundColor_ = color;
+  setNeedsDisplay();
+}
+
+void View::setTranslation(Point translation) {
+  if (translation == translation_) return;
+  translation_ = translation;
+  setNeedsDisplay();
+}
+
+void View::addSubview(std::shared_ptr<View> view) {
+  if (!view || view.get() == this) return;
+  view->removeFromSuperview();
+  view->superview_ = this;
+  subviews_.push_back(std::move(view));
+  setNeedsDisplay();
+}
+
+void View::removeFromSuperview() {
+  View* parent = superview_;
+  if (!parent) return;
+  superview_ = nullptr;
+  auto& siblings = parent->subviews_;
+  // Erasing may drop the last owner of this view; nothing touches it after.
+  auto keep = std::find_if(siblings.begin(), siblings.end(),
+                           [this](const std::shared_ptr<View>& v) { return v.get() == this; });
+  if (keep == siblings.end()) return;
+  std::shared_ptr<View> self = *keep;
+  siblings.erase(keep);
+  parent->setNeedsDisplay();
+}
+
+void View::setNeedsDisplay() {
+  for (View* view = this; view && !view->needsDisplay_; view = view->superview_) {
+    view->needsDisplay_ = true;
+  }
+}
+
+View* View::hitTest(Point point) {
+  if (hidden_ || alpha_ < kMinimumHitAlpha) return nullptr;
+  Rect placed = frame_;
+  placed.origin.x += translation_.x;
+  placed.origin.y += translation_.y;
+  if (!placed.contains(point)) return nullptr;
+  Point local{point.x - placed.minX(), point.y - placed.minY()};
+  for (auto it = subviews_.rbegin(); it != subviews_.rend(); ++it) {
+    if (View* hit = (*it)->hitTest(local)) return hit;
+  }
+  return userInteractionEnabled_ ? this : nullptr;
+}
+
+bool View::tap(Point point) {
+  View* hit = hitTest(point);
+  if (!hit) return false;
+  hit->handleTap();
+  return true;
+}
+
+void View::handleTap() {
+  if (tapHandler_) tapHandler_();
+}
+
+void View::clearNeedsDisplay() {
+  needsDisplay_ = false;
+  for (auto& view : subviews_) view->clearNeedsDisplay();
+}
+
+void View::render(cairo_t* cr) {
+  if (hidden_ || alpha_ <= 0) return clearNeedsDisplay();
+  needsDisplay_ = false;
+  cairo_save(cr);
+  cairo_translate(cr, frame_.minX() + translation_.x, frame_.minY() + translation_.y);
+  const bool translucent = alpha_ < 1;
+  if (translucent) cairo_push_group(cr);
+  if (backgroundColor_) {
+    cairo_set_source_rgba(cr, backgroundColor_->red, backgroundColor_->green,
+                          backgroundColor_->blue, backgroundColor_->alpha);
+    cairo_rectangle(cr, 0, 0, frame_.width(), frame_.height());
+    cairo_fill(cr);
+  }
+  cairo_save(cr);
+  if (layer_) layer_->drawInContext(cr);
+  draw(cr);
+  cairo_restore(cr);
+  for (auto& view : subviews_) view->render(cr);
+  if (translucent) {
+    cairo_pop_group_to_source(cr);
+    cairo_paint_with_alpha(cr, alpha_);
+  }
+  cairo_restore(cr);
+}
+
+}  // namespace zivora::ui

@@ -1,0 +1,74 @@
+#include "ui/ZVTimerCircularProgress.h"
+
+#include <fmt/format.h>
+
+#include <cmath>
+#include <limits>
+
+#include "util/Guard.h"
+
+namespace zivora::ui {
+
+ZVTimerCircularProgress::ZVTimerCircularProgress(Rect frame) : View(frame) {
+  guarded("ZVTimerCircularProgress", "baseInit", [&] { baseInit(); });
+}
+
+void ZVTimerCircularProgress::baseInit() {
+  duration_ = 1;
+  auto ring = std::make_shared<ZVCircularProgressView>(bounds());
+  addSubview(ring);
+  timer_ = ring;
+  auto label = std::make_shared<Label>(bounds());
+  label->setAlignment(Label::Alignment::Center);
+  addSubview(label);
+  label_ = label;
+  fontSize_ = 0.48f * static_cast<float>(frame().height());
+  auto helvetica = Font::named("Helvetica-Bold", fontSize_);
+  font_ = helvetica ? *helvetica : Font::systemFont(fontSize_);
+  validate();
+}
+
+void ZVTimerCircularProgress::layoutSubviews() {
+  for (const auto& view : subviews()) view->setFrame(bounds());
+}
+
+void ZVTimerCircularProgress::setDuration(float duration) {
+  guarded("ZVTimerCircularProgress", "setDuration", [&] {
+    duration_ = duration;
+    validate();
+  });
+}
+
+void ZVTimerCircularProgress::setCurrentTime(float currentTime) {
+  guarded("ZVTimerCircularProgress", "setCurrentTime", [&] {
+    currentTime_ = std::max(currentTime, 0.0f);
+    validate();
+  });
+}
+
+std::int32_t ZVTimerCircularProgress::displayedSeconds(float duration, float currentTime) {
+  const double remaining = static_cast<double>(duration) - currentTime + 1;
+  if (std::isnan(remaining)) return 0;
+  constexpr double kMax = std::numeric_limits<std::int32_t>::max();
+  constexpr double kMin = std::numeric_limits<std::int32_t>::min();
+  return static_cast<std::int32_t>(std::clamp(std::trunc(remaining), kMin, kMax));
+}
+
+void ZVTimerCircularProgress::validate() {
+  guarded("ZVTimerCircularProgress", "validate", [&] {
+    if (auto label = label_.lock()) {
+      const std::int32_t shown = displayedSeconds(duration_, currentTime_);
+      if (shown != lastDisplayTime_) {
+        lastDisplayTime_ = shown;
+        text_ = fmt::format("{}", shown);
+        label->setText(text_, {.font = font_,
+                               .foreground = Color::white(),
+                               .stroke = Color::black(),
+                               .strokeWidth = fontSize_ / -6});
+      }
+    }
+    if (auto ring = timer_.lock()) ring->setProgress(currentTime_ / duration_);
+  });
+}
+
+}  // namespace zivora::ui
