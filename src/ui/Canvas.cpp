@@ -30,11 +30,20 @@ const unsigned char* Canvas::pixels() const {
 int Canvas::stride() const { return cairo_image_surface_get_stride(surface_.get()); }
 
 void Canvas::render(View& root, Color background) {
+  clear(background);
+  draw(root);
+}
+
+void Canvas::clear(Color background) {
   cairo_t* cr = cairo_create(surface_.get());
   cairo_set_operator(cr, CAIRO_OPERATOR_SOURCE);
   cairo_set_source_rgba(cr, background.red, background.green, background.blue, background.alpha);
   cairo_paint(cr);
-  cairo_set_operator(cr, CAIRO_OPERATOR_OVER);
+  cairo_destroy(cr);
+}
+
+void Canvas::draw(View& root) {
+  cairo_t* cr = cairo_create(surface_.get());
   cairo_scale(cr, scale_, scale_);
   root.render(cr);
   cairo_destroy(cr);

@@ -29,6 +29,9 @@ class Canvas {
 
   // Clears to `background`, then draws `root` at its frame.
   void render(View& root, Color background = Color::clear());
+  void clear(Color background);
+  // Draws `root` at its frame over what the canvas holds.
+  void draw(View& root);
   // False (and nothing written) when the file cannot be written.
   bool writePng(const std::filesystem::path& path) const;
 

@@ -9,11 +9,6 @@
 namespace zivora::ui {
 namespace {
 
-struct GObjectDeleter {
-  void operator()(void* object) const { g_object_unref(object); }
-};
-using LayoutPtr = std::unique_ptr<PangoLayout, GObjectDeleter>;
-
 struct FontDescriptionDeleter {
   void operator()(PangoFontDescription* d) const { pango_font_description_free(d); }
 };
@@ -78,26 +73,26 @@ void Label::setMinimumScaleFactor(double factor) {
   setNeedsDisplay();
 }
 
-void Label::draw(cairo_t* cr) {
-  if (text_.empty()) return;
-  const Size size = bounds().size;
+void Label::GObjectDeleter::operator()(void* object) const { g_object_unref(object); }
+
+Label::LayoutPtr Label::makeLayout(cairo_t* cr, double width, Font& font) const {
   LayoutPtr layout(pango_cairo_create_layout(cr));
   pango_layout_set_text(layout.get(), text_.c_str(), static_cast<int>(text_.size()));
   pango_layout_set_alignment(layout.get(), pangoAlignment(alignment_));
-  pango_layout_set_width(layout.get(), static_cast<int>(size.width * PANGO_SCALE));
-  Font font = attributes_.font;
+  pango_layout_set_width(layout.get(), static_cast<int>(width * PANGO_SCALE));
+  font = attributes_.font;
   if (numberOfLines_ == 1) {
     pango_layout_set_ellipsize(layout.get(), PANGO_ELLIPSIZE_END);
     if (minimumScaleFactor_ < 1) {
       // Measure unconstrained, then shrink to the width within the limit.
       pango_layout_set_width(layout.get(), -1);
       applyFont(layout.get(), font);
-      int width = 0;
-      pango_layout_get_pixel_size(layout.get(), &width, nullptr);
-      if (width > size.width && width > 0) {
-        font = font.withSize(font.size() * std::max(minimumScaleFactor_, size.width / width));
+      int natural = 0;
+      pango_layout_get_pixel_size(layout.get(), &natural, nullptr);
+      if (natural > width && natural > 0) {
+        font = font.withSize(font.size() * std::max(minimumScaleFactor_, width / natural));
       }
-      pango_layout_set_width(layout.get(), static_cast<int>(size.width * PANGO_SCALE));
+      pango_layout_set_width(layout.get(), static_cast<int>(width * PANGO_SCALE));
     }
   } else {
     pango_layout_set_wrap(layout.get(), PANGO_WRAP_WORD);
@@ -107,6 +102,26 @@ void Label::draw(cairo_t* cr) {
     }
   }
   applyFont(layout.get(), font);
+  return layout;
+}
+
+double Label::fittingHeight(double width) const {
+  cairo_surface_t* scratch = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 1, 1);
+  cairo_t* cr = cairo_create(scratch);
+  Font font = attributes_.font;
+  LayoutPtr layout = makeLayout(cr, width, font);
+  PangoRectangle logical;
+  pango_layout_get_extents(layout.get(), nullptr, &logical);
+  cairo_destroy(cr);
+  cairo_surface_destroy(scratch);
+  return std::ceil(static_cast<double>(logical.height) / PANGO_SCALE);
+}
+
+void Label::draw(cairo_t* cr) {
+  if (text_.empty()) return;
+  const Size size = bounds().size;
+  Font font = attributes_.font;
+  LayoutPtr layout = makeLayout(cr, size.width, font);
 
   PangoRectangle logical;
   pango_layout_get_extents(layout.get(), nullptr, &logical);

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <pango/pango-layout.h>
+
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -39,6 +42,9 @@ class Label : public View {
   // share of the font size.
   void setMinimumScaleFactor(double factor);
 
+  // The height the text needs at `width`, within the line limit.
+  double fittingHeight(double width) const;
+
   // Counts the text assignments, so that callers can prove they rebuild
   // the text only when it changes.
   int textRevision() const { return textRevision_; }
@@ -47,6 +53,13 @@ class Label : public View {
   void draw(cairo_t* cr) override;
 
  private:
+  struct GObjectDeleter {
+    void operator()(void* object) const;
+  };
+  using LayoutPtr = std::unique_ptr<PangoLayout, GObjectDeleter>;
+  // The laid-out text for `width` in context `cr`, and the font it ended in.
+  LayoutPtr makeLayout(cairo_t* cr, double width, Font& font) const;
+
   std::string text_;
   Attributes attributes_;
   Alignment alignment_ = Alignment::Left;

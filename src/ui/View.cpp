@@ -49,6 +49,11 @@ void View::setBackgroundColor(std::optional<Color> color) {
   setNeedsDisplay();
 }
 
+void View::setCornerRadius(double radius) {
+  cornerRadius_ = std::max(radius, 0.0);
+  setNeedsDisplay();
+}
+
 void View::setTranslation(Point translation) {
   if (translation == translation_) return;
   translation_ = translation;
@@ -84,7 +89,7 @@ void View::setNeedsDisplay() {
 }
 
 View* View::hitTest(Point point) {
-  if (hidden_ || alpha_ < kMinimumHitAlpha) return nullptr;
+  if (hidden_ || alpha_ < kMinimumHitAlpha || runningAnimations_ > 0) return nullptr;
   Rect placed = frame_;
   placed.origin.x += translation_.x;
   placed.origin.y += translation_.y;
@@ -94,6 +99,15 @@ View* View::hitTest(Point point) {
     if (View* hit = (*it)->hitTest(local)) return hit;
   }
   return userInteractionEnabled_ ? this : nullptr;
+}
+
+bool View::isReachable() const {
+  for (const View* view = this; view; view = view->superview_) {
+    if (view->hidden_ || view->alpha_ < kMinimumHitAlpha || view->runningAnimations_ > 0) {
+      return false;
+    }
+  }
+  return userInteractionEnabled_;
 }
 
 bool View::tap(Point point) {
@@ -112,6 +126,23 @@ void View::clearNeedsDisplay() {
   for (auto& view : subviews_) view->clearNeedsDisplay();
 }
 
+void View::fillBackground(cairo_t* cr) const {
+  const double w = frame_.width(), h = frame_.height();
+  const double r = std::min({cornerRadius_, w / 2, h / 2});
+  if (r <= 0) {
+    cairo_rectangle(cr, 0, 0, w, h);
+  } else {
+    constexpr double kQuarter = 1.5707963267948966;
+    cairo_new_sub_path(cr);
+    cairo_arc(cr, w - r, r, r, -kQuarter, 0);
+    cairo_arc(cr, w - r, h - r, r, 0, kQuarter);
+    cairo_arc(cr, r, h - r, r, kQuarter, 2 * kQuarter);
+    cairo_arc(cr, r, r, r, 2 * kQuarter, 3 * kQuarter);
+    cairo_close_path(cr);
+  }
+  cairo_fill(cr);
+}
+
 void View::render(cairo_t* cr) {
   if (hidden_ || alpha_ <= 0) return clearNeedsDisplay();
   needsDisplay_ = false;
@@ -122,8 +153,7 @@ void View::render(cairo_t* cr) {
   if (backgroundColor_) {
     cairo_set_source_rgba(cr, backgroundColor_->red, backgroundColor_->green,
                           backgroundColor_->blue, backgroundColor_->alpha);
-    cairo_rectangle(cr, 0, 0, frame_.width(), frame_.height());
-    cairo_fill(cr);
+    fillBackground(cr);
   }
   cairo_save(cr);
   if (layer_) layer_->drawInContext(cr);

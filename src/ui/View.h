@@ -17,7 +17,7 @@ namespace zivora::ui {
 // points, hidden and alpha, a background, subviews drawn in order (later
 // ones on top), tap hit-testing, and a redraw flag that rises to the root
 // so a presenter redraws only when something changed.
-class View {
+class View : public std::enable_shared_from_this<View> {
  public:
   explicit View(Rect frame = {});
   virtual ~View();
@@ -34,6 +34,8 @@ class View {
   void setAlpha(double alpha);
   const std::optional<Color>& backgroundColor() const { return backgroundColor_; }
   void setBackgroundColor(std::optional<Color> color);
+  // Rounds the background's corners.
+  void setCornerRadius(double radius);
   // Applied on top of the frame when drawing and hit-testing (a slide-out).
   Point translation() const { return translation_; }
   void setTranslation(Point translation);
@@ -52,9 +54,18 @@ class View {
   // that is visible and takes taps. Views hidden or with alpha below 0.01
   // are skipped, subviews included.
   View* hitTest(Point point);
+  // Visible and taking taps along the whole chain up to the root: what a
+  // tap needs to reach the view.
+  bool isReachable() const;
   // Delivers a tap at `point` (superview coordinates); false when no view
   // took it.
   bool tap(Point point);
+
+  // Counted by the animator: a view being animated ignores taps.
+  void beginAnimation() { ++runningAnimations_; }
+  void endAnimation() {
+    if (runningAnimations_ > 0) --runningAnimations_;
+  }
 
   // Computes the subviews' frames from this view's bounds.
   virtual void layoutSubviews() {}
@@ -79,14 +90,17 @@ class View {
   // Clears the flags of a subtree that is not drawn, so that a later change
   // inside it still reaches the root.
   void clearNeedsDisplay();
+  void fillBackground(cairo_t* cr) const;
 
   Rect frame_;
   bool hidden_ = false;
   double alpha_ = 1;
   std::optional<Color> backgroundColor_;
+  double cornerRadius_ = 0;
   Point translation_;
   bool userInteractionEnabled_ = true;
   bool needsDisplay_ = true;
+  int runningAnimations_ = 0;
   std::function<void()> tapHandler_;
   std::unique_ptr<Layer> layer_;
   View* superview_ = nullptr;

@@ -1,0 +1,81 @@
+#include "ui/ImageView.h"
+
+#include <SDL.h>
+#include <SDL_image.h>
+
+#include <cstring>
+
+#include "util/ZVLog.h"
+
+namespace zivora::ui {
+namespace {
+
+struct SdlSurfaceDeleter {
+  void operator()(SDL_Surface* s) const { SDL_FreeSurface(s); }
+};
+using SdlSurface = std::unique_ptr<SDL_Surface, SdlSurfaceDeleter>;
+
+// SDL_image decodes; cairo wants premultiplied native-endian ARGB.
+cairo_surface_t* toCairo(SDL_Surface* decoded) {
+  SdlSurface argb(SDL_ConvertSurfaceFormat(decoded, SDL_PIXELFORMAT_ARGB8888, 0));
+  if (!argb) return nullptr;
+  cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, argb->w, argb->h);
+  if (cairo_surface_status(surface) != CAIRO_STATUS_SUCCESS) {
+    cairo_surface_destroy(surface);
+    return nullptr;
+  }
+  cairo_surface_flush(surface);
+  unsigned char* out = cairo_image_surface_get_data(surface);
+  const int outStride = cairo_image_surface_get_stride(surface);
+  for (int y = 0; y < argb->h; ++y) {
+    const auto* in = static_cast<const Uint32*>(argb->pixels) + y * (argb->pitch / 4);
+    auto* row = reinterpret_cast<std::uint32_t*>(out + y * outStride);
+    for (int x = 0; x < argb->w; ++x) {
+      const Uint32 p = in[x];
+      const Uint32 a = p >> 24;
+      auto premultiply = [a](Uint32 c) { return (c * a + 127) / 255; };
+      row[x] = (a << 24) | (premultiply((p >> 16) & 0xff) << 16) |
+               (premultiply((p >> 8) & 0xff) << 8) | premultiply(p & 0xff);
+    }
+  }
+  cairo_surface_mark_dirty(surface);
+  return surface;
+}
+
+}  // namespace
+
+ImageView::ImageView(Rect frame) : View(frame) { setUserInteractionEnabled(false); }
+
+bool ImageView::setImageFile(const std::filesystem::path& path) {
+  image_.reset();
+  setNeedsDisplay();
+  SdlSurface decoded(IMG_Load(path.c_str()));
+  if (!decoded) {
+    ZVLog::LogWarning("[ImageView][setImageFile] Can't load image {}: {}", path.string(),
+                      IMG_GetError());
+    return false;
+  }
+  image_.reset(toCairo(decoded.get()));
+  return image_ != nullptr;
+}
+
+Size ImageView::imageSize() const {
+  if (!image_) return {};
+  return {static_cast<double>(cairo_image_surface_get_width(image_.get())),
+          static_cast<double>(cairo_image_surface_get_height(image_.get()))};
+}
+
+void ImageView::draw(cairo_t* cr) {
+  const Size image = imageSize();
+  const Size box = bounds().size;
+  if (image.width <= 0 || image.height <= 0 || box.width <= 0 || box.height <= 0) return;
+  const double scale = std::min(box.width / image.width, box.height / image.height);
+  cairo_translate(cr, (box.width - image.width * scale) / 2,
+                  (box.height - image.height * scale) / 2);
+  cairo_scale(cr, scale, scale);
+  cairo_set_source_surface(cr, image_.get(), 0, 0);
+  cairo_pattern_set_filter(cairo_get_source(cr), CAIRO_FILTER_GOOD);
+  cairo_paint(cr);
+}
+
+}  // namespace zivora::ui

@@ -1,0 +1,60 @@
+#include "ui/Presenter.h"
+
+#include <algorithm>
+
+namespace zivora::ui {
+
+Presenter::Presenter(Screen screen, dispatch::Queue& mainQueue, dispatch::Clock& clock)
+    : screen_(screen), animator_(mainQueue, clock), canvas_(screen.size, screen.scale) {}
+
+Presenter::~Presenter() = default;
+
+void Presenter::setScreen(const Screen& screen) {
+  screen_ = screen;
+  canvas_ = Canvas(screen.size, screen.scale);
+  stackChanged_ = true;
+}
+
+void Presenter::present(std::shared_ptr<Window> window) {
+  if (!window) return;
+  dismiss(*window);
+  windows_.push_back(std::move(window));
+  stackChanged_ = true;
+  windowsChanged();
+}
+
+void Presenter::dismiss(const Window& window) {
+  auto found = std::find_if(windows_.begin(), windows_.end(),
+                            [&](const std::shared_ptr<Window>& w) { return w.get() == &window; });
+  if (found == windows_.end()) return;
+  windows_.erase(found);
+  stackChanged_ = true;
+  windowsChanged();
+}
+
+bool Presenter::tap(Point point) {
+  if (windows_.empty()) return false;
+  // The topmost window is modal: a tap it does not take goes nowhere.
+  auto top = windows_.back();
+  return top->tap(point);
+}
+
+bool Presenter::performAction(ScreenAction action) {
+  if (windows_.empty()) return false;
+  auto top = windows_.back();
+  return top->performAction(action);
+}
+
+bool Presenter::renderFrame(bool force) {
+  const bool changed = stackChanged_ || std::any_of(windows_.begin(), windows_.end(),
+                                                    [](const std::shared_ptr<Window>& w) {
+                                                      return w->needsDisplay();
+                                                    });
+  if (!changed && !force) return false;
+  stackChanged_ = false;
+  canvas_.clear(Color::clear());
+  for (auto& window : windows_) canvas_.draw(*window);
+  return true;
+}
+
+}  // namespace zivora::ui

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "ui/Animator.h"
+#include "ui/Canvas.h"
+#include "ui/Screen.h"
+#include "ui/Window.h"
+
+namespace zivora::ui {
+
+// Shows full-screen windows over the host and draws their frames. Windows
+// are drawn in the order they were presented; taps and bound actions go to
+// the topmost. This base draws into memory, which is all a headless run (or
+// a test) needs; the SDL presenter puts the same frames on a display.
+// Main queue only.
+class Presenter {
+ public:
+  Presenter(Screen screen, dispatch::Queue& mainQueue, dispatch::Clock& clock);
+  virtual ~Presenter();
+  Presenter(const Presenter&) = delete;
+  Presenter& operator=(const Presenter&) = delete;
+
+  const Screen& screen() const { return screen_; }
+  Animator& animator() { return animator_; }
+
+  void present(std::shared_ptr<Window> window);
+  void dismiss(const Window& window);
+  const std::vector<std::shared_ptr<Window>>& windows() const { return windows_; }
+
+  // Input, in screen points; false when nothing took it.
+  bool tap(Point point);
+  bool performAction(ScreenAction action);
+
+  // Redraws the canvas when a window changed (or `force`); true when it drew.
+  bool renderFrame(bool force = false);
+  const Canvas& canvas() const { return canvas_; }
+
+ protected:
+  void setScreen(const Screen& screen);
+  // Called after the visible windows changed.
+  virtual void windowsChanged() {}
+
+ private:
+  Screen screen_;
+  Animator animator_;
+  Canvas canvas_;
+  std::vector<std::shared_ptr<Window>> windows_;
+  bool stackChanged_ = true;
+};
+
+}  // namespace zivora::ui

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <map>
+#include <memory>
+
+#include "ui/Button.h"
+#include "ui/View.h"
+
+namespace zivora::ui {
+
+// What the keyboard and game-controller bindings ask of a screen; each
+// stands for a tap on the control bound to it.
+enum class ScreenAction { Skip, Sound, CallToAction, Close };
+
+// A full-screen top-level view that a presenter shows over the host.
+class Window : public View {
+ public:
+  explicit Window(Rect frame = {});
+
+  // Binds a key or controller action to a control of the screen.
+  void bindAction(ScreenAction action, std::weak_ptr<Button> button);
+  // Acts as a tap on the bound control would: nothing when the control is
+  // gone, hidden, transparent or being animated. True when it acted.
+  bool performAction(ScreenAction action);
+
+ private:
+  std::map<ScreenAction, std::weak_ptr<Button>> bindings_;
+};
+
+}  // namespace zivora::ui
