@@ -1,0 +1,206 @@
+#include "ui/SdlPresenter.h"
+
+#include "util/ZVLog.h"
+
+namespace zivora::ui {
+namespace {
+
+constexpr Uint32 kSubsystems = SDL_INIT_VIDEO | SDL_INIT_GAMECONTROLLER;
+
+// Keys and controller buttons, each standing for a tap on a control. Escape
+// (or B) skips a video once skipping is allowed and closes the post-video
+// screen; Return or Space (or A) is the call to action; M (or Y) switches
+// the sound.
+std::vector<ScreenAction> actionsForKey(SDL_Keycode key) {
+  switch (key) {
+    case SDLK_ESCAPE:
+    case SDLK_BACKSPACE:
+    case SDLK_AC_BACK:
+      return {ScreenAction::Skip, ScreenAction::Close};
+    case SDLK_RETURN:
+    case SDLK_KP_ENTER:
+    case SDLK_SPACE:
+      return {ScreenAction::CallToAction};
+    case SDLK_m:
+      return {ScreenAction::Sound};
+    default:
+      return {};
+  }
+}
+
+std::vector<ScreenAction> actionsForButton(Uint8 button) {
+  switch (button) {
+    case SDL_CONTROLLER_BUTTON_B:
+    case SDL_CONTROLLER_BUTTON_BACK:
+      return {ScreenAction::Skip, ScreenAction::Close};
+    case SDL_CONTROLLER_BUTTON_A:
+    case SDL_CONTROLLER_BUTTON_START:
+      return {ScreenAction::CallToAction};
+    case SDL_CONTROLLER_BUTTON_Y:
+      return {ScreenAction::Sound};
+    default:
+      return {};
+  }
+}
+
+}  // namespace
+
+std::unique_ptr<SdlPresenter> SdlPresenter::create(const HostOptions& options,
+                                                   dispatch::Queue& mainQueue,
+                                                   dispatch::Clock& clock,
+                                                   AppLifecycle& lifecycle) {
+  // The ad must not switch the screensaver off for good; the video screen
+  // disables it itself while it plays.
+  SDL_SetHint(SDL_HINT_VIDEO_ALLOW_SCREENSAVER, "1");
+  if (SDL_InitSubSystem(kSubsystems) != 0) {
+    ZVLog::LogWarning("[SdlPresenter][create] No display: {}", SDL_GetError());
+    return nullptr;
+  }
+  const bool sized = options.screenWidth > 0 && options.screenHeight > 0;
+  Uint32 flags = SDL_WINDOW_HIDDEN | SDL_WINDOW_ALLOW_HIGHDPI;
+  if (!sized) flags |= SDL_WINDOW_FULLSCREEN_DESKTOP;
+  SDL_Window* window = SDL_CreateWindow(
+      options.applicationName.empty() ? "Zivora" : options.applicationName.c_str(),
+      SDL_WINDOWPOS_CENTERED, SDL_WINDOWPOS_CENTERED, sized ? options.screenWidth : 1280,
+      sized ? options.screenHeight : 720, flags);
+  if (!window) {
+    ZVLog::LogWarning("[SdlPresenter][create] No window: {}", SDL_GetError());
+    SDL_QuitSubSystem(kSubsystems);
+    return nullptr;
+  }
+  int width = 0, height = 0, drawableWidth = 0;
+  SDL_GetWindowSize(window, &width, &height);
+  SDL_GL_GetDrawableSize(window, &drawableWidth, nullptr);
+  const double scale = width > 0 && drawableWidth > 0 ? double(drawableWidth) / width : 1.0;
+  Screen screen{{double(width), double(height)}, scale, options.safeArea};
+  return std::unique_ptr<SdlPresenter>(
+      new SdlPresenter(screen, window, mainQueue, clock, lifecycle));
+}
+
+SdlPresenter::SdlPresenter(Screen screen, SDL_Window* window, dispatch::Queue& mainQueue,
+                           dispatch::Clock& clock, AppLifecycle& lifecycle)
+    : Presenter(screen, mainQueue, clock),
+      window_(window),
+      mainQueue_(mainQueue),
+      lifecycle_(lifecycle) {
+  renderer_ = SDL_CreateRenderer(window_, -1, 0);
+  if (renderer_) {
+    texture_ = SDL_CreateTexture(renderer_, SDL_PIXELFORMAT_ARGB8888, SDL_TEXTUREACCESS_STREAMING,
+                                 canvas().pixelWidth(), canvas().pixelHeight());
+  }
+  if (!texture_) ZVLog::LogWarning("[SdlPresenter] No renderer: {}", SDL_GetError());
+}
+
+SdlPresenter::~SdlPresenter() {
+  frameTimer_.cancel();
+  for (auto& [id, controller] : controllers_) SDL_GameControllerClose(controller);
+  if (texture_) SDL_DestroyTexture(texture_);
+  if (renderer_) SDL_DestroyRenderer(renderer_);
+  SDL_DestroyWindow(window_);
+  SDL_QuitSubSystem(kSubsystems);
+}
+
+void SdlPresenter::windowsChanged() {
+  if (windows().empty()) {
+    frameTimer_.cancel();
+    SDL_HideWindow(window_);
+    return;
+  }
+  if (frameTimer_.valid() && !frameTimer_.isCancelled()) return;
+  // Focus changes of our own window's earlier life are not the host's.
+  SDL_FlushEvent(SDL_WINDOWEVENT);
+  SDL_ShowWindow(window_);
+  SDL_RaiseWindow(window_);
+  frameTimer_ = mainQueue_.every(Animator::kFrameInterval, [this] { frame(); });
+  frame();
+}
+
+void SdlPresenter::frame() {
+  SDL_Event event;
+  while (SDL_PollEvent(&event)) handleEvent(event);
+  if (renderFrame()) showFrame();
+}
+
+void SdlPresenter::showFrame() {
+  if (!texture_) return;
+  SDL_UpdateTexture(texture_, nullptr, canvas().pixels(), canvas().stride());
+  SDL_RenderClear(renderer_);
+  SDL_RenderCopy(renderer_, texture_, nullptr, nullptr);
+  SDL_RenderPresent(renderer_);
+}
+
+bool SdlPresenter::handleEvent(const SDL_Event& event) {
+  switch (event.type) {
+    case SDL_MOUSEBUTTONUP:
+      // Touches arrive as finger events too; their mouse copies are skipped.
+      if (event.button.which == SDL_TOUCH_MOUSEID || event.button.button != SDL_BUTTON_LEFT) {
+        return false;
+      }
+      return tap({double(event.button.x), double(event.button.y)});
+    case SDL_FINGERUP:
+      return tap({event.tfinger.x * screen().size.width, event.tfinger.y * screen().size.height});
+    case SDL_KEYDOWN:
+      if (event.key.repeat) return false;
+      performBinding(actionsForKey(event.key.keysym.sym));
+      return true;
+    case SDL_CONTROLLERBUTTONDOWN:
+      performBinding(actionsForButton(event.cbutton.button));
+      return true;
+    case SDL_CONTROLLERDEVICEADDED:
+      openController(event.cdevice.which);
+      return true;
+    case SDL_CONTROLLERDEVICEREMOVED:
+      if (auto found = controllers_.find(event.cdevice.which); found != controllers_.end()) {
+        SDL_GameControllerClose(found->second);
+        controllers_.erase(found);
+      }
+      return true;
+    case SDL_WINDOWEVENT:
+      handleWindowEvent(event.window);
+      return true;
+    case SDL_APP_DIDENTERBACKGROUND:
+      lifecycle_.post(AppLifecycle::Event::DidEnterBackground);
+      return true;
+    case SDL_APP_WILLENTERFOREGROUND:
+      lifecycle_.post(AppLifecycle::Event::WillEnterForeground);
+      return true;
+    default:
+      return false;
+  }
+}
+
+void SdlPresenter::handleWindowEvent(const SDL_WindowEvent& event) {
+  switch (event.event) {
+    case SDL_WINDOWEVENT_MINIMIZED:
+    case SDL_WINDOWEVENT_HIDDEN:
+    case SDL_WINDOWEVENT_FOCUS_LOST:
+      if (!windows().empty()) lifecycle_.post(AppLifecycle::Event::DidEnterBackground);
+      break;
+    case SDL_WINDOWEVENT_RESTORED:
+    case SDL_WINDOWEVENT_SHOWN:
+    case SDL_WINDOWEVENT_FOCUS_GAINED:
+      lifecycle_.post(AppLifecycle::Event::WillEnterForeground);
+      break;
+    case SDL_WINDOWEVENT_EXPOSED:
+      renderFrame(true);
+      showFrame();
+      break;
+    default:
+      break;
+  }
+}
+
+void SdlPresenter::performBinding(const std::vector<ScreenAction>& actions) {
+  for (ScreenAction action : actions) {
+    if (performAction(action)) return;
+  }
+}
+
+void SdlPresenter::openController(int deviceIndex) {
+  if (!SDL_IsGameController(deviceIndex)) return;
+  if (SDL_GameController* controller = SDL_GameControllerOpen(deviceIndex)) {
+    controllers_[SDL_JoystickInstanceID(SDL_GameControllerGetJoystick(controller))] = controller;
+  }
+}
+
+}  // namespace zivora::ui

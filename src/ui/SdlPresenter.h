@@ -1,0 +1,55 @@
+#pragma once
+
+#include <SDL.h>
+
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "ui/AppLifecycle.h"
+#include "ui/Presenter.h"
+#include "zivora/HostOptions.h"
+
+namespace zivora::ui {
+
+// Puts the presenter's frames on a display through SDL2: a borderless
+// full-screen window (or one of the host's requested size) raised while an
+// ad screen shows and hidden afterwards, the frame uploaded to a streaming
+// texture only when something changed. Mouse, touch, keyboard and game
+// controllers drive the screens; window events report the host's trips to
+// the background. Under SDL's dummy driver the same frames stay in memory.
+// Everything runs on the main queue.
+class SdlPresenter : public Presenter {
+ public:
+  // Null when SDL's video subsystem cannot start.
+  static std::unique_ptr<SdlPresenter> create(const HostOptions& options,
+                                              dispatch::Queue& mainQueue, dispatch::Clock& clock,
+                                              AppLifecycle& lifecycle);
+  ~SdlPresenter() override;
+
+  // Reacts to one SDL event; true when it was the presenter's.
+  bool handleEvent(const SDL_Event& event);
+  // Drains SDL's event queue and shows a new frame when one was drawn.
+  void frame();
+
+ protected:
+  void windowsChanged() override;
+
+ private:
+  SdlPresenter(Screen screen, SDL_Window* window, dispatch::Queue& mainQueue,
+               dispatch::Clock& clock, AppLifecycle& lifecycle);
+  void showFrame();
+  void handleWindowEvent(const SDL_WindowEvent& event);
+  void performBinding(const std::vector<ScreenAction>& actions);
+  void openController(int deviceIndex);
+
+  SDL_Window* window_;
+  SDL_Renderer* renderer_ = nullptr;
+  SDL_Texture* texture_ = nullptr;
+  dispatch::Queue& mainQueue_;
+  AppLifecycle& lifecycle_;
+  dispatch::TaskHandle frameTimer_;
+  std::map<SDL_JoystickID, SDL_GameController*> controllers_;
+};
+
+}  // namespace zivora::ui

@@ -1,0 +1,121 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "support/ScopedContext.h"
+#include "support/VirtualRuntime.h"
+#include "ui/SdlPresenter.h"
+
+namespace zivora::ui {
+namespace {
+
+using namespace std::chrono_literals;
+
+// SDL's dummy video driver: a real SDL window and software renderer without
+// a display, so event handling and frame upload run as on a desktop.
+class SdlPresenterTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    setenv("SDL_VIDEODRIVER", "dummy", 1);
+    HostOptions options;
+    options.screenWidth = 320;
+    options.screenHeight = 200;
+    presenter_ = SdlPresenter::create(options, runtime_.mainQueue(), runtime_.clock(), lifecycle_);
+    if (!presenter_) GTEST_SKIP() << "SDL's dummy video driver is not available";
+    window_ = std::make_shared<Window>(presenter_->screen().bounds());
+    cta_ = std::make_shared<Button>(Rect{{0, 0}, {100, 100}});
+    close_ = std::make_shared<Button>(Rect{{220, 0}, {100, 100}});
+    cta_->setAction([this] { ++clicks_; });
+    close_->setAction([this] { ++closes_; });
+    window_->addSubview(cta_);
+    window_->addSubview(close_);
+    window_->bindAction(ScreenAction::CallToAction, cta_);
+    window_->bindAction(ScreenAction::Close, close_);
+    presenter_->present(window_);
+  }
+
+  void push(SDL_Event event) {
+    SDL_PushEvent(&event);
+    runtime_.advanceBy(20ms);
+  }
+
+  test::VirtualRuntime runtime_;
+  test::ScopedContext context_;
+  AppLifecycle lifecycle_;
+  std::unique_ptr<SdlPresenter> presenter_;
+  std::shared_ptr<Window> window_;
+  std::shared_ptr<Button> cta_, close_;
+  int clicks_ = 0, closes_ = 0;
+};
+
+TEST_F(SdlPresenterTest, MouseTouchKeysAndControllerButtonsReachTheControls) {
+  EXPECT_EQ(presenter_->screen().size, (Size{320, 200}));
+  SDL_Event click{};
+  click.type = SDL_MOUSEBUTTONUP;
+  click.button.button = SDL_BUTTON_LEFT;
+  click.button.x = 50;
+  click.button.y = 50;
+  push(click);
+  EXPECT_EQ(clicks_, 1);
+  // The mouse copy of a touch is not a second tap.
+  click.button.which = SDL_TOUCH_MOUSEID;
+  push(click);
+  EXPECT_EQ(clicks_, 1);
+  SDL_Event finger{};
+  finger.type = SDL_FINGERUP;
+  finger.tfinger.x = 0.9f;
+  finger.tfinger.y = 0.1f;
+  push(finger);
+  EXPECT_EQ(closes_, 1);
+
+  SDL_Event key{};
+  key.type = SDL_KEYDOWN;
+  key.key.keysym.sym = SDLK_RETURN;
+  push(key);
+  EXPECT_EQ(clicks_, 2);
+  key.key.repeat = 1;  // held down: once
+  push(key);
+  EXPECT_EQ(clicks_, 2);
+  key.key.repeat = 0;
+  key.key.keysym.sym = SDLK_ESCAPE;  // no skip control here: it closes
+  push(key);
+  EXPECT_EQ(closes_, 2);
+
+  SDL_Event button{};
+  button.type = SDL_CONTROLLERBUTTONDOWN;
+  button.cbutton.button = SDL_CONTROLLER_BUTTON_A;
+  push(button);
+  EXPECT_EQ(clicks_, 3);
+  // A hidden control does not act, whatever the binding.
+  close_->setHidden(true);
+  button.cbutton.button = SDL_CONTROLLER_BUTTON_B;
+  push(button);
+  EXPECT_EQ(closes_, 2);
+}
+
+TEST_F(SdlPresenterTest, WindowEventsReportTheBackgroundOnce) {
+  std::vector<AppLifecycle::Event> events;
+  lifecycle_.addObserver([&](AppLifecycle::Event e) { events.push_back(e); });
+  SDL_Event window{};
+  window.type = SDL_WINDOWEVENT;
+  window.window.event = SDL_WINDOWEVENT_FOCUS_LOST;
+  push(window);
+  window.window.event = SDL_WINDOWEVENT_MINIMIZED;
+  push(window);
+  window.window.event = SDL_WINDOWEVENT_RESTORED;
+  push(window);
+  EXPECT_EQ(events, (std::vector<AppLifecycle::Event>{AppLifecycle::Event::DidEnterBackground,
+                                                      AppLifecycle::Event::WillEnterForeground}));
+}
+
+TEST_F(SdlPresenterTest, FramesAreDrawnOnlyWhenSomethingChangedAndStopWithTheLastWindow) {
+  runtime_.advanceBy(20ms);
+  EXPECT_FALSE(presenter_->renderFrame());
+  cta_->setBackgroundColor(Color::white());
+  EXPECT_TRUE(presenter_->renderFrame());
+  presenter_->dismiss(*window_);
+  EXPECT_EQ(runtime_.pendingTaskCount(), 0u);
+}
+
+}  // namespace
+}  // namespace zivora::ui
