@@ -163,4 +163,50 @@ inline constexpr char TS_SESSION_START_TIME[] = "ts_sesstionStartTime";
 inline constexpr char TS_SESSION_LAST_TIME[] = "ts_sesstionLastTime";
 inline constexpr char TS_SESSION_CONFIGURATION[] = "ts_sessionConfiguration";
 
+// --- Analytics records: parameter words, fixed fields, event names ----------
+inline constexpr char TS_PARAMETER_TYPE_STRING[] = "String";
+inline constexpr char TS_PARAMETER_TYPE_INTEGER[] = "Integer";
+inline constexpr char TS_PARAMETER_TYPE_DOUBLE[] = "Double";
+inline constexpr char TS_PARAMETER_NAME[] = "name";
+inline constexpr char TS_PARAMETER_TYPE[] = "type";
+inline constexpr char TS_PARAMETER_VALUE[] = "value";
+inline constexpr char TS_PARAMETER_PREFIX[] = "p";
+
+inline constexpr char TS_APP_ID[] = "bo_AppId";
+inline constexpr char TS_EVENT_NAME[] = "bo_Name";
+inline constexpr char TS_GAME_USER_ID[] = "bo_GameUserId";
+inline constexpr char TS_PLATFORM_ID_NAME[] = "bo_PlatformId";
+inline constexpr char TS_RANDOM_UID[] = "bo_RandomUID";
+inline constexpr char TS_CLIENT_VERSION[] = "bo_ClientVersion";
+inline constexpr char TS_SDK_VERSION[] = "bo_SDKVersion";
+inline constexpr char TS_CLIENT_TIMESTAMP[] = "bo_Timestamp";
+inline constexpr char TS_CLIENT_TIME[] = "bo_ClientTime";
+inline constexpr char TS_ORDER[] = "bo_Order";
+inline constexpr char TS_DEVICE_ID[] = "bo_DeviceId";
+inline constexpr char TS_DEVICE_NAME[] = "bo_DeviceName";
+inline constexpr char TS_OS_VERSION[] = "bo_OSVersion";
+inline constexpr char TS_DIMENSION_X[] = "bo_DimensionX";
+inline constexpr char TS_DIMENSION_Y[] = "bo_DimensionY";
+inline constexpr char TS_ADVERTISING_ID[] = "bo_AdvertisingId";
+inline constexpr char TS_RAM_SIZE[] = "bo_RamSize";
+inline constexpr char TS_GPU_TYPE[] = "bo_GpuType";
+inline constexpr char TS_LANGUAGE[] = "bo_Language";
+inline constexpr char TS_LIMIT_AD_TRACKING[] = "bo_LimitAdTracking";
+inline constexpr char TS_BUNDLE_ID[] = "bo_BundleId";
+inline constexpr char TS_REFERRER[] = "bo_Referrer";
+inline constexpr char TS_MAC_ADDRESS[] = "bo_MACAdress";
+inline constexpr char TS_TRACKER_ID[] = "bo_TrackerId";
+inline constexpr char TS_PUSH_TOKEN[] = "bo_PushToken";
+inline constexpr char TS_HASH_SUM[] = "bo_HashSum";
+
+inline constexpr char TS_AMOUNT[] = "Amount";
+inline constexpr char TS_CURRENCY[] = "Currency";
+inline constexpr char TS_PRODUCT_ID[] = "ProductId";
+inline constexpr char TS_TRANSACTION_ID[] = "TransactionId";
+
+inline constexpr char TS_EVENT_NAME_APP_OPEN[] = "AppOpen";
+inline constexpr char TS_EVENT_NAME_PURCHASE[] = "Purchase";
+inline constexpr char TS_EVENT_NAME_UPDATE_SETTING[] = "UpdateSetting";
+inline constexpr char TS_EVENT_NAME_SESSION_FINISHED[] = "SessionFinished";
+
 }  // namespace zivora

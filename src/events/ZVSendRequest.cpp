@@ -12,6 +12,7 @@
 #include "platform/HttpClient.h"
 #include "util/Guard.h"
 #include "util/JsonConvert.h"
+#include "util/PercentEncoding.h"
 #include "util/Utf8.h"
 #include "util/ZVHash.h"
 #include "util/ZVLog.h"
@@ -20,18 +21,6 @@
 namespace zivora {
 
 namespace {
-
-bool isUnreserved(unsigned char c) {
-  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' ||
-         c == '_' || c == '.' || c == '~';
-}
-
-int hexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
 
 bool isAscii(std::string_view text) {
   for (char c : text) {
@@ -102,16 +91,7 @@ std::optional<std::string> ZVSendRequest::urlEncode(std::optional<std::string_vi
   return guarded("ZVSendRequest", "urlEncode", std::optional<std::string>(),
                  [&]() -> std::optional<std::string> {
                    if (!text) return std::nullopt;
-                   std::string encoded;
-                   encoded.reserve(text->size() * 3);
-                   for (unsigned char c : *text) {
-                     if (isUnreserved(c)) {
-                       encoded.push_back(static_cast<char>(c));
-                     } else {
-                       fmt::format_to(std::back_inserter(encoded), "%{:02X}", c);
-                     }
-                   }
-                   return encoded;
+                   return PercentEncoding::encode(*text, PercentEncoding::Set::Unreserved);
                  });
 }
 
@@ -119,22 +99,7 @@ std::optional<std::string> ZVSendRequest::urlDecode(std::optional<std::string_vi
   return guarded("ZVSendRequest", "urlDecode", std::optional<std::string>(),
                  [&]() -> std::optional<std::string> {
                    if (!text) return std::nullopt;
-                   std::string decoded;
-                   decoded.reserve(text->size());
-                   for (std::size_t i = 0; i < text->size(); ++i) {
-                     char c = (*text)[i];
-                     int high = 0, low = 0;
-                     if (c == '%' && i + 2 < text->size() &&
-                         (high = hexDigit((*text)[i + 1])) >= 0 &&
-                         (low = hexDigit((*text)[i + 2])) >= 0) {
-                       decoded.push_back(static_cast<char>(high * 16 + low));
-                       i += 2;
-                     } else {
-                       decoded.push_back(c);
-                     }
-                   }
-                   if (!Utf8::isValid(decoded)) return std::nullopt;
-                   return decoded;
+                   return PercentEncoding::decode(*text);
                  });
 }
 
