@@ -209,4 +209,10 @@ inline constexpr char TS_EVENT_NAME_PURCHASE[] = "Purchase";
 inline constexpr char TS_EVENT_NAME_UPDATE_SETTING[] = "UpdateSetting";
 inline constexpr char TS_EVENT_NAME_SESSION_FINISHED[] = "SessionFinished";
 
+// Kinds of diagnostic analytics events.
+inline constexpr char TSP_EVENT_NAME_INFO[] = "info";
+inline constexpr char TSP_EVENT_NAME_WARNING[] = "warning";
+inline constexpr char TSP_EVENT_NAME_ERROR[] = "error";
+inline constexpr char TSP_EVENT_NAME_FATAL_ERROR[] = "fatalError";
+
 }  // namespace zivora

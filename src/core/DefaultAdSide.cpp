@@ -6,6 +6,7 @@
 
 #include <cstring>
 
+#include "ads/MotivationRewardManager.h"
 #include "util/ZVLog.h"
 #include "zivora/ZivoraDelegate.h"
 
@@ -35,7 +36,14 @@ bool removeRegularFile(const std::filesystem::path& directory, const std::string
 
 DefaultAdSide::DefaultAdSide(std::filesystem::path cacheDirectory,
                              std::shared_ptr<ZivoraDelegate> delegate)
-    : cacheDirectory_(std::move(cacheDirectory)), delegate_(std::move(delegate)) {}
+    : cacheDirectory_(std::move(cacheDirectory)),
+      delegate_(std::move(delegate)),
+      rewards_(std::make_shared<MotivationRewardManager>(delegate_, [](const auto& ids) {
+        ZVLog::LogWarning(
+            "[Zivora][removeMotivatedRewards] No event queue in this build; {} "
+            "rewards stay on the server",
+            ids.size());
+      })) {}
 
 void DefaultAdSide::startUp() {
   std::error_code error;
@@ -60,12 +68,10 @@ void DefaultAdSide::showVideo(const std::string& placement) { unavailable(placem
 
 void DefaultAdSide::cacheVideo(const std::string& placement) { unavailable(placement); }
 
-void DefaultAdSide::requestMotivatedRewards() {
-  ZVLog::LogWarning("[Zivora][requestMotivatedRewards] No reward manager in this build");
-}
+void DefaultAdSide::requestMotivatedRewards() { rewards_->requestMotivatedRewards(); }
 
-void DefaultAdSide::removeMotivatedRewards(const std::vector<std::string>&) {
-  ZVLog::LogWarning("[Zivora][removeMotivatedRewards] No reward manager in this build");
+void DefaultAdSide::removeMotivatedRewards(const std::vector<std::string>& rewardIds) {
+  rewards_->removeMotivatedRewards(rewardIds);
 }
 
 void DefaultAdSide::unavailable(const std::string& placement) {

@@ -7,12 +7,14 @@
 
 namespace zivora {
 
+class MotivationRewardManager;
 class ZivoraDelegate;
 
-// The ad side of this build: it keeps the cache directory safe to clean but
-// carries no placement, download or event layer yet, so placements fail at
-// once with ZivoraErrorInitializationFailed instead of leaving the host
-// waiting, and purchase and reward calls are logged and dropped.
+// The ad side of this build: it keeps the cache directory safe to clean and
+// fetches motivated rewards, but carries no placement, download or event
+// layer yet, so placements fail at once with ZivoraErrorInitializationFailed
+// instead of leaving the host waiting, and purchases and reward removals are
+// logged and dropped.
 class DefaultAdSide final : public AdSide {
  public:
   DefaultAdSide(std::filesystem::path cacheDirectory, std::shared_ptr<ZivoraDelegate> delegate);
@@ -36,6 +38,7 @@ class DefaultAdSide final : public AdSide {
 
   std::filesystem::path cacheDirectory_;
   std::shared_ptr<ZivoraDelegate> delegate_;
+  std::shared_ptr<MotivationRewardManager> rewards_;
 };
 
 }  // namespace zivora
