@@ -29,16 +29,6 @@ bool isAscii(std::string_view text) {
   return true;
 }
 
-platform::HttpRequest formPost(std::string url, std::string body) {
-  platform::HttpRequest request;
-  request.method = "POST";
-  request.url = std::move(url);
-  request.headers = {{"Content-Length", fmt::format("{}", body.size())},
-                     {"Content-Type", "application/x-www-form-urlencoded"}};
-  request.body = std::move(body);
-  return request;
-}
-
 std::string endpoint() {
   auto configuration = ZVConfiguration::shared();
   auto url = configuration ? configuration->serverURL() : std::nullopt;
@@ -66,7 +56,8 @@ void ZVSendRequest::sendPost(std::optional<std::string_view> json,
     // The body travels as 7-bit ASCII; callers percent-encode free text.
     if (!isAscii(body)) body.clear();
 
-    auto response = Context::current()->http().perform(formPost(endpoint(), std::move(body)));
+    auto response = Context::current()->http().perform(
+        platform::HttpRequest::formPost(endpoint(), std::move(body)));
     if (response.status == TS_HTTP_STATUS_CODE_OK) {
       auto reply = JsonConvert::parseObject(response.body);
       answer(reply ? &*reply : nullptr, TS_HTTP_STATUS_CODE_OK);

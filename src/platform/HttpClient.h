@@ -13,6 +13,17 @@ struct HttpRequest {
   std::string url;
   std::vector<std::pair<std::string, std::string>> headers;
   std::string body;
+
+  // A form POST as both servers take it: the body's byte count and the
+  // form content type.
+  static HttpRequest formPost(std::string url, std::string body) {
+    HttpRequest request;
+    request.url = std::move(url);
+    request.headers = {{"Content-Length", std::to_string(body.size())},
+                       {"Content-Type", "application/x-www-form-urlencoded"}};
+    request.body = std::move(body);
+    return request;
+  }
 };
 
 struct HttpResponse {

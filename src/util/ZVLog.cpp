@@ -30,11 +30,6 @@ void ZVLog::system(std::string_view text) noexcept {
   }
 }
 
-void ZVLog::failed(LogLevel level) noexcept {
-  system(level == LogLevel::Debug ? "[ZVLog][LogDebug] Exception!"
-                                  : "[ZVLog][LogWarning] Exception!");
-}
-
 void ZVLog::logEnable(bool enable) noexcept { DEBUG_L0G_ENABLED.store(enable); }
 
 }  // namespace zivora

@@ -33,20 +33,31 @@ class ZVLog {
 
   static void logEnable(bool enable) noexcept;
 
- private:
+  // Writes the formatted line when `enabled` is on; a failure to format or
+  // write becomes the system line `failure`. Shared by every log of the SDK
+  // that has a switch of its own.
   template <class... Args>
-  static void write(LogLevel level, const std::atomic<bool>& enabled,
-                    fmt::format_string<Args...> format, Args&&... args) noexcept {
+  static void writeIf(LogLevel level, const std::atomic<bool>& enabled, std::string_view failure,
+                      fmt::format_string<Args...> format, Args&&... args) noexcept {
     if (!enabled.load(std::memory_order_relaxed)) return;
     try {
       emit(level, fmt::format(format, std::forward<Args>(args)...));
     } catch (...) {
-      failed(level);
+      system(failure);
     }
   }
 
+ private:
+  template <class... Args>
+  static void write(LogLevel level, const std::atomic<bool>& enabled,
+                    fmt::format_string<Args...> format, Args&&... args) noexcept {
+    writeIf(level, enabled,
+            level == LogLevel::Debug ? "[ZVLog][LogDebug] Exception!"
+                                     : "[ZVLog][LogWarning] Exception!",
+            format, std::forward<Args>(args)...);
+  }
+
   static void emit(LogLevel level, std::string_view text);
-  static void failed(LogLevel level) noexcept;
 };
 
 }  // namespace zivora

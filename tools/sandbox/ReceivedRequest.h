@@ -15,7 +15,9 @@ struct ReceivedRequest {
   std::vector<std::pair<std::string, std::string>> headers;
   std::string body;
   // Filled for the ad endpoint: the decoded Params text, whether its md5
-  // matched, and the request's name (the JSON document's only key).
+  // matched, and the request's name (the JSON document's only key). For the
+  // analytics endpoint: the decoded Params, whether the body was well formed
+  // and its md5 matched, and the name "analytics".
   std::string params;
   bool md5Valid = false;
   std::string requestName;

@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "AnalyticsForm.h"
 #include "CertificateAuthority.h"
 #include "FileResponder.h"
 #include "SignedForm.h"
@@ -292,8 +293,21 @@ bool SandboxServer::stall() {
 }
 
 void SandboxServer::handleAnalytics(const httplib::Request& request, httplib::Response& response) {
-  record(recordOf(request));
-  response.set_content(R"({"Status":"Accepted"})", kJson);
+  ReceivedRequest entry = recordOf(request);
+  const AnalyticsForm form = AnalyticsForm::parse(request.body);
+  entry.params = form.params;
+  entry.md5Valid = form.wellFormed && form.md5Valid;
+  entry.requestName = "analytics";
+  record(std::move(entry));
+  std::lock_guard lock(mutex_);
+  response.status = analyticsStatus_;
+  response.set_content(analyticsReply_, kJson);
+}
+
+void SandboxServer::setAnalyticsReply(int status, std::string body) {
+  std::lock_guard lock(mutex_);
+  analyticsStatus_ = status;
+  analyticsReply_ = std::move(body);
 }
 
 void SandboxServer::handleControl(const httplib::Request& request, httplib::Response& response) {

@@ -70,6 +70,9 @@ class SandboxServer {
 
   // The next `count` ad endpoint requests get `kind` (after any already queued).
   void misbehave(Misbehaviour::Kind kind, int count = 1, int errorCode = 1);
+  // What the analytics endpoint answers from now on (by default 200 with
+  // {"Status":"Accepted"}).
+  void setAnalyticsReply(int status, std::string body);
   // Lets every stalled request go on and answer normally.
   void releaseStalled();
 
@@ -105,6 +108,8 @@ class SandboxServer {
   std::deque<Misbehaviour> misbehaviours_;
   std::map<std::string, RequestHandler> handlers_;
   std::uint64_t releases_ = 0;
+  int analyticsStatus_ = 200;
+  std::string analyticsReply_ = R"({"Status":"Accepted"})";
   bool stopping_ = false;
 };
 
