@@ -214,5 +214,19 @@ inline constexpr char TSP_EVENT_NAME_INFO[] = "info";
 inline constexpr char TSP_EVENT_NAME_WARNING[] = "warning";
 inline constexpr char TSP_EVENT_NAME_ERROR[] = "error";
 inline constexpr char TSP_EVENT_NAME_FATAL_ERROR[] = "fatalError";
+inline constexpr char TSP_EVENT_NAME_INVOKE_DELEGATE[] = "invokeDelegate";
+inline constexpr char TSP_EXCEPTION_EVENT[] = "Exception";
+inline constexpr char TSP_CLASS_NAME[] = "ClassName";
+inline constexpr char TSP_METHOD_NAME[] = "MethodName";
+inline constexpr char TSP_MESSAGE[] = "Message";
+inline constexpr char TSP_EXCEPTION_NAME[] = "exceptionName";
+inline constexpr char TSP_EXCEPTION_REASON[] = "reason";
+inline constexpr char TSP_EXCEPTION_STACK[] = "stack";
+inline constexpr char TSP_UNIT_ID[] = "UnitId";
+
+// Analytics sessions: the store's suite and the record's arguments.
+inline constexpr char TSP_SESSION_CONFIGURATION[] = "sessionConfigurationProfiling";
+inline constexpr char TS_ARGUMENT_START_SESSION_TIME[] = "Start";
+inline constexpr char TS_ARGUMENT_SESSION_TIME_DURATION[] = "Duration";
 
 }  // namespace zivora

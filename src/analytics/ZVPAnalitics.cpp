@@ -37,4 +37,6 @@ void ZVPAnalitics::sendInvokeDelegate(std::string_view) noexcept {}
 void ZVPAnalitics::sendEvent(std::string_view, std::string_view, std::string_view,
                              std::string_view) noexcept {}
 
+void ZVPAnalitics::sendEvent(std::string_view, ZVPCustomParams) noexcept {}
+
 }  // namespace zivora

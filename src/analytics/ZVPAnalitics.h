@@ -4,6 +4,7 @@
 #include <memory>
 #include <string_view>
 
+#include "analytics/ZVPCustomParams.h"
 #include "util/ZVException.h"
 
 namespace zivora {
@@ -33,6 +34,10 @@ class ZVPAnalitics {
 
   // Told of every host callback the SDK makes; accepted and ignored.
   virtual void sendInvokeDelegate(std::string_view shortName) noexcept;
+
+  // Records the event `eventName` with the caller's parameters (a finished
+  // session, a purchase ...). Dropped until the delivery queue is opened.
+  virtual void sendEvent(std::string_view eventName, ZVPCustomParams params) noexcept;
 
   // Records a diagnostic event of kind `eventName` ("info" or "error").
   virtual void sendEvent(std::string_view eventName, std::string_view className,

@@ -16,6 +16,16 @@ void RecordingAnalytics::sendEvent(std::string_view eventName, std::string_view 
       {std::string(eventName), std::string(className), std::string(method), std::string(message)});
 }
 
+void RecordingAnalytics::sendEvent(std::string_view eventName, ZVPCustomParams params) noexcept {
+  std::lock_guard lock(mutex_);
+  records_.push_back({std::string(eventName), std::move(params)});
+}
+
+std::vector<RecordingAnalytics::Record> RecordingAnalytics::records() const {
+  std::lock_guard lock(mutex_);
+  return records_;
+}
+
 void RecordingAnalytics::sendInvokeDelegate(std::string_view shortName) noexcept {
   std::lock_guard lock(mutex_);
   invokedDelegates_.emplace_back(shortName);

@@ -25,6 +25,13 @@ class RecordingAnalytics final : public ZVPAnalitics {
                  std::string_view message) noexcept override;
 
   void sendInvokeDelegate(std::string_view shortName) noexcept override;
+  void sendEvent(std::string_view eventName, ZVPCustomParams params) noexcept override;
+
+  struct Record {
+    std::string eventName;
+    ZVPCustomParams params;
+  };
+  std::vector<Record> records() const;
 
   std::vector<Exception> exceptions() const;
   std::vector<std::string> invokedDelegates() const;
@@ -35,6 +42,7 @@ class RecordingAnalytics final : public ZVPAnalitics {
   std::vector<Exception> exceptions_;
   std::vector<Event> events_;
   std::vector<std::string> invokedDelegates_;
+  std::vector<Record> records_;
 };
 
 }  // namespace zivora::test

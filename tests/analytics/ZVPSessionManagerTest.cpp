@@ -1,0 +1,83 @@
+#include <gtest/gtest.h>
+
+#include "analytics/ZVPSessionManager.h"
+#include "support/ScopedContext.h"
+#include "support/TempDir.h"
+#include "support/VirtualRuntime.h"
+#include "zivora/ZVConstants.h"
+
+namespace zivora {
+namespace {
+
+using namespace std::chrono_literals;
+using Event = ui::AppLifecycle::Event;
+
+constexpr std::int64_t kStart = 1767225600;  // the virtual wall clock's start
+
+class ZVPSessionManagerTest : public ::testing::Test {
+ protected:
+  std::shared_ptr<ZVPSessionManager> open() {
+    auto manager =
+        std::make_shared<ZVPSessionManager>(std::weak_ptr<Context>(Context::current()), lifecycle_);
+    manager->appOpen();
+    return manager;
+  }
+
+  // Each finished session as (start, duration).
+  std::vector<std::pair<std::int64_t, std::int64_t>> sessions() {
+    std::vector<std::pair<std::int64_t, std::int64_t>> out;
+    for (const auto& record : scope_.analytics().records()) {
+      EXPECT_EQ(record.eventName, "SessionFinished");
+      out.emplace_back(record.params.getLong("Start"), record.params.getLong("Duration"));
+    }
+    return out;
+  }
+
+  std::shared_ptr<test::VirtualRuntime> runtime_ = std::make_shared<test::VirtualRuntime>();
+  test::TempDir root_;
+  test::ScopedContext scope_{HostOptions{.dataRoot = root_.path().string()},
+                             RuntimeOptions{.runtime = runtime_}};
+  ui::AppLifecycle lifecycle_;
+};
+
+TEST_F(ZVPSessionManagerTest, AShortAbsenceContinuesTheSessionALongOneEndsIt) {
+  auto manager = open();
+  runtime_->advanceBy(9s);
+  lifecycle_.post(Event::DidEnterBackground);
+  runtime_->advanceBy(20s);
+  lifecycle_.post(Event::WillEnterForeground);
+  runtime_->advanceBy(6s);
+  EXPECT_TRUE(sessions().empty());
+
+  lifecycle_.post(Event::DidEnterBackground);
+  runtime_->advanceBy(25s);  // the ticks still see a recent last time
+  EXPECT_TRUE(sessions().empty());
+  runtime_->advanceBy(15s);  // now one finds it older than 30 s
+  ASSERT_EQ(sessions().size(), 1u);
+  // The last tick that saw it running was at 33 s.
+  EXPECT_EQ(sessions()[0], std::make_pair(kStart, std::int64_t{33}));
+  // Coming back after the tick reported it does not report it again.
+  lifecycle_.post(Event::WillEnterForeground);
+  runtime_->advanceBy(9s);
+  EXPECT_EQ(sessions().size(), 1u);
+}
+
+TEST_F(ZVPSessionManagerTest, AProcessKilledInTheForegroundIsReportedByTheNextStart) {
+  auto manager = open();
+  runtime_->advanceBy(31s);  // ticks at 3, 6 ... 30
+  manager.reset();
+  runtime_->advanceBy(100s);
+  EXPECT_TRUE(sessions().empty());
+  auto next = open();
+  EXPECT_EQ(sessions(), (std::vector<std::pair<std::int64_t, std::int64_t>>{{kStart, 30}}));
+}
+
+TEST_F(ZVPSessionManagerTest, ASessionShorterThanATickIsNotReported) {
+  auto manager = open();
+  manager.reset();
+  auto next = open();
+  EXPECT_TRUE(sessions().empty());
+}
+
+}  // namespace
+}  // namespace zivora
