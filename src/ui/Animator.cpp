@@ -9,7 +9,10 @@ namespace zivora::ui {
 Animator::Animator(dispatch::Queue& mainQueue, dispatch::Clock& clock)
     : mainQueue_(mainQueue), clock_(clock) {}
 
-Animator::~Animator() { timer_.cancel(); }
+Animator::~Animator() {
+  timer_.cancel();
+  for (auto& end : endTimers_) end.cancel();
+}
 
 double Animator::ease(double t) {
   t = std::clamp(t, 0.0, 1.0);
@@ -23,11 +26,20 @@ void Animator::animate(const std::shared_ptr<View>& view, dispatch::Duration dur
   animations_.push_back(
       {view, view.get(), clock_.steadyNow(), duration, std::move(apply), std::move(completion)});
   startTimer();
+  // The last frame lands exactly at the end, not at the next frame tick, so
+  // whatever follows an animation starts on time.
+  endTimers_.push_back(mainQueue_.after(duration, [this] { tick(); }));
 }
 
 void Animator::startTimer() {
   if (timer_.valid() && !timer_.isCancelled()) return;
   timer_ = mainQueue_.every(kFrameInterval, [this] { tick(); });
+}
+
+void Animator::stopTimers() {
+  timer_.cancel();
+  for (auto& end : endTimers_) end.cancel();
+  endTimers_.clear();
 }
 
 void Animator::finish(Animation& animation, bool finished) {
@@ -57,7 +69,7 @@ void Animator::tick() {
       it = animations_.erase(it);
     }
   }
-  if (animations_.empty()) timer_.cancel();
+  if (animations_.empty()) stopTimers();
   for (auto& animation : ended) finish(animation, true);
 }
 
@@ -71,7 +83,7 @@ void Animator::removeAnimations(const View& view) {
       ++it;
     }
   }
-  if (animations_.empty()) timer_.cancel();
+  if (animations_.empty()) stopTimers();
   for (auto& animation : removed) finish(animation, false);
 }
 

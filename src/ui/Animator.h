@@ -51,12 +51,14 @@ class Animator {
 
   void tick();
   void startTimer();
+  void stopTimers();
   static void finish(Animation& animation, bool finished);
 
   dispatch::Queue& mainQueue_;
   dispatch::Clock& clock_;
   std::vector<Animation> animations_;
   dispatch::TaskHandle timer_;
+  std::vector<dispatch::TaskHandle> endTimers_;
 };
 
 }  // namespace zivora::ui

@@ -75,7 +75,10 @@ void ImageView::draw(cairo_t* cr) {
   cairo_scale(cr, scale, scale);
   cairo_set_source_surface(cr, image_.get(), 0, 0);
   cairo_pattern_set_filter(cairo_get_source(cr), CAIRO_FILTER_GOOD);
-  cairo_paint(cr);
+  // Edge pixels repeat instead of fading into the border when scaled.
+  cairo_pattern_set_extend(cairo_get_source(cr), CAIRO_EXTEND_PAD);
+  cairo_rectangle(cr, 0, 0, image.width, image.height);
+  cairo_fill(cr);
 }
 
 }  // namespace zivora::ui

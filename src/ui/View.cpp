@@ -68,6 +68,14 @@ void View::addSubview(std::shared_ptr<View> view) {
   setNeedsDisplay();
 }
 
+void View::insertSubviewAtBack(std::shared_ptr<View> view) {
+  if (!view || view.get() == this) return;
+  view->removeFromSuperview();
+  view->superview_ = this;
+  subviews_.insert(subviews_.begin(), std::move(view));
+  setNeedsDisplay();
+}
+
 void View::removeFromSuperview() {
   View* parent = superview_;
   if (!parent) return;

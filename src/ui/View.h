@@ -41,6 +41,8 @@ class View : public std::enable_shared_from_this<View> {
   void setTranslation(Point translation);
 
   void addSubview(std::shared_ptr<View> view);
+  // Adds the view below every other subview, or moves it there.
+  void insertSubviewAtBack(std::shared_ptr<View> view);
   void removeFromSuperview();
   const std::vector<std::shared_ptr<View>>& subviews() const { return subviews_; }
   View* superview() const { return superview_; }

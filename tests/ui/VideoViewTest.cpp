@@ -1,0 +1,280 @@
+// The video view on virtual time with a scripted player: the start
+// watchdog, the controls' timers, the late skip, stalls and resumes, the
+// application's trips to the background.
+#include <gtest/gtest.h>
+
+#include "support/FakeMediaEngine.h"
+#include "support/ReferenceImage.h"
+#include "support/ScopedContext.h"
+#include "support/TempDir.h"
+#include "support/VirtualRuntime.h"
+#include "ui/ZVVideoView.h"
+
+namespace zivora::ui {
+namespace {
+
+using namespace std::chrono_literals;
+using platform::MediaTime;
+
+class RecordingDelegate final : public ZVVideoViewDelegate {
+ public:
+  void preparedVideoView() override { calls.push_back("preparedVideoView"); }
+  void errorPlayVideoItem() override { calls.push_back("errorPlayVideoItem"); }
+  void didHideView() override { calls.push_back("didHideView"); }
+  void didShowView() override { calls.push_back("didShowView"); }
+  void finishedPlaying() override { calls.push_back("finishedPlaying"); }
+  void tapCloseView() override { calls.push_back("tapCloseView"); }
+  void failDuringPlayVideo(MediaTime time, bool cacheVideo) override {
+    calls.push_back(std::string("failDuringPlayVideo:") + (cacheVideo ? "true" : "false"));
+    failTimes.push_back(time);
+  }
+  std::vector<std::string> calls;
+  std::vector<MediaTime> failTimes;
+};
+
+// A white disc with a dark rim, standing for the server's sound button.
+void writeSpeaker(const std::filesystem::path& path) {
+  cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 40, 40);
+  cairo_t* cr = cairo_create(surface);
+  cairo_arc(cr, 20, 20, 18, 0, 6.2832);
+  cairo_set_source_rgba(cr, 1, 1, 1, 0.9);
+  cairo_fill_preserve(cr);
+  cairo_set_source_rgba(cr, 0, 0, 0, 1);
+  cairo_set_line_width(cr, 2);
+  cairo_stroke(cr);
+  cairo_destroy(cr);
+  cairo_surface_write_to_png(surface, path.c_str());
+  cairo_surface_destroy(surface);
+}
+
+class VideoViewTest : public ::testing::Test {
+ protected:
+  VideoViewTest() {
+    view_ = std::make_shared<ZVVideoView>(
+        ZVVideoView::Environment{presenter_,
+                                 media_,
+                                 lifecycle_,
+                                 runtime_->mainQueue(),
+                                 [](const std::string& file) {
+                                   return platform::MediaAsset{"file:///cache/" + file, {}};
+                                 },
+                                 {},
+                                 std::nullopt,
+                                 std::nullopt});
+    view_->setDelegate(delegate_);
+    window_->addSubview(view_);
+    presenter_.present(window_);
+  }
+
+  test::FakeMediaPlayer& player() { return *media_.lastPlayer(); }
+  test::FakeMediaItem& item() { return *media_.lastItem(); }
+
+  // Prepares a video of `duration` seconds, shows it and lets the slide-in end.
+  void showVideo(double duration = 15) {
+    view_->prepareItem("v.mp4", MediaTime::zero());
+    item().becomeReady(duration);
+    view_->show("v.mp4");
+    runtime_->advanceBy(400ms);
+  }
+
+  // Plays for `seconds`, the player's clock moving with virtual time.
+  void playFor(double seconds) {
+    for (double t = 0; t < seconds - 1e-9; t += 0.05) {
+      if (media_.lastPlayer()) player().advance(0.05);
+      runtime_->advanceBy(50ms);
+    }
+  }
+
+  bool called(const std::string& call) {
+    return std::count(delegate_->calls.begin(), delegate_->calls.end(), call) > 0;
+  }
+
+  std::shared_ptr<test::VirtualRuntime> runtime_ = std::make_shared<test::VirtualRuntime>();
+  test::ScopedContext scope_{HostOptions{}, RuntimeOptions{.runtime = runtime_}};
+  // Outlives the presenter, whose windows hold the view that observes it.
+  AppLifecycle lifecycle_;
+  Presenter presenter_{Screen{{640, 360}, 1, {}}, runtime_->mainQueue(), runtime_->clock()};
+  test::FakeMediaEngine media_;
+  std::shared_ptr<Window> window_ = std::make_shared<Window>(Rect{{0, 0}, {640, 360}});
+  std::shared_ptr<RecordingDelegate> delegate_ = std::make_shared<RecordingDelegate>();
+  std::shared_ptr<ZVVideoView> view_;
+};
+
+TEST_F(VideoViewTest, ReadyAndFailedItemsReachTheOwner) {
+  view_->prepareItem("v.mp4", MediaTime::fromSeconds(2.5));
+  EXPECT_EQ(item().asset().url, "file:///cache/v.mp4");
+  EXPECT_EQ(item().seeks(), std::vector<MediaTime>{MediaTime::fromSeconds(2.5)});
+  item().becomeReady(15);
+  EXPECT_TRUE(view_->isReady());
+  EXPECT_EQ(view_->getDuration(), 15.0f);
+  view_->prepareItem("broken.mp4", MediaTime::zero());
+  item().fail();
+  EXPECT_EQ(delegate_->calls,
+            (std::vector<std::string>{"preparedVideoView", "errorPlayVideoItem"}));
+  auto events = scope_.analytics().events();
+  ASSERT_EQ(events.size(), 1u);
+  EXPECT_EQ(events[0].message, "Can't play video");
+}
+
+TEST_F(VideoViewTest, SlidesInThenPlaysAndHidesTheControlsAfterAPause) {
+  view_->prepareItem("v.mp4", MediaTime::zero());
+  item().becomeReady(15);
+  view_->show("v.mp4");
+  EXPECT_EQ(view_->translation().y, 360);
+  EXPECT_EQ(player().playCalls(), 0);
+  runtime_->advanceBy(400ms);
+  EXPECT_EQ(view_->translation().y, 0);
+  EXPECT_EQ(player().playCalls(), 1);
+  EXPECT_EQ(delegate_->calls.back(), "didShowView");
+  playFor(0.5);
+  EXPECT_TRUE(view_->controlsShown());
+  EXPECT_EQ(view_->skipButton()->frame().minY(), 10);
+  EXPECT_EQ(view_->soundButton()->frame().maxY(), 350);
+  playFor(3.0);  // 3.5 s after the controls came up
+  EXPECT_FALSE(view_->controlsShown());
+  playFor(0.5);
+  EXPECT_EQ(view_->skipButton()->frame().maxY(), 0);     // just beyond the top
+  EXPECT_EQ(view_->soundButton()->frame().minY(), 360);  // just beyond the bottom
+  // The countdown follows the player: 3.5 s into 15 s shows 12.
+  EXPECT_EQ(view_->timerProgress()->label()->text(), "12");
+  // A tap anywhere brings them back.
+  presenter_.tap({320, 180});
+  EXPECT_TRUE(view_->controlsShown());
+}
+
+TEST_F(VideoViewTest, APlayerThatDoesNotAdvanceIsStartedAgainThenReported) {
+  view_->prepareItem("v.mp4", MediaTime::zero());
+  item().becomeReady(15);
+  player().setStuck(true);
+  view_->show("v.mp4");
+  runtime_->advanceBy(400ms);
+  runtime_->advanceBy(1499ms);
+  EXPECT_EQ(player().playCalls(), 1);
+  runtime_->advanceBy(1ms);
+  EXPECT_EQ(player().playCalls(), 2);
+  runtime_->advanceBy(499ms);
+  EXPECT_FALSE(called("failDuringPlayVideo:false"));
+  runtime_->advanceBy(1ms);
+  EXPECT_TRUE(called("failDuringPlayVideo:false"));
+  EXPECT_TRUE(scope_.log().contains("[ZVVideoView][Play] Fail start play, need restart."));
+}
+
+TEST_F(VideoViewTest, AnAdThatForbidsSkippingCanBeClosedFiveSecondsAfterItsEnd) {
+  view_->allowSkipAfer(-1);
+  EXPECT_TRUE(view_->skipButton()->isHidden());
+  showVideo(15);
+  playFor(19.9);
+  EXPECT_TRUE(view_->skipButton()->isHidden());
+  playFor(0.2);
+  EXPECT_FALSE(view_->skipButton()->isHidden());
+  EXPECT_TRUE(view_->skipButton()->isReady());
+  EXPECT_TRUE(view_->controlsShown());
+}
+
+TEST_F(VideoViewTest, TheSkipControlActsOnlyWhenReady) {
+  view_->allowSkipAfer(5);
+  showVideo(15);
+  playFor(3);
+  view_->skipVideoHandler();
+  EXPECT_FALSE(called("tapCloseView"));
+  playFor(3);  // the tap kept the controls up past the first 3.5 s
+  EXPECT_TRUE(view_->controlsShown());
+  presenter_.performAction(ScreenAction::Skip);
+  EXPECT_FALSE(called("tapCloseView"));  // hidden controls take no keys...
+  view_->skipVideoHandler();             // ...but the control itself is ready
+  EXPECT_TRUE(called("tapCloseView"));
+}
+
+TEST_F(VideoViewTest, AStallIsReportedOnceAndPlaybackResumesWhereItStopped) {
+  showVideo(15);
+  playFor(4);
+  item().stall();
+  item().failToPlayToEnd();
+  EXPECT_EQ(
+      std::count(delegate_->calls.begin(), delegate_->calls.end(), "failDuringPlayVideo:true"), 1);
+  const MediaTime stoppedAt = delegate_->failTimes.back();
+  EXPECT_NEAR(stoppedAt.seconds(), 4.0, 1e-6);
+  EXPECT_EQ(player().rate(), 0);
+
+  auto oldPicture = view_->getPlayerView();
+  view_->continuePlayingAfterError();
+  EXPECT_EQ(item().seeks().back(), stoppedAt);
+  item().becomeReady(15);
+  // No second "prepared": the resume goes straight back to playing.
+  EXPECT_EQ(std::count(delegate_->calls.begin(), delegate_->calls.end(), "preparedVideoView"), 1);
+  EXPECT_EQ(player().rate(), 1);
+  EXPECT_NE(view_->getPlayerView(), oldPicture);
+  EXPECT_NE(oldPicture->superview(), nullptr);  // the last frame stays a second
+  runtime_->advanceBy(1s);
+  EXPECT_EQ(oldPicture->superview(), nullptr);
+  // A new failure is reported again.
+  item().stall();
+  EXPECT_EQ(
+      std::count(delegate_->calls.begin(), delegate_->calls.end(), "failDuringPlayVideo:true"), 2);
+}
+
+TEST_F(VideoViewTest, TheBackgroundPausesAndTheLateSkipCountsFromTheRemainingTime) {
+  view_->allowSkipAfer(-1);
+  showVideo(15);
+  playFor(5);
+  lifecycle_.post(AppLifecycle::Event::DidEnterBackground);
+  EXPECT_EQ(player().rate(), 0);
+  runtime_->advanceBy(60s);
+  EXPECT_TRUE(view_->skipButton()->isHidden());
+  lifecycle_.post(AppLifecycle::Event::WillEnterForeground);
+  EXPECT_EQ(player().rate(), 1);
+  playFor(14.9);  // 10 s left + 5 s
+  EXPECT_TRUE(view_->skipButton()->isHidden());
+  playFor(0.2);
+  EXPECT_FALSE(view_->skipButton()->isHidden());
+}
+
+TEST_F(VideoViewTest, EndSlideOutAndStop) {
+  showVideo(2);
+  playFor(2);
+  item().playToEnd();
+  EXPECT_TRUE(called("finishedPlaying"));
+  EXPECT_FALSE(item().observed());
+  view_->hide();
+  runtime_->advanceBy(100ms);
+  EXPECT_FALSE(called("didHideView"));
+  runtime_->advanceBy(120ms);
+  EXPECT_TRUE(called("didHideView"));
+  view_->stop();
+  EXPECT_EQ(item().cancelled(), 1);
+}
+
+TEST_F(VideoViewTest, StopLeavesAPendingSecondStartCheckToRun) {
+  view_->prepareItem("v.mp4", MediaTime::zero());
+  item().becomeReady(15);
+  player().setStuck(true);
+  view_->show("v.mp4");
+  runtime_->advanceBy(400ms + 1500ms);  // the second check is now pending
+  view_->stop();
+  runtime_->advanceBy(500ms);
+  EXPECT_TRUE(called("failDuringPlayVideo:false"));
+}
+
+TEST_F(VideoViewTest, RendersThePictureUnderTheControls) {
+  test::TempDir images;
+  writeSpeaker(images.path() / "on.png");
+  view_ = std::make_shared<ZVVideoView>(ZVVideoView::Environment{
+      presenter_, media_, lifecycle_, runtime_->mainQueue(),
+      [](const std::string& file) {
+        return platform::MediaAsset{file, {}};
+      },
+      [&](const std::string& url) { return images.path() / url; }, "on.png", "off.png"});
+  window_->addSubview(view_);
+  view_->allowSkipAfer(5);
+  showVideo(15);
+  player().deliverFrame(320, 180);
+  playFor(1);
+  presenter_.renderFrame();
+  EXPECT_TRUE(test::matchesReference(presenter_.canvas(), "video-view-controls"));
+  playFor(4);
+  presenter_.renderFrame();
+  EXPECT_TRUE(test::matchesReference(presenter_.canvas(), "video-view-plain"));
+}
+
+}  // namespace
+}  // namespace zivora::ui
