@@ -50,6 +50,12 @@ struct HostOptions {
   // Logical screen size in points; 0 means "ask the display".
   int screenWidth = 0;
   int screenHeight = 0;
+  // With MainQueueMode::HostPumped: the host's own SDL_Window*, into which
+  // the ad screens are drawn (through its SDL_Renderer) instead of a window
+  // of the SDK's. The host then forwards its SDL events to
+  // Zivora::handleEvent() and skips its own drawing while
+  // Zivora::isPresenting() is true. Null: the SDK opens its own window.
+  void* hostWindow = nullptr;
 };
 
 }  // namespace zivora

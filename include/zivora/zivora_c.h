@@ -54,6 +54,10 @@ typedef struct zivora_options {
   zivora_main_queue_mode main_queue_mode;
   int screen_width;
   int screen_height;
+  /* With ZIVORA_MAIN_QUEUE_HOST_PUMPED: the host's SDL_Window*, into which
+   * ad screens are drawn; see zivora_handle_event(). NULL: the SDK opens a
+   * window of its own. */
+  void* host_window;
 } zivora_options;
 
 /* One granted reward, valid for the duration of the callback. */
@@ -110,6 +114,12 @@ ZIVORA_API void zivora_remove_motivated_rewards(const char* const* reward_ids, s
 /* Host-pumped main queue: runs the SDK's due main-queue work; returns the
  * number of tasks run. */
 ZIVORA_API size_t zivora_pump(void);
+/* With a host window: offers one of the host's events (an SDL_Event*) to the
+ * ad screens. Nonzero when an ad screen took it: the host then ignores it. */
+ZIVORA_API int zivora_handle_event(const void* sdl_event);
+/* Nonzero while an ad screen is on the display: a host drawing into its own
+ * window skips its drawing meanwhile. */
+ZIVORA_API int zivora_is_presenting(void);
 
 /* The SDK's version banner. */
 ZIVORA_API const char* zivora_version(void);

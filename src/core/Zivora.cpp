@@ -128,6 +128,20 @@ void Zivora::removeMotivatedRewards(const std::vector<std::string>& rewardIds) n
   });
 }
 
+bool Zivora::handleEvent(const void* sdlEvent) noexcept {
+  return guarded(kClass, "handleEvent", false, [&] {
+    auto instance = ZivoraInstance::current();
+    return instance && instance->handleEvent(sdlEvent);
+  });
+}
+
+bool Zivora::isPresenting() noexcept {
+  return guarded(kClass, "isPresenting", false, [] {
+    auto instance = ZivoraInstance::current();
+    return instance && instance->isPresenting();
+  });
+}
+
 std::size_t Zivora::pump() noexcept {
   return guarded(kClass, "pump", std::size_t{0}, [] {
     auto instance = ZivoraInstance::current();

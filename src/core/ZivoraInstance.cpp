@@ -18,6 +18,7 @@
 #include "platform/linux/CurlHttpClient.h"
 #include "platform/linux/ThreadRuntime.h"
 #include "resources/ZVResourceManager.h"
+#include "ui/Display.h"
 #include "util/Guard.h"
 #include "util/JsonConvert.h"
 #include "util/ZVLog.h"
@@ -445,5 +446,12 @@ void ZivoraInstance::removeMotivatedRewards(const std::vector<std::string>& rewa
 }
 
 std::size_t ZivoraInstance::pump() { return context_->runtime().pumpMainQueue(); }
+
+bool ZivoraInstance::handleEvent(const void* sdlEvent) {
+  if (!sdlEvent) return false;
+  return ui::Display::of(context_)->handleEvent(*static_cast<const SDL_Event*>(sdlEvent));
+}
+
+bool ZivoraInstance::isPresenting() { return ui::Display::of(context_)->isPresenting(); }
 
 }  // namespace zivora

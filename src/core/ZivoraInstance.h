@@ -52,6 +52,9 @@ class ZivoraInstance : public std::enable_shared_from_this<ZivoraInstance> {
   void requestMotivatedRewards();
   void removeMotivatedRewards(const std::vector<std::string>& rewardIds);
   std::size_t pump();
+  // The host's SDL event, offered to the ad screens.
+  bool handleEvent(const void* sdlEvent);
+  bool isPresenting();
 
  private:
   ZivoraInstance(std::shared_ptr<Context> context, std::shared_ptr<AdSide> adSide);

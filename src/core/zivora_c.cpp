@@ -65,6 +65,7 @@ HostOptions hostOptions(const zivora_options& c) {
                            : MainQueueMode::OwnThread;
   host.screenWidth = c.screen_width;
   host.screenHeight = c.screen_height;
+  host.hostWindow = c.host_window;
   return host;
 }
 
@@ -170,6 +171,12 @@ void zivora_remove_motivated_rewards(const char* const* reward_ids, size_t count
 }
 
 size_t zivora_pump(void) { return zivora::Zivora::pump(); }
+
+int zivora_handle_event(const void* sdl_event) {
+  return zivora::Zivora::handleEvent(sdl_event) ? 1 : 0;
+}
+
+int zivora_is_presenting(void) { return zivora::Zivora::isPresenting() ? 1 : 0; }
 
 const char* zivora_version(void) { return zivora::ZivoraSDKVersionString; }
 

@@ -56,6 +56,11 @@ std::unique_ptr<SdlPresenter> SdlPresenter::create(const HostOptions& options,
     ZVLog::LogWarning("[SdlPresenter][create] No display: {}", SDL_GetError());
     return nullptr;
   }
+  if (options.hostWindow) {
+    auto* window = static_cast<SDL_Window*>(options.hostWindow);
+    return std::unique_ptr<SdlPresenter>(
+        new SdlPresenter(screenOf(window, options), window, true, mainQueue, clock, lifecycle));
+  }
   const bool sized = options.screenWidth > 0 && options.screenHeight > 0;
   Uint32 flags = SDL_WINDOW_HIDDEN | SDL_WINDOW_ALLOW_HIGHDPI;
   if (!sized) flags |= SDL_WINDOW_FULLSCREEN_DESKTOP;
@@ -68,22 +73,31 @@ std::unique_ptr<SdlPresenter> SdlPresenter::create(const HostOptions& options,
     SDL_QuitSubSystem(kSubsystems);
     return nullptr;
   }
+  return std::unique_ptr<SdlPresenter>(
+      new SdlPresenter(screenOf(window, options), window, false, mainQueue, clock, lifecycle));
+}
+
+Screen SdlPresenter::screenOf(SDL_Window* window, const HostOptions& options) {
   int width = 0, height = 0, drawableWidth = 0;
   SDL_GetWindowSize(window, &width, &height);
   SDL_GL_GetDrawableSize(window, &drawableWidth, nullptr);
   const double scale = width > 0 && drawableWidth > 0 ? double(drawableWidth) / width : 1.0;
-  Screen screen{{double(width), double(height)}, scale, options.safeArea};
-  return std::unique_ptr<SdlPresenter>(
-      new SdlPresenter(screen, window, mainQueue, clock, lifecycle));
+  return Screen{{double(width), double(height)}, scale, options.safeArea};
 }
 
-SdlPresenter::SdlPresenter(Screen screen, SDL_Window* window, dispatch::Queue& mainQueue,
-                           dispatch::Clock& clock, AppLifecycle& lifecycle)
+SdlPresenter::SdlPresenter(Screen screen, SDL_Window* window, bool hostWindow,
+                           dispatch::Queue& mainQueue, dispatch::Clock& clock,
+                           AppLifecycle& lifecycle)
     : Presenter(screen, mainQueue, clock),
       window_(window),
+      hostWindow_(hostWindow),
       mainQueue_(mainQueue),
       lifecycle_(lifecycle) {
-  renderer_ = SDL_CreateRenderer(window_, -1, 0);
+  renderer_ = hostWindow_ ? SDL_GetRenderer(window_) : nullptr;
+  if (!renderer_) {
+    renderer_ = SDL_CreateRenderer(window_, -1, 0);
+    ownsRenderer_ = renderer_ != nullptr;
+  }
   if (renderer_) {
     texture_ = SDL_CreateTexture(renderer_, SDL_PIXELFORMAT_ARGB8888, SDL_TEXTUREACCESS_STREAMING,
                                  canvas().pixelWidth(), canvas().pixelHeight());
@@ -95,27 +109,35 @@ SdlPresenter::~SdlPresenter() {
   frameTimer_.cancel();
   for (auto& [id, controller] : controllers_) SDL_GameControllerClose(controller);
   if (texture_) SDL_DestroyTexture(texture_);
-  if (renderer_) SDL_DestroyRenderer(renderer_);
-  SDL_DestroyWindow(window_);
+  if (ownsRenderer_) SDL_DestroyRenderer(renderer_);
+  if (!hostWindow_) SDL_DestroyWindow(window_);
   SDL_QuitSubSystem(kSubsystems);
 }
 
 void SdlPresenter::windowsChanged() {
   if (windows().empty()) {
     frameTimer_.cancel();
-    SDL_HideWindow(window_);
+    if (!hostWindow_) SDL_HideWindow(window_);
     return;
   }
   if (frameTimer_.valid() && !frameTimer_.isCancelled()) return;
-  // Focus changes of our own window's earlier life are not the host's.
-  SDL_FlushEvent(SDL_WINDOWEVENT);
-  SDL_ShowWindow(window_);
-  SDL_RaiseWindow(window_);
+  if (!hostWindow_) {
+    // Focus changes of our own window's earlier life are not the host's.
+    SDL_FlushEvent(SDL_WINDOWEVENT);
+    SDL_ShowWindow(window_);
+    SDL_RaiseWindow(window_);
+  }
   frameTimer_ = mainQueue_.every(Animator::kFrameInterval, [this] { frame(); });
   frame();
 }
 
 void SdlPresenter::frame() {
+  if (hostWindow_) {
+    // The host's loop owns the event queue and draws between our frames.
+    renderFrame();
+    showFrame();
+    return;
+  }
   SDL_Event event;
   while (SDL_PollEvent(&event)) handleEvent(event);
   if (renderFrame()) showFrame();

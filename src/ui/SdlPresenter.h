@@ -36,15 +36,20 @@ class SdlPresenter : public Presenter {
   void windowsChanged() override;
 
  private:
-  SdlPresenter(Screen screen, SDL_Window* window, dispatch::Queue& mainQueue,
+  SdlPresenter(Screen screen, SDL_Window* window, bool hostWindow, dispatch::Queue& mainQueue,
                dispatch::Clock& clock, AppLifecycle& lifecycle);
+  static Screen screenOf(SDL_Window* window, const HostOptions& options);
   void showFrame();
   void handleWindowEvent(const SDL_WindowEvent& event);
   void performBinding(const std::vector<ScreenAction>& actions);
   void openController(int deviceIndex);
 
   SDL_Window* window_;
+  // The host's window: its renderer is borrowed, its events come from the
+  // host, and the ad is drawn every frame since the host draws in between.
+  bool hostWindow_;
   SDL_Renderer* renderer_ = nullptr;
+  bool ownsRenderer_ = false;
   SDL_Texture* texture_ = nullptr;
   dispatch::Queue& mainQueue_;
   AppLifecycle& lifecycle_;

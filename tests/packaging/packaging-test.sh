@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs the SDK into a temporary prefix, builds the C example out of tree
-# with find_package(Zivora) and with pkg-config, and runs it and the Python
-# ctypes example against a sandbox ad server on loopback.
+# with find_package(Zivora) and with pkg-config and the SDL game with
+# find_package, and runs them and the Python ctypes example against a
+# sandbox ad server on loopback (the game on SDL's dummy video driver).
 #   packaging-test.sh BUILD_DIR SOURCE_DIR
 set -euo pipefail
 build=$(realpath "$1") source=$(realpath "$2")
@@ -21,7 +22,9 @@ cmake -S "$source/examples/c-host" -B "$work/c-host" -DCMAKE_PREFIX_PATH="$prefi
 cmake --build "$work/c-host" >/dev/null
 cc -std=c99 -Wall -Wextra -pedantic -Werror "$source/examples/c-host/main.c" \
   $(pkg-config --cflags --libs zivora) -pthread -o "$work/c-host-pkgconfig"
-echo "built the C host with find_package and with pkg-config"
+cmake -S "$source/examples/sdl-game" -B "$work/sdl-game" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake --build "$work/sdl-game" >/dev/null
+echo "built the C host with find_package and with pkg-config, and the SDL game"
 
 "$build/tools/sandbox/zivora-sandbox" --port 0 --certs "$work/certs" --port-file "$work/port" >/dev/null &
 sandbox_pid=$!
@@ -41,3 +44,5 @@ expect_answer "c-host (pkg-config)" "$work/c-host-pkgconfig" --server "$server" 
   --data-dir "$work/data2"
 expect_answer "python ctypes" python3 "$source/examples/python-ctypes/zivora_demo.py" \
   --library "$prefix/lib/libzivora.so.0" --server "$server" --ca "$work/certs/ca.pem" --data-dir "$work/data3"
+expect_answer "sdl-game (host-pumped, its own window)" env SDL_VIDEODRIVER=dummy \
+  "$work/sdl-game/sdl-game" --auto --server "$server" --ca "$work/certs/ca.pem" --data-dir "$work/data4"

@@ -119,3 +119,60 @@ TEST_F(SdlPresenterTest, FramesAreDrawnOnlyWhenSomethingChangedAndStopWithTheLas
 
 }  // namespace
 }  // namespace zivora::ui
+
+namespace zivora::ui {
+namespace {
+
+// A host that owns its window and loop: the ad is drawn with the host's
+// renderer every frame and the host's events stay the host's.
+TEST(SdlHostWindowTest, DrawsIntoTheHostsWindowAndLeavesItsEventsAlone) {
+  setenv("SDL_VIDEODRIVER", "dummy", 1);
+  if (SDL_InitSubSystem(SDL_INIT_VIDEO) != 0) GTEST_SKIP() << SDL_GetError();
+  test::VirtualRuntime runtime;
+  test::ScopedContext context;
+  AppLifecycle lifecycle;
+  SDL_Window* hostWindow = SDL_CreateWindow("game", 0, 0, 160, 120, SDL_WINDOW_HIDDEN);
+  SDL_Renderer* hostRenderer = SDL_CreateRenderer(hostWindow, -1, SDL_RENDERER_SOFTWARE);
+  ASSERT_NE(hostRenderer, nullptr) << SDL_GetError();
+  {
+    HostOptions options;
+    options.hostWindow = hostWindow;
+    auto presenter = SdlPresenter::create(options, runtime.mainQueue(), runtime.clock(), lifecycle);
+    ASSERT_NE(presenter, nullptr);
+    EXPECT_EQ(presenter->screen().size, (Size{160, 120}));
+    auto window = std::make_shared<Window>(presenter->screen().bounds());
+    window->setBackgroundColor(Color{1, 0, 0, 1});
+    int taps = 0;
+    window->setTapHandler([&] { ++taps; });
+    presenter->present(window);
+
+    SDL_Event userEvent{};
+    userEvent.type = SDL_USEREVENT;
+    SDL_PushEvent(&userEvent);
+    runtime.advanceBy(std::chrono::milliseconds(50));
+    SDL_Event polled{};
+    EXPECT_EQ(SDL_PollEvent(&polled), 1);
+    EXPECT_EQ(polled.type, static_cast<Uint32>(SDL_USEREVENT));
+
+    Uint32 pixel = 0;
+    SDL_Rect one{80, 60, 1, 1};
+    ASSERT_EQ(SDL_RenderReadPixels(hostRenderer, &one, SDL_PIXELFORMAT_ARGB8888, &pixel, 4), 0);
+    EXPECT_EQ(pixel, 0xFFFF0000u);
+
+    SDL_Event click{};
+    click.type = SDL_MOUSEBUTTONUP;
+    click.button.button = SDL_BUTTON_LEFT;
+    click.button.x = 10;
+    click.button.y = 10;
+    EXPECT_TRUE(presenter->handleEvent(click));
+    EXPECT_EQ(taps, 1);
+  }
+  // The host's window and renderer outlive the presenter.
+  EXPECT_EQ(SDL_GetRenderer(hostWindow), hostRenderer);
+  SDL_DestroyRenderer(hostRenderer);
+  SDL_DestroyWindow(hostWindow);
+  SDL_QuitSubSystem(SDL_INIT_VIDEO);
+}
+
+}  // namespace
+}  // namespace zivora::ui

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <SDL.h>
+
+#include <memory>
+#include <mutex>
+
+#include "ui/AppLifecycle.h"
+#include "ui/Presenter.h"
+
+namespace zivora {
+class Context;
+}
+
+namespace zivora::ui {
+
+// The context's screen: the application's lifecycle and the presenter of
+// the ad screens, made on first use on the main queue. The presenter is the
+// SDL one (the SDK's own window, or the host's); where no display answers,
+// one that draws into memory, so ads still run their course headless.
+class Display {
+ public:
+  explicit Display(std::weak_ptr<Context> context);
+
+  // The context's one display.
+  static std::shared_ptr<Display> of(const std::shared_ptr<Context>& context);
+
+  AppLifecycle& lifecycle() { return lifecycle_; }
+  // Main queue only.
+  Presenter& presenter();
+  // Host-pumped hosts with their own window forward their events here.
+  bool handleEvent(const SDL_Event& event);
+  bool isPresenting() const;
+
+ private:
+  std::weak_ptr<Context> context_;
+  AppLifecycle lifecycle_;
+  mutable std::mutex mutex_;
+  std::unique_ptr<Presenter> presenter_;
+};
+
+}  // namespace zivora::ui
