@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "platform/media/MediaTime.h"
+
+namespace zivora::media {
+
+// One decoded picture: RGBA, 8 bits a channel, `stride` bytes a row.
+struct VideoFrame {
+  int width = 0;
+  int height = 0;
+  int stride = 0;
+  MediaTime presentationTime;
+  std::vector<std::uint8_t> pixels;
+};
+
+// Where a player puts its pictures; the presenter uploads them. Called on
+// the main queue with the newest frame only: frames the main queue had no
+// time for are dropped, never queued up.
+class FrameSink {
+ public:
+  virtual ~FrameSink() = default;
+  virtual void videoFrame(const VideoFrame& frame) = 0;
+};
+
+}  // namespace zivora::media
