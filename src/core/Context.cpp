@@ -6,6 +6,8 @@
 
 #include "analytics/ZVPAnalitics.h"
 #include "platform/UserDefaults.h"
+#include "platform/dispatch/Runtime.h"
+#include "platform/linux/GstMediaFactory.h"
 #include "platform/linux/KeyValueDatabase.h"
 #include "util/LogSink.h"
 
@@ -63,6 +65,12 @@ dispatch::Runtime& Context::runtime() const {
 platform::HttpClient& Context::http() const {
   if (!runtime_.http) throw std::logic_error("Context has no HTTP client");
   return *runtime_.http;
+}
+
+std::shared_ptr<media::MediaFactory> Context::media() {
+  if (runtime_.media) return runtime_.media;
+  return instance<media::MediaFactory>(
+      [this] { return std::make_shared<platform::GstMediaFactory>(runtime().mainQueue()); });
 }
 
 std::shared_ptr<platform::UserDefaults> Context::userDefaults(const std::string& suite) {

@@ -18,6 +18,9 @@ class ZVPAnalitics;
 namespace dispatch {
 class Runtime;
 }
+namespace media {
+class MediaFactory;
+}
 namespace platform {
 class HttpClient;
 class KeyValueDatabase;
@@ -46,6 +49,9 @@ struct RuntimeOptions {
   // What the facade drives beyond the handshake (placements, downloads,
   // events, rewards); null gives the build's own.
   std::shared_ptr<AdSide> adSide = nullptr;
+  // Makes the video items and players; null gives GStreamer, reporting on
+  // the runtime's main queue.
+  std::shared_ptr<media::MediaFactory> media = nullptr;
   // How long one second of the protocol's retry schedules lasts. Integration
   // tests on real time shorten it instead of waiting 5 s, 10 s ...
   std::chrono::nanoseconds retryTimeUnit = std::chrono::seconds(1);
@@ -74,6 +80,9 @@ class Context {
   LogSink& log() const { return *runtime_.log; }
   const RuntimeOptions& runtimeOptions() const { return runtime_; }
   ZVPAnalitics& analytics() const { return *runtime_.analytics; }
+  // The injected media factory, or the context's GStreamer one (made on
+  // first use; needs the runtime).
+  std::shared_ptr<media::MediaFactory> media();
 
   // The user-defaults suite `suite` over the preferences database, which is
   // opened on first use. Null when the database cannot be opened (the

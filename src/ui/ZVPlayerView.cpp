@@ -6,35 +6,49 @@ namespace zivora::ui {
 
 ZVPlayerView::ZVPlayerView(Rect frame) : View(frame) { setUserInteractionEnabled(false); }
 
-void ZVPlayerView::setPlayer(std::shared_ptr<platform::MediaPlayer> player) {
+ZVPlayerView::~ZVPlayerView() {
+  if (player_) player_->setFrameSink(nullptr);
+}
+
+void ZVPlayerView::setPlayer(std::shared_ptr<media::MediaPlayer> player) {
+  if (player_ && player_ != player) player_->setFrameSink(nullptr);
   player_ = std::move(player);
-  if (!player_) return;
-  std::weak_ptr<View> weak = weak_from_this();
-  player_->setFrameSink([weak](const platform::VideoFrame& frame) {
-    auto self = std::static_pointer_cast<ZVPlayerView>(weak.lock());
-    if (!self) return;
-    self->frame_ = frame;
-    self->setNeedsDisplay();
-  });
+  if (player_) player_->setFrameSink(this);
+}
+
+void ZVPlayerView::videoFrame(const media::VideoFrame& frame) {
+  if (frame.width <= 0 || frame.height <= 0 || frame.stride < frame.width * 4 ||
+      frame.pixels.size() < static_cast<std::size_t>(frame.stride) * frame.height) {
+    return;
+  }
+  width_ = frame.width;
+  height_ = frame.height;
+  pixels_.resize(static_cast<std::size_t>(width_) * height_ * 4);
+  // RGBA bytes to cairo's native-endian ARGB words; video is opaque, so no
+  // premultiplying is needed.
+  for (int y = 0; y < height_; ++y) {
+    const std::uint8_t* in = frame.pixels.data() + static_cast<std::size_t>(y) * frame.stride;
+    auto* out =
+        reinterpret_cast<std::uint32_t*>(pixels_.data() + static_cast<std::size_t>(y) * width_ * 4);
+    for (int x = 0; x < width_; ++x, in += 4) {
+      out[x] = 0xFF000000u | (std::uint32_t(in[0]) << 16) | (std::uint32_t(in[1]) << 8) | in[2];
+    }
+  }
+  setNeedsDisplay();
 }
 
 void ZVPlayerView::draw(cairo_t* cr) {
-  if (!frame_.pixels || frame_.width <= 0 || frame_.height <= 0) return;
-  const std::size_t needed = static_cast<std::size_t>(frame_.stride) * frame_.height;
-  if (frame_.stride < frame_.width * 4 || frame_.pixels->size() < needed) return;
-  // cairo only reads the pixels while painting; the frame outlives the call.
-  auto* data = const_cast<unsigned char*>(frame_.pixels->data());
+  if (width_ <= 0 || height_ <= 0) return;
   cairo_surface_t* picture = cairo_image_surface_create_for_data(
-      data, CAIRO_FORMAT_ARGB32, frame_.width, frame_.height, frame_.stride);
+      pixels_.data(), CAIRO_FORMAT_ARGB32, width_, height_, width_ * 4);
   const Size box = bounds().size;
-  const double scale = std::min(box.width / frame_.width, box.height / frame_.height);
-  cairo_translate(cr, (box.width - frame_.width * scale) / 2,
-                  (box.height - frame_.height * scale) / 2);
+  const double scale = std::min(box.width / width_, box.height / height_);
+  cairo_translate(cr, (box.width - width_ * scale) / 2, (box.height - height_ * scale) / 2);
   cairo_scale(cr, scale, scale);
   cairo_set_source_surface(cr, picture, 0, 0);
   // Edge pixels repeat instead of fading into the border when scaled.
   cairo_pattern_set_extend(cairo_get_source(cr), CAIRO_EXTEND_PAD);
-  cairo_rectangle(cr, 0, 0, frame_.width, frame_.height);
+  cairo_rectangle(cr, 0, 0, width_, height_);
   cairo_fill(cr);
   cairo_surface_destroy(picture);
 }

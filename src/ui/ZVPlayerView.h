@@ -1,29 +1,38 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "platform/media/MediaPlayer.h"
+#include "platform/media/VideoFrame.h"
 #include "ui/View.h"
 
 namespace zivora::ui {
 
 // Shows a player's picture: the latest frame, aspect-fit and centred, over
 // the view's background.
-class ZVPlayerView : public View {
+class ZVPlayerView : public View, private media::FrameSink {
  public:
   explicit ZVPlayerView(Rect frame = {});
+  ~ZVPlayerView() override;
 
-  std::shared_ptr<platform::MediaPlayer> player() const { return player_; }
-  // Takes over the player's frames. The view must be owned by a shared_ptr.
-  void setPlayer(std::shared_ptr<platform::MediaPlayer> player);
-  const platform::VideoFrame& lastFrame() const { return frame_; }
+  std::shared_ptr<media::MediaPlayer> player() const { return player_; }
+  // Takes over the player's frames (and lets go of the previous player's).
+  void setPlayer(std::shared_ptr<media::MediaPlayer> player);
+  bool hasPicture() const { return width_ > 0; }
 
  protected:
   void draw(cairo_t* cr) override;
 
  private:
-  std::shared_ptr<platform::MediaPlayer> player_;
-  platform::VideoFrame frame_;
+  // Keeps the newest frame in cairo's pixel order for the next draw.
+  void videoFrame(const media::VideoFrame& frame) override;
+
+  std::shared_ptr<media::MediaPlayer> player_;
+  int width_ = 0;
+  int height_ = 0;
+  std::vector<std::uint8_t> pixels_;
 };
 
 }  // namespace zivora::ui

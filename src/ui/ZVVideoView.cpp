@@ -11,7 +11,7 @@
 namespace zivora::ui {
 namespace {
 
-using platform::MediaTime;
+using media::MediaTime;
 using namespace std::chrono_literals;
 
 constexpr double kControlSide = 40;
@@ -42,26 +42,6 @@ void cancel(std::optional<dispatch::TaskHandle>& handle) {
 }
 
 }  // namespace
-
-// Forwards the item's notifications to the view while both exist.
-class ZVVideoView::ItemObserver final : public platform::MediaItemObserver {
- public:
-  explicit ItemObserver(std::weak_ptr<ZVVideoView> view) : view_(std::move(view)) {}
-  void itemStatusChanged(platform::MediaItemStatus status) override {
-    if (auto view = view_.lock()) view->observeStatus(status);
-  }
-  void itemDidPlayToEndTime() override {
-    if (auto view = view_.lock()) view->itemDidFinishPlaying();
-  }
-  void itemFailedToPlayToEndTime() override {
-    if (auto view = view_.lock()) view->playerItemFailedToPlayToEndTime();
-  }
-  // A stall is treated exactly as a failure.
-  void itemPlaybackStalled() override { itemFailedToPlayToEndTime(); }
-
- private:
-  std::weak_ptr<ZVVideoView> view_;
-};
 
 ZVVideoView::ZVVideoView(Environment environment)
     : View(environment.presenter.screen().bounds()), environment_(std::move(environment)) {
@@ -204,18 +184,32 @@ void ZVVideoView::prepareItem(const std::string& fileName, MediaTime time) {
     fileName_ = fileName;
     if (playerItem_) unregistObservers(playerItem_);
     auto asset = environment_.assetForFile ? environment_.assetForFile(fileName)
-                                           : platform::MediaAsset{fileName, {}};
+                                           : media::MediaAsset::fromFile(fileName);
     playerItem_ = environment_.media.makeItem(asset);
-    playerItem_->seekToTime(time);
+    playerItem_->seekTo(time);
     registObservers(playerItem_);
     playVideo_ = environment_.media.makePlayer(playerItem_);
   });
 }
 
-void ZVVideoView::registObservers(const std::shared_ptr<platform::MediaItem>& item) {
+void ZVVideoView::registObservers(const std::shared_ptr<media::MediaItem>& item) {
   if (!item) return;
-  itemObserver_ = std::make_shared<ItemObserver>(weakSelf());
-  item->setObserver(itemObserver_);
+  std::weak_ptr<ZVVideoView> view = weakSelf();
+  auto forward = [view](void (ZVVideoView::*handler)()) {
+    return [view, handler] {
+      if (auto self = view.lock()) (self.get()->*handler)();
+    };
+  };
+  item->setObserver(media::MediaItemObserver{
+      .statusChanged =
+          [view](media::MediaItemStatus status) {
+            if (auto self = view.lock()) self->observeStatus(status);
+          },
+      .playedToEnd = forward(&ZVVideoView::itemDidFinishPlaying),
+      .failedToPlayToEnd = forward(&ZVVideoView::playerItemFailedToPlayToEndTime),
+      // A stall is treated exactly as a failure.
+      .playbackStalled = forward(&ZVVideoView::playerItemFailedToPlayToEndTime),
+  });
   if (!lifecycleObserver_) {
     std::weak_ptr<ZVVideoView> weak = weakSelf();
     lifecycleObserver_ = environment_.lifecycle.addObserver([weak](AppLifecycle::Event event) {
@@ -230,17 +224,16 @@ void ZVVideoView::registObservers(const std::shared_ptr<platform::MediaItem>& it
   }
 }
 
-void ZVVideoView::unregistObservers(const std::shared_ptr<platform::MediaItem>& item) {
+void ZVVideoView::unregistObservers(const std::shared_ptr<media::MediaItem>& item) {
   if (!item) return;
   item->setObserver({});
-  itemObserver_.reset();
   if (lifecycleObserver_) environment_.lifecycle.removeObserver(lifecycleObserver_);
   lifecycleObserver_ = 0;
 }
 
-void ZVVideoView::observeStatus(platform::MediaItemStatus status) {
+void ZVVideoView::observeStatus(media::MediaItemStatus status) {
   guarded("ZVVideoView", "observeValueForKeyPath", [&] {
-    const bool ready = status == platform::MediaItemStatus::ReadyToPlay;
+    const bool ready = status == media::MediaItemStatus::ReadyToPlay;
     if (continuePlayAfterError_) {
       continuePlayAfterError_ = false;
       // A resume whose new item fails is not reported.
@@ -276,13 +269,13 @@ void ZVVideoView::observeStatus(platform::MediaItemStatus status) {
 
 bool ZVVideoView::isReady() {
   return guarded("ZVVideoView", "isReady", false, [&] {
-    return playerItem_ && playerItem_->status() == platform::MediaItemStatus::ReadyToPlay;
+    return playerItem_ && playerItem_->status() == media::MediaItemStatus::ReadyToPlay;
   });
 }
 
 bool ZVVideoView::isPlaying() {
   return guarded("ZVVideoView", "isPlaying", false,
-                 [&] { return playVideo_ && playVideo_->rate() != 0 && !playVideo_->hasError(); });
+                 [&] { return playVideo_ && playVideo_->rate() != 0 && playVideo_->error().empty(); });
 }
 
 float ZVVideoView::currentTime() const {
@@ -621,7 +614,7 @@ void ZVVideoView::stop() {
     cancel(delayBlockForPlay_);
     unregistObservers(playerItem_);
     if (playVideo_) playVideo_->pause();
-    if (playerItem_) playerItem_->cancelLoading();
+    if (playerItem_ && playerItem_->asset()) playerItem_->asset()->cancelLoading();
   });
 }
 

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "platform/dispatch/Queue.h"
-#include "platform/media/MediaPlayer.h"
+#include "platform/media/MediaFactory.h"
 #include "ui/AppLifecycle.h"
 #include "ui/Button.h"
 #include "ui/Presenter.h"
@@ -28,11 +28,11 @@ class ZVVideoView : public View {
  public:
   struct Environment {
     Presenter& presenter;
-    platform::MediaEngine& media;
+    media::MediaFactory& media;
     AppLifecycle& lifecycle;
     dispatch::Queue& mainQueue;
     // The asset to play for a cache file name (possibly still downloading).
-    std::function<platform::MediaAsset(const std::string& fileName)> assetForFile;
+    std::function<std::shared_ptr<media::MediaAsset>(const std::string& fileName)> assetForFile;
     // The local file of a downloaded resource URL.
     std::function<std::filesystem::path(const std::string& url)> pathForURL;
     std::optional<std::string> soundOnButtonURL;
@@ -47,7 +47,7 @@ class ZVVideoView : public View {
   void soundEnable(bool enable);
   // The skip control's duration; negative hides it.
   void allowSkipAfer(float seconds);
-  void prepareItem(const std::string& fileName, platform::MediaTime time);
+  void prepareItem(const std::string& fileName, media::MediaTime time);
   void show(const std::string& fileName);
   bool isReady();
   float getDuration() const { return duration_; }
@@ -78,16 +78,14 @@ class ZVVideoView : public View {
   void layoutSubviews() override;
 
  private:
-  class ItemObserver;
-
   void setup();
   void addVideoView();
   void addHiddenButton();
   void addSoundButton();
   void addTimeProgress();
   void addSkipProgress();
-  void registObservers(const std::shared_ptr<platform::MediaItem>& item);
-  void unregistObservers(const std::shared_ptr<platform::MediaItem>& item);
+  void registObservers(const std::shared_ptr<media::MediaItem>& item);
+  void unregistObservers(const std::shared_ptr<media::MediaItem>& item);
   void animateShow();
   void animateHide();
   void play();
@@ -109,7 +107,7 @@ class ZVVideoView : public View {
   void failDuringPlaying(bool cacheVideo);
   void itemDidFinishPlaying();
   void playerItemFailedToPlayToEndTime();
-  void observeStatus(platform::MediaItemStatus status);
+  void observeStatus(media::MediaItemStatus status);
   Rect safeAreaRect() const;
   double maxSafeAreaSize() const;
   void layoutControls();
@@ -124,14 +122,14 @@ class ZVVideoView : public View {
   std::shared_ptr<Button> soundButton_;
   std::weak_ptr<ZVPlayerView> playerView_;
   std::shared_ptr<ZVPlayerView> playerViewCache_;
-  std::shared_ptr<platform::MediaPlayer> playVideo_;
-  std::shared_ptr<platform::MediaItem> playerItem_;
+  std::shared_ptr<media::MediaPlayer> playVideo_;
+  std::shared_ptr<media::MediaItem> playerItem_;
   std::string fileName_;
   bool alreadyReceiveErrorPlay_ = false;
   bool continuePlayAfterError_ = false;
-  platform::MediaTime failTimePause_ = platform::MediaTime::zero();
-  platform::MediaTime playTime_ = platform::MediaTime::zero();
-  platform::MediaTime repeatPlayTime_ = platform::MediaTime::zero();
+  media::MediaTime failTimePause_ = media::MediaTime::zero();
+  media::MediaTime playTime_ = media::MediaTime::zero();
+  media::MediaTime repeatPlayTime_ = media::MediaTime::zero();
   std::optional<dispatch::TaskHandle> delayBlockForPlay_;
   std::optional<dispatch::TaskHandle> delayBlockForRepeatPlay_;
   std::optional<dispatch::TaskHandle> timerUpdateUI_;
@@ -148,7 +146,6 @@ class ZVVideoView : public View {
   bool hasAnimation_ = false;
   bool soundOn_ = true;
   std::weak_ptr<ZVVideoViewDelegate> delegate_;
-  std::shared_ptr<ItemObserver> itemObserver_;
   AppLifecycle::Token lifecycleObserver_ = 0;
 };
 

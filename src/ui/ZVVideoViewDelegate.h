@@ -21,7 +21,7 @@ class ZVVideoViewDelegate {
   virtual void tapCloseView() {}
   // Playback failed (`cacheVideo` true: the player reported it) or never
   // started (false: the start watchdog found it stuck) at `time`.
-  virtual void failDuringPlayVideo(platform::MediaTime time, bool cacheVideo) {
+  virtual void failDuringPlayVideo(media::MediaTime time, bool cacheVideo) {
     (void)time;
     (void)cacheVideo;
   }

@@ -3,7 +3,7 @@
 // application's trips to the background.
 #include <gtest/gtest.h>
 
-#include "support/FakeMediaEngine.h"
+#include "support/FakeMediaFactory.h"
 #include "support/ReferenceImage.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
@@ -14,7 +14,7 @@ namespace zivora::ui {
 namespace {
 
 using namespace std::chrono_literals;
-using platform::MediaTime;
+using media::MediaTime;
 
 class RecordingDelegate final : public ZVVideoViewDelegate {
  public:
@@ -50,17 +50,17 @@ void writeSpeaker(const std::filesystem::path& path) {
 class VideoViewTest : public ::testing::Test {
  protected:
   VideoViewTest() {
-    view_ = std::make_shared<ZVVideoView>(
-        ZVVideoView::Environment{presenter_,
-                                 media_,
-                                 lifecycle_,
-                                 runtime_->mainQueue(),
-                                 [](const std::string& file) {
-                                   return platform::MediaAsset{"file:///cache/" + file, {}};
-                                 },
-                                 {},
-                                 std::nullopt,
-                                 std::nullopt});
+    view_ = std::make_shared<ZVVideoView>(ZVVideoView::Environment{
+        presenter_,
+        media_,
+        lifecycle_,
+        runtime_->mainQueue(),
+        [](const std::string& file) {
+          return std::make_shared<media::MediaAsset>("file:///cache/" + file);
+        },
+        {},
+        std::nullopt,
+        std::nullopt});
     view_->setDelegate(delegate_);
     window_->addSubview(view_);
     presenter_.present(window_);
@@ -69,10 +69,36 @@ class VideoViewTest : public ::testing::Test {
   test::FakeMediaPlayer& player() { return *media_.lastPlayer(); }
   test::FakeMediaItem& item() { return *media_.lastItem(); }
 
+  // What the pipeline would report, delivered through the main queue.
+  void ready(double duration) {
+    item().setDuration(MediaTime::fromSeconds(duration));
+    item().postStatus(media::MediaItemStatus::ReadyToPlay);
+    runtime_->runUntilIdle();
+  }
+  void stall() {
+    item().postStall();
+    runtime_->runUntilIdle();
+  }
+  void deliverFrame(int width, int height) {
+    // A gradient, so a picture that is cropped, stretched or misplaced shows.
+    media::VideoFrame frame{width, height, width * 4, MediaTime::zero(), {}};
+    frame.pixels.resize(static_cast<std::size_t>(width * height * 4));
+    for (int y = 0; y < height; ++y) {
+      for (int x = 0; x < width; ++x) {
+        std::uint8_t* p = frame.pixels.data() + (y * width + x) * 4;
+        p[0] = 0x80;
+        p[1] = static_cast<std::uint8_t>(y * 255 / height);
+        p[2] = static_cast<std::uint8_t>(x * 255 / width);
+        p[3] = 0xff;
+      }
+    }
+    player().deliverFrame(frame);
+  }
+
   // Prepares a video of `duration` seconds, shows it and lets the slide-in end.
   void showVideo(double duration = 15) {
     view_->prepareItem("v.mp4", MediaTime::zero());
-    item().becomeReady(duration);
+    ready(duration);
     view_->show("v.mp4");
     runtime_->advanceBy(400ms);
   }
@@ -80,7 +106,9 @@ class VideoViewTest : public ::testing::Test {
   // Plays for `seconds`, the player's clock moving with virtual time.
   void playFor(double seconds) {
     for (double t = 0; t < seconds - 1e-9; t += 0.05) {
-      if (media_.lastPlayer()) player().advance(0.05);
+      if (media_.lastPlayer() && player().rate() != 0 && !stuck_) {
+        player().advanceBy(MediaTime::fromSeconds(0.05));
+      }
       runtime_->advanceBy(50ms);
     }
   }
@@ -94,7 +122,8 @@ class VideoViewTest : public ::testing::Test {
   // Outlives the presenter, whose windows hold the view that observes it.
   AppLifecycle lifecycle_;
   Presenter presenter_{Screen{{640, 360}, 1, {}}, runtime_->mainQueue(), runtime_->clock()};
-  test::FakeMediaEngine media_;
+  test::FakeMediaFactory media_{runtime_->mainQueue()};
+  bool stuck_ = false;  // the player accepts play() but its clock stays
   std::shared_ptr<Window> window_ = std::make_shared<Window>(Rect{{0, 0}, {640, 360}});
   std::shared_ptr<RecordingDelegate> delegate_ = std::make_shared<RecordingDelegate>();
   std::shared_ptr<ZVVideoView> view_;
@@ -102,13 +131,14 @@ class VideoViewTest : public ::testing::Test {
 
 TEST_F(VideoViewTest, ReadyAndFailedItemsReachTheOwner) {
   view_->prepareItem("v.mp4", MediaTime::fromSeconds(2.5));
-  EXPECT_EQ(item().asset().url, "file:///cache/v.mp4");
+  EXPECT_EQ(item().asset()->url(), "file:///cache/v.mp4");
   EXPECT_EQ(item().seeks(), std::vector<MediaTime>{MediaTime::fromSeconds(2.5)});
-  item().becomeReady(15);
+  ready(15);
   EXPECT_TRUE(view_->isReady());
   EXPECT_EQ(view_->getDuration(), 15.0f);
   view_->prepareItem("broken.mp4", MediaTime::zero());
-  item().fail();
+  item().postStatus(media::MediaItemStatus::Failed);
+  runtime_->runUntilIdle();
   EXPECT_EQ(delegate_->calls,
             (std::vector<std::string>{"preparedVideoView", "errorPlayVideoItem"}));
   auto events = scope_.analytics().events();
@@ -118,13 +148,13 @@ TEST_F(VideoViewTest, ReadyAndFailedItemsReachTheOwner) {
 
 TEST_F(VideoViewTest, SlidesInThenPlaysAndHidesTheControlsAfterAPause) {
   view_->prepareItem("v.mp4", MediaTime::zero());
-  item().becomeReady(15);
+  ready(15);
   view_->show("v.mp4");
   EXPECT_EQ(view_->translation().y, 360);
-  EXPECT_EQ(player().playCalls(), 0);
+  EXPECT_EQ(player().playCount(), 0);
   runtime_->advanceBy(400ms);
   EXPECT_EQ(view_->translation().y, 0);
-  EXPECT_EQ(player().playCalls(), 1);
+  EXPECT_EQ(player().playCount(), 1);
   EXPECT_EQ(delegate_->calls.back(), "didShowView");
   playFor(0.5);
   EXPECT_TRUE(view_->controlsShown());
@@ -144,14 +174,14 @@ TEST_F(VideoViewTest, SlidesInThenPlaysAndHidesTheControlsAfterAPause) {
 
 TEST_F(VideoViewTest, APlayerThatDoesNotAdvanceIsStartedAgainThenReported) {
   view_->prepareItem("v.mp4", MediaTime::zero());
-  item().becomeReady(15);
-  player().setStuck(true);
+  ready(15);
+  stuck_ = true;
   view_->show("v.mp4");
   runtime_->advanceBy(400ms);
   runtime_->advanceBy(1499ms);
-  EXPECT_EQ(player().playCalls(), 1);
+  EXPECT_EQ(player().playCount(), 1);
   runtime_->advanceBy(1ms);
-  EXPECT_EQ(player().playCalls(), 2);
+  EXPECT_EQ(player().playCount(), 2);
   runtime_->advanceBy(499ms);
   EXPECT_FALSE(called("failDuringPlayVideo:false"));
   runtime_->advanceBy(1ms);
@@ -188,8 +218,9 @@ TEST_F(VideoViewTest, TheSkipControlActsOnlyWhenReady) {
 TEST_F(VideoViewTest, AStallIsReportedOnceAndPlaybackResumesWhereItStopped) {
   showVideo(15);
   playFor(4);
-  item().stall();
-  item().failToPlayToEnd();
+  stall();
+  item().postFailedToPlayToEnd();
+  runtime_->runUntilIdle();
   EXPECT_EQ(
       std::count(delegate_->calls.begin(), delegate_->calls.end(), "failDuringPlayVideo:true"), 1);
   const MediaTime stoppedAt = delegate_->failTimes.back();
@@ -199,7 +230,7 @@ TEST_F(VideoViewTest, AStallIsReportedOnceAndPlaybackResumesWhereItStopped) {
   auto oldPicture = view_->getPlayerView();
   view_->continuePlayingAfterError();
   EXPECT_EQ(item().seeks().back(), stoppedAt);
-  item().becomeReady(15);
+  ready(15);
   // No second "prepared": the resume goes straight back to playing.
   EXPECT_EQ(std::count(delegate_->calls.begin(), delegate_->calls.end(), "preparedVideoView"), 1);
   EXPECT_EQ(player().rate(), 1);
@@ -208,7 +239,7 @@ TEST_F(VideoViewTest, AStallIsReportedOnceAndPlaybackResumesWhereItStopped) {
   runtime_->advanceBy(1s);
   EXPECT_EQ(oldPicture->superview(), nullptr);
   // A new failure is reported again.
-  item().stall();
+  stall();
   EXPECT_EQ(
       std::count(delegate_->calls.begin(), delegate_->calls.end(), "failDuringPlayVideo:true"), 2);
 }
@@ -232,22 +263,23 @@ TEST_F(VideoViewTest, TheBackgroundPausesAndTheLateSkipCountsFromTheRemainingTim
 TEST_F(VideoViewTest, EndSlideOutAndStop) {
   showVideo(2);
   playFor(2);
-  item().playToEnd();
+  item().postPlayedToEnd();
+  runtime_->runUntilIdle();
   EXPECT_TRUE(called("finishedPlaying"));
-  EXPECT_FALSE(item().observed());
+  EXPECT_FALSE(item().hasObserver());
   view_->hide();
   runtime_->advanceBy(100ms);
   EXPECT_FALSE(called("didHideView"));
   runtime_->advanceBy(120ms);
   EXPECT_TRUE(called("didHideView"));
   view_->stop();
-  EXPECT_EQ(item().cancelled(), 1);
+  EXPECT_TRUE(item().asset()->isLoadingCancelled());
 }
 
 TEST_F(VideoViewTest, StopLeavesAPendingSecondStartCheckToRun) {
   view_->prepareItem("v.mp4", MediaTime::zero());
-  item().becomeReady(15);
-  player().setStuck(true);
+  ready(15);
+  stuck_ = true;
   view_->show("v.mp4");
   runtime_->advanceBy(400ms + 1500ms);  // the second check is now pending
   view_->stop();
@@ -260,14 +292,12 @@ TEST_F(VideoViewTest, RendersThePictureUnderTheControls) {
   writeSpeaker(images.path() / "on.png");
   view_ = std::make_shared<ZVVideoView>(ZVVideoView::Environment{
       presenter_, media_, lifecycle_, runtime_->mainQueue(),
-      [](const std::string& file) {
-        return platform::MediaAsset{file, {}};
-      },
+      [](const std::string& file) { return media::MediaAsset::fromFile(file); },
       [&](const std::string& url) { return images.path() / url; }, "on.png", "off.png"});
   window_->addSubview(view_);
   view_->allowSkipAfer(5);
   showVideo(15);
-  player().deliverFrame(320, 180);
+  deliverFrame(320, 180);
   playFor(1);
   presenter_.renderFrame();
   EXPECT_TRUE(test::matchesReference(presenter_.canvas(), "video-view-controls"));

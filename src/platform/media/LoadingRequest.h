@@ -1,54 +1,123 @@
 #pragma once
 
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <string>
+#include <vector>
 
-namespace zivora::platform {
+namespace zivora::media {
 
-// What a byte-range source learns about the resource with its first read.
-class ContentInformationRequest {
- public:
-  virtual ~ContentInformationRequest() = default;
-  virtual void setContentType(const std::string& type) = 0;
-  virtual void setByteRangeAccessSupported(bool supported) = 0;
-  // The full length; -1 or 0 when unknown.
-  virtual void setContentLength(std::int64_t length) = 0;
+// A span of bytes in a resource: [offset, offset + length).
+struct ByteRange {
+  std::int64_t offset = 0;
+  std::int64_t length = 0;
+  friend bool operator==(const ByteRange&, const ByteRange&) = default;
 };
 
-// One read of the player on an asset served in-process ("customLoader://"):
-// the requested range, how far answers have reached, and the means to
-// answer. Delivered to the loader on the main queue; answers may come at
-// once or later, as bytes arrive, from the main queue.
+// One read of the player, handed to the asset's resource-loader delegate.
+// The delegate (main queue) fills in the content information, answers bytes
+// in order from currentOffset() and finishes the request; the streaming
+// thread that made the read waits in waitForAnswer() until the bytes it
+// needs are there, the request is finished, or the read is cancelled.
+// Thread-safe.
 class LoadingRequest {
  public:
-  virtual ~LoadingRequest() = default;
+  // Answers go out in slices of at most this many bytes, so no more than one
+  // slice of a read is in memory on the delegate's side.
+  static constexpr std::int64_t kMaxSliceBytes = 1 << 20;
 
-  virtual std::int64_t requestedOffset() const = 0;
-  // As the player asked, not clipped to the resource's length.
-  virtual std::int64_t requestedLength() const = 0;
-  // Where the next answered byte goes: requestedOffset plus what has been
-  // answered so far.
-  virtual std::int64_t currentOffset() const = 0;
-  virtual ContentInformationRequest& contentInformationRequest() = 0;
+  // The slices in which to answer from `currentOffset`, given that the bytes
+  // of the resource exist up to `available` (exclusive) and the read ends at
+  // `finishOffset` (exclusive): each at most kMaxSliceBytes, clamped to
+  // [currentOffset, min(available, finishOffset)).
+  static std::vector<ByteRange> slicesToAnswer(std::int64_t currentOffset,
+                                               std::int64_t finishOffset, std::int64_t available);
 
-  // Appends bytes at currentOffset.
-  virtual void respondWithData(const std::uint8_t* data, std::size_t size) = 0;
-  // The request is complete; later answers are ignored.
-  virtual void finishLoading() = 0;
-  virtual bool isFinished() const = 0;
-  // The player gave up on it (its item stopped); answers go nowhere.
-  virtual bool isCancelled() const = 0;
+  // `requestedLength` is the player's own length, not clipped to the
+  // resource's end.
+  LoadingRequest(std::int64_t requestedOffset, std::int64_t requestedLength);
+  LoadingRequest(const LoadingRequest&) = delete;
+  LoadingRequest& operator=(const LoadingRequest&) = delete;
+
+  // The delegate's side -------------------------------------------------
+
+  // What the delegate tells about the whole resource; filled on every read.
+  class ContentInformationRequest {
+   public:
+    void setContentType(std::string type);
+    void setByteRangeAccessSupported(bool supported);
+    // -1 or 0: unknown.
+    void setContentLength(std::int64_t length);
+
+    std::string contentType() const;
+    bool isByteRangeAccessSupported() const;
+    std::int64_t contentLength() const;
+
+   private:
+    friend class LoadingRequest;
+    explicit ContentInformationRequest(LoadingRequest& owner) : owner_(owner) {}
+    LoadingRequest& owner_;
+  };
+
+  std::int64_t requestedOffset() const { return requestedOffset_; }
+  std::int64_t requestedLength() const { return requestedLength_; }
+  // Where the next answered byte goes: requestedOffset() + bytes answered.
+  std::int64_t currentOffset() const;
+  ContentInformationRequest& contentInformationRequest() { return contentInformation_; }
+
+  // Appends bytes at currentOffset(). Bytes beyond the end of the read are
+  // dropped; nothing is taken after the request finished or was cancelled.
+  void respond(const std::uint8_t* data, std::size_t size);
+  void respond(const std::vector<std::uint8_t>& data) { respond(data.data(), data.size()); }
+  // The answer is complete: the waiting read returns what it has.
+  void finishLoading();
+  // The read fails (the delegate refused it, or the resource is gone).
+  void finishLoadingWithError();
+
+  bool isFinished() const;
+  bool isCancelled() const;
+
+  // The reader's side ---------------------------------------------------
+
+  enum class Outcome {
+    Answered,  // every byte the read needs is there
+    Finished,  // finished early: the bytes that came (maybe none)
+    Failed,    // refused or cancelled
+  };
+  struct Answer {
+    Outcome outcome = Outcome::Failed;
+    std::vector<std::uint8_t> bytes;
+  };
+
+  // Blocks until the read can return. A read needs requestedLength() bytes,
+  // or fewer when the content length says the resource ends before that.
+  Answer waitForAnswer();
+  // True while the reader still waits for bytes: neither enough answered
+  // nor finished nor cancelled.
+  bool isWaitingForBytes() const;
+  // Breaks a waiting read, which fails; later answers are dropped.
+  void cancel();
+
+ private:
+  std::int64_t neededLocked() const;
+  bool doneLocked() const;
+
+  const std::int64_t requestedOffset_;
+  const std::int64_t requestedLength_;
+  ContentInformationRequest contentInformation_{*this};
+
+  mutable std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<std::uint8_t> bytes_;
+  std::string contentType_;
+  bool byteRangeAccessSupported_ = false;
+  std::int64_t contentLength_ = -1;
+  bool finished_ = false;
+  bool failed_ = false;
 };
 
-// Serves an asset's reads; the progressive loader implements it.
-class ResourceLoaderDelegate {
- public:
-  virtual ~ResourceLoaderDelegate() = default;
-  // True when the loader takes the request (now or later); false refuses it
-  // and the read fails.
-  virtual bool shouldWaitForLoadingOfRequestedResource(std::shared_ptr<LoadingRequest> request) = 0;
-};
-
-}  // namespace zivora::platform
+}  // namespace zivora::media

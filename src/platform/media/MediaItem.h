@@ -1,40 +1,46 @@
 #pragma once
 
+#include <functional>
 #include <memory>
+#include <string>
 
+#include "platform/media/MediaAsset.h"
 #include "platform/media/MediaTime.h"
 
-namespace zivora::platform {
+namespace zivora::media {
 
 enum class MediaItemStatus { Unknown, ReadyToPlay, Failed };
 
-// What an item tells its observer, always on the main queue. The status
-// changes once: ready after the player has prerolled it (and made the
-// initial seek), failed on an error before that.
-class MediaItemObserver {
- public:
-  virtual ~MediaItemObserver() = default;
-  virtual void itemStatusChanged(MediaItemStatus status) = 0;
-  virtual void itemDidPlayToEndTime() = 0;
+// What an item tells its observer. Every call comes on the main queue.
+struct MediaItemObserver {
+  // Once per item: Unknown → ReadyToPlay or Unknown → Failed.
+  std::function<void(MediaItemStatus)> statusChanged;
+  std::function<void()> playedToEnd;
   // An error after the item was ready.
-  virtual void itemFailedToPlayToEndTime() = 0;
-  // A read waits for bytes that are not there yet while playing.
-  virtual void itemPlaybackStalled() = 0;
+  std::function<void()> failedToPlayToEnd;
+  // A read of a custom-loader asset waits for bytes while playing.
+  std::function<void()> playbackStalled;
 };
 
-// One playable video: an asset positioned at a start time.
+// One playable presentation of an asset. Made by a MediaFactory; it starts
+// loading at once. Main queue only.
 class MediaItem {
  public:
   virtual ~MediaItem() = default;
+
+  virtual const std::shared_ptr<MediaAsset>& asset() const = 0;
   virtual MediaItemStatus status() const = 0;
-  // Invalid until known.
+  // Invalid until the item is ready.
   virtual MediaTime duration() const = 0;
-  // Exactly there: no tolerance before or after.
-  virtual void seekToTime(MediaTime time) = 0;
-  virtual void setObserver(std::weak_ptr<MediaItemObserver> observer) = 0;
-  // Fails every read the item's asset waits on and stops new ones, so that
-  // stopping never waits for bytes that will not come.
-  virtual void cancelLoading() = 0;
+  // The error that failed the item, or empty.
+  virtual std::string error() const = 0;
+
+  // Seeks exactly to `time` (zero tolerance before and after). Before the
+  // item is ready this sets where it becomes ready.
+  virtual void seekTo(MediaTime time) = 0;
+
+  // Replaces the observer; an empty one stops the notifications.
+  virtual void setObserver(MediaItemObserver observer) = 0;
 };
 
-}  // namespace zivora::platform
+}  // namespace zivora::media

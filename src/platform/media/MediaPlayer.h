@@ -1,40 +1,36 @@
 #pragma once
 
-#include <functional>
 #include <memory>
+#include <string>
 
-#include "platform/media/MediaAsset.h"
 #include "platform/media/MediaItem.h"
+#include "platform/media/MediaTime.h"
 #include "platform/media/VideoFrame.h"
 
-namespace zivora::platform {
+namespace zivora::media {
 
-// Plays one item. Main queue only; frames reach the sink on the main queue.
+// Plays one item. Main queue only.
 class MediaPlayer {
  public:
-  using FrameSink = std::function<void(const VideoFrame& frame)>;
-
   virtual ~MediaPlayer() = default;
-  virtual std::shared_ptr<MediaItem> currentItem() const = 0;
+
+  virtual const std::shared_ptr<MediaItem>& currentItem() const = 0;
+
   virtual void play() = 0;
   virtual void pause() = 0;
-  // 0 while paused or stopped.
+  // 1 after play(), 0 after pause() (and at first).
   virtual float rate() const = 0;
-  // The position; zero before anything played.
+  // The playback position; zero before the item has one.
   virtual MediaTime currentTime() const = 0;
-  virtual bool hasError() const = 0;
+  // The error that stopped the player (the item's), or empty.
+  virtual std::string error() const = 0;
+
   virtual void setMuted(bool muted) = 0;
   virtual bool isMuted() const = 0;
-  virtual void setFrameSink(FrameSink sink) = 0;
+
+  // Where pictures go; null stops them. The sink must outlive the player or
+  // be replaced first.
+  virtual void setFrameSink(FrameSink* sink) = 0;
 };
 
-// Makes items and players: GStreamer in the library, a scripted fake in
-// tests.
-class MediaEngine {
- public:
-  virtual ~MediaEngine() = default;
-  virtual std::shared_ptr<MediaItem> makeItem(const MediaAsset& asset) = 0;
-  virtual std::shared_ptr<MediaPlayer> makePlayer(std::shared_ptr<MediaItem> item) = 0;
-};
-
-}  // namespace zivora::platform
+}  // namespace zivora::media

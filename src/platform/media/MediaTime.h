@@ -1,43 +1,57 @@
 #pragma once
 
 #include <chrono>
-#include <cmath>
+#include <compare>
 #include <cstdint>
 
-namespace zivora::platform {
+namespace zivora::media {
 
-// A point or span on a media timeline, in nanoseconds: the player's clock,
-// seek targets and durations. An invalid time (an unknown duration) is not
-// zero and compares unequal to every valid time.
+// A point or span on a media timeline, in nanoseconds (GStreamer's unit).
+// An invalid time stands for "unknown" (a duration before the item is
+// ready, a position the pipeline cannot report); it compares below every
+// valid time and converts to 0 seconds.
 class MediaTime {
  public:
   constexpr MediaTime() = default;
-  constexpr explicit MediaTime(std::chrono::nanoseconds value) : value_(value), valid_(true) {}
 
-  static constexpr MediaTime zero() { return MediaTime(std::chrono::nanoseconds(0)); }
+  static constexpr MediaTime zero() { return MediaTime(0); }
   static constexpr MediaTime invalid() { return MediaTime(); }
-  // Not-a-number and infinities give an invalid time.
-  static MediaTime fromSeconds(double seconds) {
-    if (!std::isfinite(seconds)) return invalid();
-    return MediaTime(std::chrono::nanoseconds(std::llround(seconds * 1e9)));
+  static constexpr MediaTime fromNanoseconds(std::int64_t ns) { return MediaTime(ns); }
+  // Rounded to the nearest nanosecond; negative values are kept.
+  static constexpr MediaTime fromSeconds(double seconds) {
+    const double ns = seconds * 1e9;
+    return MediaTime(static_cast<std::int64_t>(ns < 0 ? ns - 0.5 : ns + 0.5));
+  }
+  template <class Rep, class Period>
+  static constexpr MediaTime fromDuration(std::chrono::duration<Rep, Period> d) {
+    return MediaTime(std::chrono::duration_cast<std::chrono::nanoseconds>(d).count());
   }
 
   constexpr bool isValid() const { return valid_; }
-  constexpr std::chrono::nanoseconds value() const { return value_; }
-  // Seconds; 0 for an invalid time.
-  constexpr double seconds() const { return valid_ ? value_.count() / 1e9 : 0.0; }
+  constexpr std::int64_t nanoseconds() const { return valid_ ? ns_ : 0; }
+  constexpr double seconds() const { return static_cast<double>(nanoseconds()) / 1e9; }
 
-  friend constexpr bool operator==(MediaTime a, MediaTime b) {
-    return a.valid_ == b.valid_ && (!a.valid_ || a.value_ == b.value_);
+  constexpr friend bool operator==(MediaTime a, MediaTime b) {
+    return a.valid_ == b.valid_ && a.nanoseconds() == b.nanoseconds();
   }
-  friend constexpr MediaTime operator-(MediaTime a, MediaTime b) {
-    if (!a.valid_ || !b.valid_) return invalid();
-    return MediaTime(a.value_ - b.value_);
+  constexpr friend std::strong_ordering operator<=>(MediaTime a, MediaTime b) {
+    if (a.valid_ != b.valid_)
+      return a.valid_ ? std::strong_ordering::greater : std::strong_ordering::less;
+    return a.nanoseconds() <=> b.nanoseconds();
+  }
+  // Arithmetic with an invalid operand gives an invalid time.
+  constexpr friend MediaTime operator+(MediaTime a, MediaTime b) {
+    return a.valid_ && b.valid_ ? MediaTime(a.ns_ + b.ns_) : MediaTime();
+  }
+  constexpr friend MediaTime operator-(MediaTime a, MediaTime b) {
+    return a.valid_ && b.valid_ ? MediaTime(a.ns_ - b.ns_) : MediaTime();
   }
 
  private:
-  std::chrono::nanoseconds value_{0};
+  constexpr explicit MediaTime(std::int64_t ns) : ns_(ns), valid_(true) {}
+
+  std::int64_t ns_ = 0;
   bool valid_ = false;
 };
 
-}  // namespace zivora::platform
+}  // namespace zivora::media

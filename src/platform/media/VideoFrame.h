@@ -1,20 +1,28 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <vector>
 
-namespace zivora::platform {
+#include "platform/media/MediaTime.h"
 
-// One decoded picture: 32-bit pixels, premultiplied, in the byte order of
-// a cairo ARGB32 surface on this machine (B, G, R, A in memory on little
-// endian), `stride` bytes a row. Shared, so a presenter can keep the last
-// frame without copying it.
+namespace zivora::media {
+
+// One decoded picture: RGBA, 8 bits a channel, `stride` bytes a row.
 struct VideoFrame {
   int width = 0;
   int height = 0;
   int stride = 0;
-  std::shared_ptr<const std::vector<std::uint8_t>> pixels;
+  MediaTime presentationTime;
+  std::vector<std::uint8_t> pixels;
 };
 
-}  // namespace zivora::platform
+// Where a player puts its pictures; the presenter uploads them. Called on
+// the main queue with the newest frame only: frames the main queue had no
+// time for are dropped, never queued up.
+class FrameSink {
+ public:
+  virtual ~FrameSink() = default;
+  virtual void videoFrame(const VideoFrame& frame) = 0;
+};
+
+}  // namespace zivora::media

@@ -1,0 +1,25 @@
+#pragma once
+
+#include "platform/dispatch/Queue.h"
+#include "platform/linux/GstMediaItem.h"
+#include "platform/media/MediaFactory.h"
+
+namespace zivora::platform {
+
+// Items and players on GStreamer; their notifications and frames arrive on
+// `mainQueue`.
+class GstMediaFactory final : public media::MediaFactory {
+ public:
+  explicit GstMediaFactory(dispatch::Queue& mainQueue, AudioOutput audio = AudioOutput::Automatic)
+      : mainQueue_(mainQueue), audio_(audio) {}
+
+  std::shared_ptr<media::MediaItem> makeItem(std::shared_ptr<media::MediaAsset> asset) override;
+  // Throws std::invalid_argument for an item this factory did not make.
+  std::shared_ptr<media::MediaPlayer> makePlayer(std::shared_ptr<media::MediaItem> item) override;
+
+ private:
+  dispatch::Queue& mainQueue_;
+  const AudioOutput audio_;
+};
+
+}  // namespace zivora::platform

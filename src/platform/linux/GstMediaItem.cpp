@@ -1,0 +1,363 @@
+#include "platform/linux/GstMediaItem.h"
+
+#include <gst/app/gstappsink.h>
+#include <gst/app/gstappsrc.h>
+#include <gst/video/video.h>
+
+#include <mutex>
+#include <optional>
+#include <vector>
+
+#include "platform/linux/GstreamerInit.h"
+#include "util/Guard.h"
+
+namespace zivora::platform {
+
+using media::MediaItemStatus;
+using media::MediaTime;
+
+// Shared by the item and the GStreamer callbacks, which run on streaming
+// threads and reach the item only through the main queue.
+struct GstMediaItem::Streaming {
+  dispatch::Queue* mainQueue = nullptr;
+  std::weak_ptr<GstMediaItem> item;
+  GstElement* pipeline = nullptr;
+  std::shared_ptr<media::ByteRangeSource> source;
+  std::atomic<std::uint64_t> readOffset{0};
+
+  std::mutex frameMutex;
+  std::optional<media::VideoFrame> latestFrame;
+  bool frameDeliveryPending = false;
+
+  template <class Member, class... Args>
+  void post(const char* method, Member member, Args... args) {
+    mainQueue->async([weak = item, method, member, args...] {
+      if (auto item = weak.lock()) {
+        guarded("GstMediaItem", method, [&] { ((*item).*member)(args...); });
+      }
+    });
+  }
+
+  void offerFrame(media::VideoFrame frame) {
+    std::lock_guard lock(frameMutex);
+    latestFrame = std::move(frame);
+    if (frameDeliveryPending) return;
+    frameDeliveryPending = true;
+    post("deliverFrame", &GstMediaItem::deliverFrame);
+  }
+
+  // What the bus and the byte source report, each handed to the main queue.
+  void asyncDone() { post("asyncDone", &GstMediaItem::asyncDone); }
+  void endOfStream() { post("endOfStream", &GstMediaItem::endOfStream); }
+  void failed(std::string message) { post("failed", &GstMediaItem::failed, std::move(message)); }
+  void stalled() { post("stalled", &GstMediaItem::stalled); }
+
+  std::optional<media::VideoFrame> takeFrame() {
+    std::lock_guard lock(frameMutex);
+    frameDeliveryPending = false;
+    return std::exchange(latestFrame, std::nullopt);
+  }
+};
+
+namespace {
+
+using StreamingRef = std::shared_ptr<GstMediaItem::Streaming>;
+
+// GStreamer keeps a reference of its own on what its callbacks use.
+gpointer holdStreaming(const StreamingRef& streaming) { return new StreamingRef(streaming); }
+void releaseStreaming(gpointer data) { delete static_cast<StreamingRef*>(data); }
+void releaseStreamingClosure(gpointer data, GClosure*) { releaseStreaming(data); }
+GstMediaItem::Streaming& streamingOf(gpointer data) { return **static_cast<StreamingRef*>(data); }
+
+std::string errorText(GstMessage* message) {
+  GError* error = nullptr;
+  gchar* debug = nullptr;
+  gst_message_parse_error(message, &error, &debug);
+  std::string text = error ? error->message : "unknown error";
+  g_clear_error(&error);
+  g_free(debug);
+  return text;
+}
+
+GstBusSyncReply onBusMessage(GstBus*, GstMessage* message, gpointer data) {
+  auto& streaming = streamingOf(data);
+  switch (GST_MESSAGE_TYPE(message)) {
+    case GST_MESSAGE_ASYNC_DONE:
+      if (GST_MESSAGE_SRC(message) == GST_OBJECT(streaming.pipeline)) {
+        streaming.asyncDone();
+      }
+      break;
+    case GST_MESSAGE_EOS:
+      streaming.endOfStream();
+      break;
+    case GST_MESSAGE_ERROR:
+      streaming.failed(errorText(message));
+      break;
+    default:
+      // Warnings, state changes, buffering: nothing the item reports.
+      break;
+  }
+  return GST_BUS_DROP;
+}
+
+std::optional<media::VideoFrame> frameOf(GstSample* sample) {
+  GstVideoInfo info;
+  GstBuffer* buffer = gst_sample_get_buffer(sample);
+  if (!buffer || !gst_video_info_from_caps(&info, gst_sample_get_caps(sample))) return std::nullopt;
+  GstMapInfo map;
+  if (!gst_buffer_map(buffer, &map, GST_MAP_READ)) return std::nullopt;
+  media::VideoFrame frame;
+  frame.width = GST_VIDEO_INFO_WIDTH(&info);
+  frame.height = GST_VIDEO_INFO_HEIGHT(&info);
+  frame.stride = GST_VIDEO_INFO_PLANE_STRIDE(&info, 0);
+  if (GST_BUFFER_PTS_IS_VALID(buffer)) {
+    frame.presentationTime =
+        MediaTime::fromNanoseconds(static_cast<std::int64_t>(GST_BUFFER_PTS(buffer)));
+  }
+  const auto size = std::min<std::size_t>(
+      map.size, static_cast<std::size_t>(frame.stride) * static_cast<std::size_t>(frame.height));
+  frame.pixels.assign(map.data, map.data + size);
+  gst_buffer_unmap(buffer, &map);
+  return frame;
+}
+
+GstFlowReturn takeSample(GstSample* sample, gpointer data) {
+  if (!sample) return GST_FLOW_OK;
+  if (auto frame = frameOf(sample)) streamingOf(data).offerFrame(std::move(*frame));
+  gst_sample_unref(sample);
+  return GST_FLOW_OK;
+}
+
+GstFlowReturn onPreroll(GstAppSink* sink, gpointer data) {
+  return takeSample(gst_app_sink_pull_preroll(sink), data);
+}
+
+GstFlowReturn onSample(GstAppSink* sink, gpointer data) {
+  return takeSample(gst_app_sink_pull_sample(sink), data);
+}
+
+gboolean onSeekData(GstAppSrc*, guint64 offset, gpointer data) {
+  streamingOf(data).readOffset.store(offset);
+  return TRUE;
+}
+
+void freeBytes(gpointer bytes) { delete static_cast<std::vector<std::uint8_t>*>(bytes); }
+
+// A streaming thread asks for `length` bytes at the current offset; this
+// blocks until the resource-loader delegate has answered them.
+void onNeedData(GstAppSrc* appsrc, guint length, gpointer data) {
+  auto& streaming = streamingOf(data);
+  const auto offset = streaming.readOffset.load();
+  auto answer = streaming.source->read(static_cast<std::int64_t>(offset), length);
+  if (answer.outcome == media::LoadingRequest::Outcome::Failed) {
+    GST_ELEMENT_ERROR(appsrc, RESOURCE, READ, ("The read was refused or cancelled."), (nullptr));
+    gst_app_src_end_of_stream(appsrc);
+    return;
+  }
+  if (answer.bytes.empty()) {
+    gst_app_src_end_of_stream(appsrc);
+    return;
+  }
+  auto* bytes = new std::vector<std::uint8_t>(std::move(answer.bytes));
+  GstBuffer* buffer = gst_buffer_new_wrapped_full(
+      GST_MEMORY_FLAG_READONLY, bytes->data(), bytes->size(), 0, bytes->size(), bytes, freeBytes);
+  GST_BUFFER_OFFSET(buffer) = offset;
+  streaming.readOffset.store(offset + gst_buffer_get_size(buffer));
+  gst_app_src_push_buffer(appsrc, buffer);
+}
+
+void onSourceSetup(GstElement*, GstElement* source, gpointer data) {
+  if (!GST_IS_APP_SRC(source)) return;
+  g_object_set(source, "stream-type", GST_APP_STREAM_TYPE_RANDOM_ACCESS, "format", GST_FORMAT_BYTES,
+               nullptr);
+  GstAppSrcCallbacks callbacks{};
+  callbacks.need_data = onNeedData;
+  callbacks.seek_data = onSeekData;
+  gst_app_src_set_callbacks(GST_APP_SRC(source), &callbacks,
+                            holdStreaming(*static_cast<StreamingRef*>(data)), releaseStreaming);
+}
+
+constexpr guint kPlayFlagText = 1u << 2;
+
+}  // namespace
+
+std::shared_ptr<GstMediaItem> GstMediaItem::make(std::shared_ptr<media::MediaAsset> asset,
+                                                 dispatch::Queue& mainQueue, AudioOutput audio) {
+  std::shared_ptr<GstMediaItem> item(new GstMediaItem(std::move(asset), mainQueue));
+  item->streaming_->item = item;
+  if (!item->start(audio)) {
+    item->streaming_->failed("The player could not start.");
+  }
+  return item;
+}
+
+GstMediaItem::GstMediaItem(std::shared_ptr<media::MediaAsset> asset, dispatch::Queue& mainQueue)
+    : asset_(std::move(asset)), mainQueue_(mainQueue), streaming_(std::make_shared<Streaming>()) {
+  streaming_->mainQueue = &mainQueue_;
+}
+
+GstMediaItem::~GstMediaItem() {
+  // A streaming thread blocked in a read would hold up the state change.
+  if (streaming_->source) streaming_->source->shutdown();
+  if (!pipeline_) return;
+  gst_element_set_state(pipeline_, GST_STATE_NULL);
+  GstBus* bus = gst_element_get_bus(pipeline_);
+  gst_bus_set_sync_handler(bus, nullptr, nullptr, nullptr);
+  gst_object_unref(bus);
+  gst_object_unref(pipeline_);
+}
+
+bool GstMediaItem::start(AudioOutput audio) {
+  if (!ensureGstreamer()) return false;
+  pipeline_ = gst_element_factory_make("playbin", nullptr);
+  GstElement* videoSink = makeVideoSink();
+  if (!pipeline_ || !videoSink) {
+    if (videoSink) gst_object_unref(gst_object_ref_sink(videoSink));
+    return false;
+  }
+  streaming_->pipeline = pipeline_;
+  guint flags = 0;
+  g_object_get(pipeline_, "flags", &flags, nullptr);
+  g_object_set(pipeline_, "video-sink", videoSink, "flags", flags & ~kPlayFlagText, nullptr);
+  if (audio == AudioOutput::Discard) {
+    GstElement* audioSink = gst_element_factory_make("fakesink", nullptr);
+    if (audioSink) {
+      g_object_set(audioSink, "sync", TRUE, nullptr);
+      g_object_set(pipeline_, "audio-sink", audioSink, nullptr);
+    }
+  }
+  attachBus();
+
+  std::string uri;
+  if (asset_->isCustomLoader()) {
+    std::weak_ptr<Streaming> weak = streaming_;
+    streaming_->source = std::make_shared<media::ByteRangeSource>(asset_, mainQueue_, [weak] {
+      if (auto streaming = weak.lock()) streaming->stalled();
+    });
+    g_signal_connect_data(pipeline_, "source-setup", G_CALLBACK(onSourceSetup),
+                          holdStreaming(streaming_), releaseStreamingClosure, GConnectFlags(0));
+    uri = "appsrc://";
+  } else {
+    GError* error = nullptr;
+    gchar* fileUri = gst_filename_to_uri(asset_->filePath().c_str(), &error);
+    g_clear_error(&error);
+    if (!fileUri) return false;
+    uri = fileUri;
+    g_free(fileUri);
+  }
+  g_object_set(pipeline_, "uri", uri.c_str(), nullptr);
+  return gst_element_set_state(pipeline_, GST_STATE_PAUSED) != GST_STATE_CHANGE_FAILURE;
+}
+
+GstElement* GstMediaItem::makeVideoSink() {
+  GstElement* sink = gst_element_factory_make("appsink", nullptr);
+  if (!sink) return nullptr;
+  GstCaps* caps = gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "RGBA", nullptr);
+  g_object_set(sink, "caps", caps, "sync", TRUE, "max-buffers", 2u, nullptr);
+  gst_caps_unref(caps);
+  GstAppSinkCallbacks callbacks{};
+  callbacks.new_preroll = onPreroll;
+  callbacks.new_sample = onSample;
+  gst_app_sink_set_callbacks(GST_APP_SINK(sink), &callbacks, holdStreaming(streaming_),
+                             releaseStreaming);
+  return sink;
+}
+
+// Messages are taken as they are posted, on the posting thread, and handed
+// to the main queue: no GLib main loop is needed.
+void GstMediaItem::attachBus() {
+  GstBus* bus = gst_element_get_bus(pipeline_);
+  gst_bus_set_sync_handler(bus, onBusMessage, holdStreaming(streaming_), releaseStreaming);
+  gst_object_unref(bus);
+}
+
+void GstMediaItem::seekTo(MediaTime time) {
+  if (status_ == MediaItemStatus::Failed || !pipeline_) return;
+  if (status_ == MediaItemStatus::Unknown && !initialSeekStarted_) {
+    startTime_ = time;  // the item becomes ready there
+    return;
+  }
+  endReported_ = false;
+  const auto flags = GstSeekFlags(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_ACCURATE);
+  gst_element_seek_simple(pipeline_, GST_FORMAT_TIME, flags,
+                          std::max<std::int64_t>(time.nanoseconds(), 0));
+}
+
+void GstMediaItem::asyncDone() {
+  // Only the first preroll (and the initial seek) decide the status.
+  if (status_ != MediaItemStatus::Unknown) return;
+  if (!initialSeekStarted_ && startTime_ > MediaTime::zero()) {
+    initialSeekStarted_ = true;
+    seekTo(startTime_);
+    return;
+  }
+  becomeReady();
+}
+
+void GstMediaItem::becomeReady() {
+  gint64 duration = -1;
+  if (gst_element_query_duration(pipeline_, GST_FORMAT_TIME, &duration) && duration >= 0) {
+    duration_ = MediaTime::fromNanoseconds(duration);
+  }
+  lastPosition_ = startTime_;
+  setStatus(MediaItemStatus::ReadyToPlay);
+}
+
+void GstMediaItem::setStatus(MediaItemStatus status) {
+  status_ = status;
+  if (auto notify = observer_.statusChanged) notify(status);
+}
+
+void GstMediaItem::endOfStream() {
+  if (status_ != MediaItemStatus::ReadyToPlay || endReported_) return;
+  endReported_ = true;
+  if (auto notify = observer_.playedToEnd) notify();
+}
+
+void GstMediaItem::failed(std::string message) {
+  if (status_ == MediaItemStatus::Unknown) {
+    error_ = std::move(message);
+    setStatus(MediaItemStatus::Failed);
+  } else if (status_ == MediaItemStatus::ReadyToPlay && !failureReported_) {
+    failureReported_ = true;
+    error_ = std::move(message);
+    if (auto notify = observer_.failedToPlayToEnd) notify();
+  }
+}
+
+void GstMediaItem::stalled() {
+  if (status_ != MediaItemStatus::ReadyToPlay) return;
+  if (auto notify = observer_.playbackStalled) notify();
+}
+
+void GstMediaItem::deliverFrame() {
+  auto frame = streaming_->takeFrame();
+  if (frame && frameSink_) frameSink_->videoFrame(*frame);
+}
+
+void GstMediaItem::setPlaying(bool playing) {
+  if (!pipeline_ || status_ == MediaItemStatus::Failed) return;
+  gst_element_set_state(pipeline_, playing ? GST_STATE_PLAYING : GST_STATE_PAUSED);
+  if (streaming_->source) streaming_->source->setPlaying(playing);
+}
+
+MediaTime GstMediaItem::position() const {
+  gint64 position = -1;
+  if (pipeline_ && status_ == MediaItemStatus::ReadyToPlay &&
+      gst_element_query_position(pipeline_, GST_FORMAT_TIME, &position) && position >= 0) {
+    lastPosition_ = MediaTime::fromNanoseconds(position);
+  }
+  return lastPosition_;
+}
+
+void GstMediaItem::setMuted(bool muted) {
+  if (pipeline_) g_object_set(pipeline_, "mute", muted ? TRUE : FALSE, nullptr);
+}
+
+bool GstMediaItem::isMuted() const {
+  gboolean muted = FALSE;
+  if (pipeline_) g_object_get(pipeline_, "mute", &muted, nullptr);
+  return muted;
+}
+
+}  // namespace zivora::platform

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <gst/gst.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+
+#include "platform/dispatch/Queue.h"
+#include "platform/media/ByteRangeSource.h"
+#include "platform/media/MediaItem.h"
+#include "platform/media/VideoFrame.h"
+
+namespace zivora::platform {
+
+// Where playbin sends the sound.
+enum class AudioOutput {
+  Automatic,  // autoaudiosink: the machine's device, or nothing audible
+  Discard,    // fakesink, synchronised to the clock (headless runs, tests)
+};
+
+// An item on a playbin pipeline: video to an RGBA appsink, audio to the
+// chosen sink, a "customLoader://" asset read through an appsrc in
+// random-access mode. The pipeline prerolls as soon as the item is made.
+// Bus messages and frames reach the main queue through weak references, so
+// the item may go at any time; its destructor breaks a waiting read before
+// it stops the pipeline and so never waits for a blocked streaming thread.
+class GstMediaItem final : public media::MediaItem,
+                           public std::enable_shared_from_this<GstMediaItem> {
+ public:
+  static std::shared_ptr<GstMediaItem> make(std::shared_ptr<media::MediaAsset> asset,
+                                            dispatch::Queue& mainQueue, AudioOutput audio);
+  ~GstMediaItem() override;
+  GstMediaItem(const GstMediaItem&) = delete;
+  GstMediaItem& operator=(const GstMediaItem&) = delete;
+
+  const std::shared_ptr<media::MediaAsset>& asset() const override { return asset_; }
+  media::MediaItemStatus status() const override { return status_; }
+  media::MediaTime duration() const override { return duration_; }
+  std::string error() const override { return error_; }
+  void seekTo(media::MediaTime time) override;
+  void setObserver(media::MediaItemObserver observer) override { observer_ = std::move(observer); }
+
+  // The player's controls.
+  void setPlaying(bool playing);
+  media::MediaTime position() const;
+  void setMuted(bool muted);
+  bool isMuted() const;
+  void setFrameSink(media::FrameSink* sink) { frameSink_ = sink; }
+
+  struct Streaming;  // what the streaming threads share with the item
+
+ private:
+  GstMediaItem(std::shared_ptr<media::MediaAsset> asset, dispatch::Queue& mainQueue);
+  bool start(AudioOutput audio);
+  GstElement* makeVideoSink();
+  void attachBus();
+
+  // Main queue, from the bus and the sinks.
+  void asyncDone();
+  void endOfStream();
+  void failed(std::string message);
+  void stalled();
+  void deliverFrame();
+  void becomeReady();
+  void setStatus(media::MediaItemStatus status);
+
+  const std::shared_ptr<media::MediaAsset> asset_;
+  dispatch::Queue& mainQueue_;
+  std::shared_ptr<Streaming> streaming_;
+  GstElement* pipeline_ = nullptr;
+
+  media::MediaItemStatus status_ = media::MediaItemStatus::Unknown;
+  media::MediaTime duration_ = media::MediaTime::invalid();
+  media::MediaTime startTime_ = media::MediaTime::zero();
+  mutable media::MediaTime lastPosition_ = media::MediaTime::zero();
+  bool initialSeekStarted_ = false;
+  bool endReported_ = false;
+  bool failureReported_ = false;
+  std::string error_;
+  media::MediaItemObserver observer_;
+  media::FrameSink* frameSink_ = nullptr;
+};
+
+}  // namespace zivora::platform

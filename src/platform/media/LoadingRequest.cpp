@@ -1,0 +1,132 @@
+#include "platform/media/LoadingRequest.h"
+
+#include <algorithm>
+
+namespace zivora::media {
+
+std::vector<ByteRange> LoadingRequest::slicesToAnswer(std::int64_t currentOffset,
+                                                      std::int64_t finishOffset,
+                                                      std::int64_t available) {
+  std::vector<ByteRange> slices;
+  const std::int64_t end = std::min(finishOffset, available);
+  for (std::int64_t at = std::max<std::int64_t>(currentOffset, 0); at < end; at += kMaxSliceBytes) {
+    slices.push_back({at, std::min(kMaxSliceBytes, end - at)});
+  }
+  return slices;
+}
+
+LoadingRequest::LoadingRequest(std::int64_t requestedOffset, std::int64_t requestedLength)
+    : requestedOffset_(requestedOffset),
+      requestedLength_(std::max<std::int64_t>(requestedLength, 0)) {}
+
+void LoadingRequest::ContentInformationRequest::setContentType(std::string type) {
+  std::lock_guard lock(owner_.mutex_);
+  owner_.contentType_ = std::move(type);
+}
+
+void LoadingRequest::ContentInformationRequest::setByteRangeAccessSupported(bool supported) {
+  std::lock_guard lock(owner_.mutex_);
+  owner_.byteRangeAccessSupported_ = supported;
+}
+
+void LoadingRequest::ContentInformationRequest::setContentLength(std::int64_t length) {
+  {
+    std::lock_guard lock(owner_.mutex_);
+    owner_.contentLength_ = length;
+  }
+  // A known length may shorten what the read needs.
+  owner_.changed_.notify_all();
+}
+
+std::string LoadingRequest::ContentInformationRequest::contentType() const {
+  std::lock_guard lock(owner_.mutex_);
+  return owner_.contentType_;
+}
+
+bool LoadingRequest::ContentInformationRequest::isByteRangeAccessSupported() const {
+  std::lock_guard lock(owner_.mutex_);
+  return owner_.byteRangeAccessSupported_;
+}
+
+std::int64_t LoadingRequest::ContentInformationRequest::contentLength() const {
+  std::lock_guard lock(owner_.mutex_);
+  return owner_.contentLength_;
+}
+
+std::int64_t LoadingRequest::currentOffset() const {
+  std::lock_guard lock(mutex_);
+  return requestedOffset_ + static_cast<std::int64_t>(bytes_.size());
+}
+
+void LoadingRequest::respond(const std::uint8_t* data, std::size_t size) {
+  {
+    std::lock_guard lock(mutex_);
+    if (finished_ || failed_ || data == nullptr) return;
+    const auto room = static_cast<std::size_t>(requestedLength_) - bytes_.size();
+    bytes_.insert(bytes_.end(), data, data + std::min(size, room));
+  }
+  changed_.notify_all();
+}
+
+void LoadingRequest::finishLoading() {
+  {
+    std::lock_guard lock(mutex_);
+    finished_ = true;
+  }
+  changed_.notify_all();
+}
+
+void LoadingRequest::finishLoadingWithError() { cancel(); }
+
+void LoadingRequest::cancel() {
+  {
+    std::lock_guard lock(mutex_);
+    if (!finished_) failed_ = true;
+  }
+  changed_.notify_all();
+}
+
+bool LoadingRequest::isFinished() const {
+  std::lock_guard lock(mutex_);
+  return finished_;
+}
+
+bool LoadingRequest::isCancelled() const {
+  std::lock_guard lock(mutex_);
+  return failed_;
+}
+
+std::int64_t LoadingRequest::neededLocked() const {
+  if (contentLength_ > 0) {
+    return std::clamp<std::int64_t>(contentLength_ - requestedOffset_, 0, requestedLength_);
+  }
+  return requestedLength_;
+}
+
+bool LoadingRequest::doneLocked() const {
+  return finished_ || failed_ || static_cast<std::int64_t>(bytes_.size()) >= neededLocked();
+}
+
+bool LoadingRequest::isWaitingForBytes() const {
+  std::lock_guard lock(mutex_);
+  return !doneLocked();
+}
+
+LoadingRequest::Answer LoadingRequest::waitForAnswer() {
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [this] { return doneLocked(); });
+  Answer answer;
+  if (failed_) return answer;
+  answer.outcome = finished_ && static_cast<std::int64_t>(bytes_.size()) < neededLocked()
+                       ? Outcome::Finished
+                       : Outcome::Answered;
+  // A read that needs fewer bytes than were answered (content length known
+  // late) returns only those. The request keeps its bytes so that
+  // currentOffset() stays where the answer ended.
+  const auto used = std::min<std::size_t>(bytes_.size(), static_cast<std::size_t>(neededLocked()));
+  answer.bytes.assign(bytes_.begin(), bytes_.begin() + static_cast<std::ptrdiff_t>(used));
+  finished_ = true;
+  return answer;
+}
+
+}  // namespace zivora::media

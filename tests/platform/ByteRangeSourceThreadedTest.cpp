@@ -1,0 +1,118 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <future>
+#include <thread>
+
+#include "platform/linux/ThreadRuntime.h"
+#include "platform/media/ByteRangeSource.h"
+
+namespace zivora::media {
+namespace {
+
+using namespace std::chrono_literals;
+
+// Takes every read and keeps it open; the test answers on the main queue.
+class HoldingDelegate final : public ResourceLoaderDelegate {
+ public:
+  bool shouldWaitForLoadingOfRequestedResource(
+      const std::shared_ptr<LoadingRequest>& request) override {
+    request->contentInformationRequest().setContentLength(1 << 20);
+    if (!accept) return false;
+    std::lock_guard lock(mutex);
+    requests.push_back(request);
+    taken.notify_all();
+    return true;
+  }
+
+  std::shared_ptr<LoadingRequest> waitForRequest(std::size_t index) {
+    std::unique_lock lock(mutex);
+    if (!taken.wait_for(lock, 20s, [&] { return requests.size() > index; })) return nullptr;
+    return requests[index];
+  }
+
+  bool accept = true;
+  std::mutex mutex;
+  std::condition_variable taken;
+  std::vector<std::shared_ptr<LoadingRequest>> requests;
+};
+
+class ByteRangeSourceThreadedTest : public ::testing::Test {
+ protected:
+  ByteRangeSourceThreadedTest() {
+    asset_->setResourceLoaderDelegate(delegate_);
+    source_ = std::make_shared<ByteRangeSource>(asset_, runtime_.mainQueue(), [this] {
+      EXPECT_TRUE(runtime_.mainQueue().isCurrent());
+      stalls_.set_value();
+    });
+  }
+
+  std::future<LoadingRequest::Answer> readAsync(std::int64_t offset, std::int64_t length) {
+    return std::async(std::launch::async,
+                      [this, offset, length] { return source_->read(offset, length); });
+  }
+
+  dispatch::ThreadRuntime runtime_;
+  std::shared_ptr<HoldingDelegate> delegate_ = std::make_shared<HoldingDelegate>();
+  std::shared_ptr<MediaAsset> asset_ = std::make_shared<MediaAsset>("customLoader://clip.mp4");
+  std::promise<void> stalls_;
+  std::shared_ptr<ByteRangeSource> source_;
+};
+
+TEST_F(ByteRangeSourceThreadedTest, AReadWaitsUntilTheDelegateHasAnsweredEveryByte) {
+  auto answer = readAsync(4096, 3000);
+  auto request = delegate_->waitForRequest(0);
+  ASSERT_TRUE(request);
+  EXPECT_EQ(request->requestedOffset(), 4096);
+  EXPECT_EQ(request->requestedLength(), 3000);
+  runtime_.mainQueue().async([request] { request->respond(std::vector<std::uint8_t>(1000, 7)); });
+  EXPECT_EQ(answer.wait_for(50ms), std::future_status::timeout);
+  runtime_.mainQueue().async([request] { request->respond(std::vector<std::uint8_t>(2000, 8)); });
+  ASSERT_EQ(answer.wait_for(20s), std::future_status::ready);
+  const auto result = answer.get();
+  EXPECT_EQ(result.outcome, LoadingRequest::Outcome::Answered);
+  EXPECT_EQ(result.bytes.size(), 3000u);
+  EXPECT_EQ(source_->contentLength(), 1 << 20);
+}
+
+TEST_F(ByteRangeSourceThreadedTest, ShutdownAndCancelledLoadingBreakAWaitingRead) {
+  auto first = readAsync(0, 4096);
+  ASSERT_TRUE(delegate_->waitForRequest(0));
+  source_->shutdown();
+  ASSERT_EQ(first.wait_for(20s), std::future_status::ready);
+  EXPECT_EQ(first.get().outcome, LoadingRequest::Outcome::Failed);
+  // Later reads fail at once, without reaching the delegate.
+  EXPECT_EQ(source_->read(0, 4096).outcome, LoadingRequest::Outcome::Failed);
+
+  auto other = std::make_shared<ByteRangeSource>(asset_, runtime_.mainQueue(), nullptr);
+  auto second = std::async(std::launch::async, [&] { return other->read(0, 4096); });
+  ASSERT_TRUE(delegate_->waitForRequest(1));
+  asset_->cancelLoading();
+  ASSERT_EQ(second.wait_for(20s), std::future_status::ready);
+  EXPECT_EQ(second.get().outcome, LoadingRequest::Outcome::Failed);
+  EXPECT_TRUE(asset_->isLoadingCancelled());
+}
+
+TEST_F(ByteRangeSourceThreadedTest, ARefusedReadOrOneWithoutDelegateFails) {
+  delegate_->accept = false;
+  EXPECT_EQ(source_->read(0, 4096).outcome, LoadingRequest::Outcome::Failed);
+  delegate_.reset();  // the asset holds it weakly
+  EXPECT_EQ(source_->read(0, 4096).outcome, LoadingRequest::Outcome::Failed);
+}
+
+TEST_F(ByteRangeSourceThreadedTest, AReadWaitingWhilePlayingIsAStall) {
+  auto stalled = stalls_.get_future();
+  auto answer = readAsync(0, 4096);
+  auto request = delegate_->waitForRequest(0);
+  ASSERT_TRUE(request);
+  // Prerolling: waiting is not a stall yet; it becomes one when play starts.
+  EXPECT_EQ(stalled.wait_for(50ms), std::future_status::timeout);
+  source_->setPlaying(true);
+  EXPECT_EQ(stalled.wait_for(20s), std::future_status::ready);
+  runtime_.mainQueue().async([request] { request->finishLoading(); });
+  ASSERT_EQ(answer.wait_for(20s), std::future_status::ready);
+  EXPECT_EQ(answer.get().outcome, LoadingRequest::Outcome::Finished);
+}
+
+}  // namespace
+}  // namespace zivora::media

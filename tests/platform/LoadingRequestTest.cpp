@@ -1,0 +1,100 @@
+#include <gtest/gtest.h>
+
+#include <numeric>
+
+#include "platform/media/LoadingRequest.h"
+
+namespace zivora::media {
+namespace {
+
+constexpr std::int64_t kMiB = LoadingRequest::kMaxSliceBytes;
+
+std::vector<std::uint8_t> bytes(std::size_t count, std::uint8_t first = 0) {
+  std::vector<std::uint8_t> data(count);
+  std::iota(data.begin(), data.end(), first);
+  return data;
+}
+
+TEST(LoadingRequestTest, SlicesAnswersAtOneMebibyteClampedToTheReadAndTheBytesThere) {
+  // 2.5 MiB available, read to 3 MiB: two whole slices and a half one.
+  EXPECT_EQ(LoadingRequest::slicesToAnswer(0, 3 * kMiB, 5 * kMiB / 2),
+            (std::vector<ByteRange>{{0, kMiB}, {kMiB, kMiB}, {2 * kMiB, kMiB / 2}}));
+  // The end of the read comes before the end of the bytes.
+  EXPECT_EQ(LoadingRequest::slicesToAnswer(1000, 6000, 10 * kMiB),
+            (std::vector<ByteRange>{{1000, 5000}}));
+  // Nothing beyond what is on disk, nothing once the read is complete.
+  EXPECT_TRUE(LoadingRequest::slicesToAnswer(3000, 6000, 3000).empty());
+  EXPECT_TRUE(LoadingRequest::slicesToAnswer(6000, 6000, 10000).empty());
+  EXPECT_TRUE(LoadingRequest::slicesToAnswer(5000, 4000, 10000).empty());
+}
+
+TEST(LoadingRequestTest, AnswersInOrderAndDropsBytesBeyondTheRead) {
+  LoadingRequest request(1000, 5000);
+  EXPECT_EQ(request.currentOffset(), 1000);
+  request.respond(bytes(2000));
+  EXPECT_EQ(request.currentOffset(), 3000);
+  EXPECT_TRUE(request.isWaitingForBytes());
+  request.respond(bytes(4000, 200));  // 1000 too many
+  EXPECT_EQ(request.currentOffset(), 6000);
+  EXPECT_FALSE(request.isWaitingForBytes());
+
+  const auto answer = request.waitForAnswer();
+  EXPECT_EQ(answer.outcome, LoadingRequest::Outcome::Answered);
+  ASSERT_EQ(answer.bytes.size(), 5000u);
+  EXPECT_EQ(answer.bytes[1999], bytes(2000).back());
+  EXPECT_EQ(answer.bytes[2000], 200);
+  // The answer keeps its place: a late catch-up finds nothing left to send.
+  EXPECT_EQ(request.currentOffset(), 6000);
+}
+
+TEST(LoadingRequestTest, AReadPastTheEndNeedsOnlyTheBytesUpToTheContentLength) {
+  // The player asks for its whole block; the resource ends 100 bytes in.
+  LoadingRequest tail(9900, 4096);
+  EXPECT_EQ(tail.requestedLength(), 4096);  // unclipped
+  tail.contentInformationRequest().setContentLength(10000);
+  tail.respond(bytes(100));
+  const auto answer = tail.waitForAnswer();
+  EXPECT_EQ(answer.outcome, LoadingRequest::Outcome::Answered);
+  EXPECT_EQ(answer.bytes.size(), 100u);
+
+  LoadingRequest beyond(10000, 4096);
+  beyond.contentInformationRequest().setContentLength(10000);
+  EXPECT_FALSE(beyond.isWaitingForBytes());
+  EXPECT_TRUE(beyond.waitForAnswer().bytes.empty());
+}
+
+TEST(LoadingRequestTest, FinishingEarlyReturnsWhatCameAndCancellingFails) {
+  LoadingRequest finished(0, 5000);
+  finished.respond(bytes(10));
+  finished.finishLoading();
+  finished.respond(bytes(10));  // after the finish: dropped
+  const auto answer = finished.waitForAnswer();
+  EXPECT_EQ(answer.outcome, LoadingRequest::Outcome::Finished);
+  EXPECT_EQ(answer.bytes.size(), 10u);
+
+  LoadingRequest cancelled(0, 5000);
+  cancelled.respond(bytes(10));
+  cancelled.cancel();
+  EXPECT_TRUE(cancelled.isCancelled());
+  EXPECT_FALSE(cancelled.isWaitingForBytes());
+  EXPECT_EQ(cancelled.waitForAnswer().outcome, LoadingRequest::Outcome::Failed);
+
+  LoadingRequest refused(0, 2);
+  refused.finishLoadingWithError();
+  EXPECT_EQ(refused.waitForAnswer().outcome, LoadingRequest::Outcome::Failed);
+}
+
+TEST(LoadingRequestTest, ContentInformationIsKeptAsTheDelegateGaveIt) {
+  LoadingRequest request(0, 2);
+  auto& info = request.contentInformationRequest();
+  EXPECT_EQ(info.contentLength(), -1);
+  info.setContentType("video/mp4");
+  info.setByteRangeAccessSupported(true);
+  info.setContentLength(123456);
+  EXPECT_EQ(info.contentType(), "video/mp4");
+  EXPECT_TRUE(info.isByteRangeAccessSupported());
+  EXPECT_EQ(info.contentLength(), 123456);
+}
+
+}  // namespace
+}  // namespace zivora::media
