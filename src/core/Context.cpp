@@ -7,6 +7,7 @@
 #include "analytics/ZVPAnalitics.h"
 #include "platform/UserDefaults.h"
 #include "platform/linux/KeyValueDatabase.h"
+#include "platform/linux/PosixFileSystem.h"
 #include "util/LogSink.h"
 
 namespace zivora {
@@ -49,6 +50,7 @@ Context::Context(HostOptions host, RuntimeOptions runtime)
     : host_(std::move(host)), runtime_(std::move(runtime)) {
   if (!runtime_.log) runtime_.log = LogSink::standardError();
   if (!runtime_.analytics) runtime_.analytics = std::make_shared<ZVPAnalitics>();
+  if (!runtime_.files) runtime_.files = std::make_shared<platform::PosixFileSystem>();
   paths_.dataRoot = host_.dataRoot.empty() ? Paths::defaultDataRoot(host_.applicationName)
                                            : std::filesystem::path(host_.dataRoot);
 }
@@ -63,6 +65,11 @@ dispatch::Runtime& Context::runtime() const {
 platform::HttpClient& Context::http() const {
   if (!runtime_.http) throw std::logic_error("Context has no HTTP client");
   return *runtime_.http;
+}
+
+platform::StreamingHttpClient& Context::downloads() const {
+  if (!runtime_.downloads) throw std::logic_error("Context has no download client");
+  return *runtime_.downloads;
 }
 
 std::shared_ptr<platform::UserDefaults> Context::userDefaults(const std::string& suite) {
