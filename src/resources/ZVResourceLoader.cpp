@@ -262,10 +262,12 @@ void ZVResourceLoader::errorDownload(const std::shared_ptr<ZVFileStatusEntity>& 
     }
     const std::string& name = entity->infoStatus()->fileName();
     ZVLog::LogWarning("Error download file: {}", name);
+    // Free before anyone hears of it: the manager's pump and a requester
+    // that asks again run on other threads and must find the loader idle.
+    busy_ = false;
     if (auto own = delegate()) own->errorLoadingResource(name, error);
     if (auto requester = entity->delegate()) requester->errorLoadingResource(name, error);
     if (auto asset = entity->assetLoaderDelegate()) asset->errorLoadingResource(name, error);
-    busy_ = false;
   });
 }
 

@@ -68,11 +68,12 @@ class CurlStreamingClient::Transfer final : public DownloadTask,
   // The worker's whole life.
   void run() {
     std::optional<std::string> error = perform();
-    if (cancelled_) error = "cancelled";
     auto self = shared_from_this();
+    // Whether the transfer was cancelled is decided on the main queue: a
+    // short body may be complete before its head was even refused there.
     main_.async([self, error] {
       auto delegate = std::exchange(self->delegate_, nullptr);
-      if (delegate) delegate->didComplete(error);
+      if (delegate) delegate->didComplete(self->cancelled_ ? "cancelled" : error);
     });
     finished_ = true;
   }
