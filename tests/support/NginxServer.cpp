@@ -60,7 +60,8 @@ error_log {work}/error.log warn;
 pid {work}/nginx.pid;
 events {{ worker_connections 64; }}
 http {{
-  access_log off;
+  log_format sent '$body_bytes_sent';
+  access_log {work}/access.log sent;
   client_body_temp_path {work}/body;
   proxy_temp_path {work}/proxy;
   fastcgi_temp_path {work}/fastcgi;
@@ -130,6 +131,13 @@ NginxServer::~NginxServer() {
   }
   std::error_code ignored;
   fs::remove_all(workDirectory_, ignored);
+}
+
+std::int64_t NginxServer::bodyBytesSent() const {
+  std::ifstream log(workDirectory_ / "access.log");
+  std::int64_t total = 0, bytes = 0;
+  while (log >> bytes) total += bytes;
+  return total;
 }
 
 std::string NginxServer::url(const std::string& name) const {

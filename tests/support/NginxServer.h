@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 
@@ -20,6 +21,8 @@ class NginxServer {
 
   int port() const { return port_; }
   std::string url(const std::string& name) const;
+  // Body bytes nginx has written to its sockets so far (its access log).
+  std::int64_t bodyBytesSent() const;
 
  private:
   std::filesystem::path workDirectory_;
