@@ -9,6 +9,7 @@
 #include "platform/dispatch/Runtime.h"
 #include "platform/linux/GstMediaFactory.h"
 #include "platform/linux/KeyValueDatabase.h"
+#include "platform/linux/PosixFileSystem.h"
 #include "util/LogSink.h"
 
 namespace zivora {
@@ -51,6 +52,7 @@ Context::Context(HostOptions host, RuntimeOptions runtime)
     : host_(std::move(host)), runtime_(std::move(runtime)) {
   if (!runtime_.log) runtime_.log = LogSink::standardError();
   if (!runtime_.analytics) runtime_.analytics = std::make_shared<ZVPAnalitics>();
+  if (!runtime_.files) runtime_.files = std::make_shared<platform::PosixFileSystem>();
   paths_.dataRoot = host_.dataRoot.empty() ? Paths::defaultDataRoot(host_.applicationName)
                                            : std::filesystem::path(host_.dataRoot);
 }
@@ -71,6 +73,11 @@ std::shared_ptr<media::MediaFactory> Context::media() {
   if (runtime_.media) return runtime_.media;
   return instance<media::MediaFactory>(
       [this] { return std::make_shared<platform::GstMediaFactory>(runtime().mainQueue()); });
+}
+
+platform::StreamingHttpClient& Context::downloads() const {
+  if (!runtime_.downloads) throw std::logic_error("Context has no download client");
+  return *runtime_.downloads;
 }
 
 std::shared_ptr<platform::UserDefaults> Context::userDefaults(const std::string& suite) {

@@ -22,7 +22,9 @@ namespace media {
 class MediaFactory;
 }
 namespace platform {
+class FileSystem;
 class HttpClient;
+class StreamingHttpClient;
 class KeyValueDatabase;
 class UserDefaults;
 }  // namespace platform
@@ -44,6 +46,10 @@ struct Paths {
 struct RuntimeOptions {
   std::shared_ptr<dispatch::Runtime> runtime = nullptr;
   std::shared_ptr<platform::HttpClient> http = nullptr;
+  // Resource downloads; null gives libcurl with the host's CA file.
+  std::shared_ptr<platform::StreamingHttpClient> downloads = nullptr;
+  // Free space and writes of the resource cache; null gives the system's.
+  std::shared_ptr<platform::FileSystem> files = nullptr;
   std::shared_ptr<LogSink> log = nullptr;
   std::shared_ptr<ZVPAnalitics> analytics = nullptr;
   // What the facade drives beyond the handshake (placements, downloads,
@@ -77,6 +83,8 @@ class Context {
   dispatch::Runtime& runtime() const;
   bool hasRuntime() const noexcept { return runtime_.runtime != nullptr; }
   platform::HttpClient& http() const;
+  platform::StreamingHttpClient& downloads() const;
+  platform::FileSystem& files() const { return *runtime_.files; }
   LogSink& log() const { return *runtime_.log; }
   const RuntimeOptions& runtimeOptions() const { return runtime_; }
   ZVPAnalitics& analytics() const { return *runtime_.analytics; }

@@ -1,43 +1,17 @@
 #include "core/DefaultAdSide.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cstring>
-
 #include "ads/MotivationRewardManager.h"
+#include "resources/ZVCacheManager.h"
+#include "resources/ZVFilesSavedValidator.h"
+#include "resources/ZVReserveManager.h"
+#include "resources/ZVResourceManager.h"
 #include "util/ZVLog.h"
 #include "zivora/ZivoraDelegate.h"
 
 namespace zivora {
 
-namespace {
-
-// A server-supplied name may only ever name a file directly in the cache.
-bool isSinglePathComponent(const std::string& name) {
-  return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos &&
-         name.find('\0') == std::string::npos;
-}
-
-// Unlinks `name` inside `directory` only when it is a regular file; a
-// symlink is never followed and a directory never removed.
-bool removeRegularFile(const std::filesystem::path& directory, const std::string& name) {
-  int dir = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW);
-  if (dir < 0) return false;
-  struct stat info {};
-  bool removed = ::fstatat(dir, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0 &&
-                 S_ISREG(info.st_mode) && ::unlinkat(dir, name.c_str(), 0) == 0;
-  ::close(dir);
-  return removed;
-}
-
-}  // namespace
-
-DefaultAdSide::DefaultAdSide(std::filesystem::path cacheDirectory,
-                             std::shared_ptr<ZivoraDelegate> delegate)
-    : cacheDirectory_(std::move(cacheDirectory)),
-      delegate_(std::move(delegate)),
+DefaultAdSide::DefaultAdSide(std::shared_ptr<ZivoraDelegate> delegate)
+    : delegate_(std::move(delegate)),
       rewards_(std::make_shared<MotivationRewardManager>(delegate_, [](const auto& ids) {
         ZVLog::LogWarning(
             "[Zivora][removeMotivatedRewards] No event queue in this build; {} "
@@ -46,9 +20,10 @@ DefaultAdSide::DefaultAdSide(std::filesystem::path cacheDirectory,
       })) {}
 
 void DefaultAdSide::startUp() {
-  std::error_code error;
-  std::filesystem::create_directories(cacheDirectory_, error);
-  if (error) ZVLog::LogWarning("[ZVResourceManager][init] Can't create cache directory");
+  ZVResourceManager::defaultManager();
+  ZVFilesSavedValidator::defaultValidator();
+  ZVReserveManager::defaultManager();
+  ZVCacheManager::defaultManager();
 }
 
 void DefaultAdSide::purchaseEvent(double amount, const std::string& currency, const std::string&,
@@ -57,11 +32,12 @@ void DefaultAdSide::purchaseEvent(double amount, const std::string& currency, co
                     currency);
 }
 
+void DefaultAdSide::unreserveAll(const std::string& fileName) {
+  if (auto reserve = ZVReserveManager::defaultManager()) reserve->unreserveAll(fileName);
+}
+
 void DefaultAdSide::removeFile(const std::string& fileName) {
-  ZVLog::LogWarning("[ZVResourceManager][removeFile] file: {}", fileName);
-  if (!isSinglePathComponent(fileName) || !removeRegularFile(cacheDirectory_, fileName)) {
-    ZVLog::LogWarning("[ZVResourceManager][removeFile] Warning! Can't remove file: {}", fileName);
-  }
+  if (auto manager = ZVResourceManager::defaultManager()) manager->removeFile(fileName);
 }
 
 void DefaultAdSide::showVideo(const std::string& placement) { unavailable(placement); }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <filesystem>
 #include <memory>
 
 #include "core/AdSide.h"
@@ -10,20 +9,21 @@ namespace zivora {
 class MotivationRewardManager;
 class ZivoraDelegate;
 
-// The ad side of this build: it keeps the cache directory safe to clean and
-// fetches motivated rewards, but carries no placement, download or event
-// layer yet, so placements fail at once with ZivoraErrorInitializationFailed
-// instead of leaving the host waiting, and purchases and reward removals are
-// logged and dropped.
+// The ad side of this build: it brings up the resource cache (downloads,
+// completed-file records, reservations, cache accounting), keeps the cache
+// directory safe to clean and fetches motivated rewards, but carries no
+// placement or event layer yet, so placements fail at once with
+// ZivoraErrorInitializationFailed instead of leaving the host waiting, and
+// purchases and reward removals are logged and dropped.
 class DefaultAdSide final : public AdSide {
  public:
-  DefaultAdSide(std::filesystem::path cacheDirectory, std::shared_ptr<ZivoraDelegate> delegate);
+  explicit DefaultAdSide(std::shared_ptr<ZivoraDelegate> delegate);
 
   void startUp() override;
   void serverConnected() override {}
   void purchaseEvent(double amount, const std::string& currency, const std::string& transactionId,
                      const std::optional<std::string>& receipt) override;
-  void unreserveAll(const std::string&) override {}
+  void unreserveAll(const std::string& fileName) override;
   void removeFile(const std::string& fileName) override;
   void newVideoManager() override {}
   void showVideo(const std::string& placement) override;
@@ -36,7 +36,6 @@ class DefaultAdSide final : public AdSide {
  private:
   void unavailable(const std::string& placement);
 
-  std::filesystem::path cacheDirectory_;
   std::shared_ptr<ZivoraDelegate> delegate_;
   std::shared_ptr<MotivationRewardManager> rewards_;
 };

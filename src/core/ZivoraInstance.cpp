@@ -16,6 +16,7 @@
 #include "events/ZVSendRequest.h"
 #include "platform/dispatch/Runtime.h"
 #include "platform/linux/CurlHttpClient.h"
+#include "platform/linux/CurlStreamingClient.h"
 #include "platform/linux/ThreadRuntime.h"
 #include "resources/ZVResourceManager.h"
 #include "ui/Display.h"
@@ -54,6 +55,10 @@ RuntimeOptions withDefaults(RuntimeOptions runtime, const HostOptions& host) {
     runtime.http = std::make_shared<platform::CurlHttpClient>(
         platform::HttpClientOptions{.caFile = host.caFile});
   }
+  if (!runtime.downloads) {
+    runtime.downloads = std::make_shared<platform::CurlStreamingClient>(
+        platform::StreamingClientOptions{.caFile = host.caFile}, runtime.runtime);
+  }
   return runtime;
 }
 
@@ -86,8 +91,7 @@ std::shared_ptr<ZivoraInstance> ZivoraInstance::start(const std::string& appId, 
   auto context = std::make_shared<Context>(host, runtime);
   Context::install(context);
   auto invokeDelegate = std::make_shared<InvokeDelegateHelper>();
-  if (!adSide)
-    adSide = std::make_shared<DefaultAdSide>(context->paths().cacheDirectory(), invokeDelegate);
+  if (!adSide) adSide = std::make_shared<DefaultAdSide>(invokeDelegate);
 
   std::shared_ptr<ZivoraInstance> instance(new ZivoraInstance(context, adSide));
   instance->invokeDelegate_ = std::move(invokeDelegate);

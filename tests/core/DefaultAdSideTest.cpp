@@ -5,8 +5,10 @@
 
 #include "core/DefaultAdSide.h"
 #include "core/InvokeDelegateHelper.h"
+#include "resources/ZVReserveManager.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
+#include "support/VirtualRuntime.h"
 
 namespace zivora {
 namespace {
@@ -16,11 +18,13 @@ namespace fs = std::filesystem;
 void touch(const fs::path& path) { std::ofstream(path) << "x"; }
 
 TEST(DefaultAdSide, RemovesOnlyRegularFilesDirectlyInTheCache) {
-  test::ScopedContext scope;
+  auto runtime = std::make_shared<test::VirtualRuntime>();
   test::TempDir root;
+  test::ScopedContext scope({.dataRoot = root.path().string()}, {.runtime = runtime});
   fs::path cache = root.path() / "Caches" / "Zivora";
-  DefaultAdSide side(cache, std::make_shared<InvokeDelegateHelper>());
+  DefaultAdSide side(std::make_shared<InvokeDelegateHelper>());
   side.startUp();
+  ASSERT_TRUE(fs::is_directory(cache));
   touch(cache / "abc.mp4");
   touch(root.path() / "outside");
   touch(root.path() / "target");
@@ -45,6 +49,19 @@ TEST(DefaultAdSide, RemovesOnlyRegularFilesDirectlyInTheCache) {
       scope.log().contains("[ZVResourceManager][removeFile] Warning! Can't remove file: abc.mp4"));
 }
 
+TEST(DefaultAdSide, UnreserveAllDropsEveryReservation) {
+  auto runtime = std::make_shared<test::VirtualRuntime>();
+  test::TempDir root;
+  test::ScopedContext scope({.dataRoot = root.path().string()}, {.runtime = runtime});
+  DefaultAdSide side(std::make_shared<InvokeDelegateHelper>());
+  side.startUp();
+  auto reserve = ZVReserveManager::defaultManager();
+  reserve->reserve("a.mp4");
+  reserve->reserve("a.mp4");
+  side.unreserveAll("a.mp4");
+  EXPECT_FALSE(reserve->isReserved("a.mp4"));
+}
+
 TEST(DefaultAdSide, PlacementsFailAtOnceWhileNoPlacementLayerIsLinked) {
   test::ScopedContext scope;
   struct Failures final : ZivoraDelegate {
@@ -56,8 +73,7 @@ TEST(DefaultAdSide, PlacementsFailAtOnceWhileNoPlacementLayerIsLinked) {
   auto helper = std::make_shared<InvokeDelegateHelper>();
   auto host = std::make_shared<Failures>();
   helper->setDelegate(host);
-  test::TempDir root;
-  DefaultAdSide side(root.path(), helper);
+  DefaultAdSide side(helper);
   side.showVideo("a");
   side.cacheVideo("b");
   EXPECT_FALSE(side.isReadyVideo("a"));

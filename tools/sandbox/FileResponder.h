@@ -1,7 +1,10 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <string_view>
+
+#include "FileMisbehaviour.h"
 
 namespace httplib {
 struct Request;
@@ -19,6 +22,11 @@ class FileResponder {
 
   void respond(std::string_view name, const httplib::Request& request,
                httplib::Response& response) const;
+  // The same file answered with a fault. `stall` blocks until the stall is
+  // released (true) or the server stops (false).
+  void misbehave(const FileMisbehaviour& misbehaviour, std::string_view name,
+                 const httplib::Request& request, httplib::Response& response,
+                 std::function<bool()> stall) const;
 
   static bool isPlainName(std::string_view name);
 

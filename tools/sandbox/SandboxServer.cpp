@@ -175,8 +175,7 @@ void SandboxServer::installRoutes() {
     handleAnalytics(request, response);
   });
   server_->Get(R"(/files/(.+))", [this](const Request& request, Response& response) {
-    record(recordOf(request));
-    FileResponder(options_.filesDirectory).respond(request.matches[1].str(), request, response);
+    handleFile(request, response);
   });
   auto control = [this](const Request& request, Response& response) {
     handleControl(request, response);
@@ -241,6 +240,29 @@ json SandboxServer::initializationReply() const {
   return {{"closeButtonURL", fileUrl("close.png")},
           {"soundOnButtonURL", fileUrl("sound_on.png")},
           {"soundOffButtonURL", fileUrl("sound_off.png")}};
+}
+
+void SandboxServer::misbehaveFiles(FileMisbehaviour misbehaviour, int count) {
+  std::lock_guard lock(mutex_);
+  for (int i = 0; i < count; ++i) fileMisbehaviours_.push_back(misbehaviour);
+}
+
+std::optional<FileMisbehaviour> SandboxServer::takeFileMisbehaviour() {
+  std::lock_guard lock(mutex_);
+  if (fileMisbehaviours_.empty()) return std::nullopt;
+  FileMisbehaviour next = fileMisbehaviours_.front();
+  fileMisbehaviours_.pop_front();
+  return next;
+}
+
+void SandboxServer::handleFile(const httplib::Request& request, httplib::Response& response) {
+  record(recordOf(request));
+  const FileResponder files(options_.filesDirectory);
+  const std::string name = request.matches[1].str();
+  if (auto misbehaviour = takeFileMisbehaviour()) {
+    return files.misbehave(*misbehaviour, name, request, response, [this] { return stall(); });
+  }
+  files.respond(name, request, response);
 }
 
 std::optional<Misbehaviour> SandboxServer::takeMisbehaviour() {

@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "FileMisbehaviour.h"
 #include "Misbehaviour.h"
 #include "ReceivedRequest.h"
 
@@ -73,6 +74,8 @@ class SandboxServer {
   // What the analytics endpoint answers from now on (by default 200 with
   // {"Status":"Accepted"}).
   void setAnalyticsReply(int status, std::string body);
+  // The next `count` requests under /files/ get `misbehaviour`.
+  void misbehaveFiles(FileMisbehaviour misbehaviour, int count = 1);
   // Lets every stalled request go on and answer normally.
   void releaseStalled();
 
@@ -92,6 +95,8 @@ class SandboxServer {
   nlohmann::json dispatch(const ReceivedRequest& entry);
   nlohmann::json initializationReply() const;
   std::optional<Misbehaviour> takeMisbehaviour();
+  std::optional<FileMisbehaviour> takeFileMisbehaviour();
+  void handleFile(const httplib::Request& request, httplib::Response& response);
   void actOut(const Misbehaviour& misbehaviour, httplib::Response& response);
   // Blocks until releaseStalled() or stop(); false when stopping.
   bool stall();
@@ -106,6 +111,7 @@ class SandboxServer {
   mutable std::condition_variable changed_;
   std::vector<ReceivedRequest> received_;
   std::deque<Misbehaviour> misbehaviours_;
+  std::deque<FileMisbehaviour> fileMisbehaviours_;
   std::map<std::string, RequestHandler> handlers_;
   std::uint64_t releases_ = 0;
   int analyticsStatus_ = 200;

@@ -11,31 +11,21 @@
 #include <mutex>
 #include <string_view>
 
+#include "platform/linux/CurlSupport.h"
+
 namespace zivora::platform {
 namespace {
 
 constexpr long kMaxRedirects = 5;
 
-CURLcode globalInitResult() {
-  static std::once_flag once;
-  static CURLcode result = CURLE_OK;
-  std::call_once(once, [] { result = curl_global_init(CURL_GLOBAL_DEFAULT); });
-  return result;
-}
-
-using SteadyClock = std::chrono::steady_clock;
+using curl::globalInitResult;
 
 // What one exchange collects while libcurl runs it.
 struct Transfer {
   std::size_t maxBodyBytes = 0;
   std::string body;
   bool overCap = false;
-
-  SteadyClock::duration idleLimit{};
-  SteadyClock::time_point lastActivity{};
-  curl_off_t bytesDown = 0;
-  curl_off_t bytesUp = 0;
-  bool idle = false;
+  curl::IdleWatch watch;
 };
 
 // Called for every header line of every response in the exchange (1xx,
@@ -59,23 +49,8 @@ size_t onBody(char* data, size_t size, size_t count, void* user) {
   return bytes;
 }
 
-// libcurl's own low-speed check averages over a window of about five
-// seconds that still holds the bytes of the upload, so a server that takes
-// the body and then goes silent is noticed only some five seconds after the
-// limit. Here the limit counts from the last byte that moved either way.
-// libcurl calls this at least once a second while a transfer waits.
 int onProgress(void* user, curl_off_t, curl_off_t down, curl_off_t, curl_off_t up) {
-  auto* transfer = static_cast<Transfer*>(user);
-  const SteadyClock::time_point now = SteadyClock::now();
-  if (down != transfer->bytesDown || up != transfer->bytesUp) {
-    transfer->bytesDown = down;
-    transfer->bytesUp = up;
-    transfer->lastActivity = now;
-    return 0;
-  }
-  if (now - transfer->lastActivity < transfer->idleLimit) return 0;
-  transfer->idle = true;
-  return 1;  // aborts the transfer
+  return static_cast<Transfer*>(user)->watch.expired(down, up) ? 1 : 0;
 }
 
 bool isContentLength(std::string_view name) {
@@ -112,10 +87,6 @@ HeaderList makeHeaderList(const HttpRequest& request) {
   return HeaderList(list);
 }
 
-long wholeSecondsAtLeastOne(std::chrono::milliseconds duration) {
-  return std::max<long>(1, static_cast<long>((duration.count() + 999) / 1000));
-}
-
 void setMethodAndBody(CURL* easy, const HttpRequest& request) {
   if (request.method == "GET") {
     curl_easy_setopt(easy, CURLOPT_HTTPGET, 1L);
@@ -142,14 +113,7 @@ void setTransportOptions(CURL* easy, const HttpClientOptions& options) {
   curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 1L);
   curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, 2L);
   if (!options.caFile.empty()) curl_easy_setopt(easy, CURLOPT_CAINFO, options.caFile.c_str());
-  curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS,
-                   static_cast<long>(std::max<std::chrono::milliseconds::rep>(
-                       1, options.connectTimeout.count())));
-  // An inactivity limit instead of a total timeout: a slow but moving
-  // transfer may take as long as it needs. onProgress enforces it
-  // precisely; libcurl's own check stays as a backstop.
-  curl_easy_setopt(easy, CURLOPT_LOW_SPEED_LIMIT, 1L);
-  curl_easy_setopt(easy, CURLOPT_LOW_SPEED_TIME, wholeSecondsAtLeastOne(options.lowSpeedTime));
+  curl::setTimeouts(easy, options.connectTimeout, options.lowSpeedTime);
 }
 
 HttpResponse failure(std::string error) {
@@ -174,8 +138,7 @@ HttpResponse CurlHttpClient::perform(const HttpRequest& request) {
     HeaderList headers = makeHeaderList(request);
     Transfer transfer;
     transfer.maxBodyBytes = options_.maxBodyBytes;
-    transfer.idleLimit = options_.lowSpeedTime;
-    transfer.lastActivity = SteadyClock::now();
+    transfer.watch.limit = options_.lowSpeedTime;
     char errorBuffer[CURL_ERROR_SIZE] = {};
 
     CURL* handle = easy.get();
@@ -197,7 +160,7 @@ HttpResponse CurlHttpClient::perform(const HttpRequest& request) {
       return failure(
           fmt::format("reply body exceeds the limit of {} bytes", options_.maxBodyBytes));
     }
-    if (transfer.idle) {
+    if (transfer.watch.idle) {
       return failure(fmt::format("no data moved for {} ms", options_.lowSpeedTime.count()));
     }
     if (result != CURLE_OK) {

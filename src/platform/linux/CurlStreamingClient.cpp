@@ -1,0 +1,254 @@
+#include "platform/linux/CurlStreamingClient.h"
+
+#include <curl/curl.h>
+#include <fmt/format.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <optional>
+#include <string_view>
+
+#include "platform/dispatch/Runtime.h"
+#include "platform/linux/CurlSupport.h"
+
+namespace zivora::platform {
+namespace {
+
+constexpr long kMaxRedirects = 5;
+// Chunks posted to the main queue and not yet handled before the worker
+// waits: about 64 KiB each, so a transfer holds at most ~1 MiB in flight.
+constexpr int kMaxPendingChunks = 16;
+
+std::string_view trimmed(std::string_view text) {
+  while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
+  while (!text.empty() && (text.back() == ' ' || text.back() == '\t' || text.back() == '\r' ||
+                           text.back() == '\n')) {
+    text.remove_suffix(1);
+  }
+  return text;
+}
+
+// "HTTP/1.1 206 Partial Content" → 206; 0 when unreadable.
+long statusOf(std::string_view line) {
+  auto space = line.find(' ');
+  if (space == std::string_view::npos) return 0;
+  long status = 0;
+  for (char c : line.substr(space + 1, 3)) {
+    if (c < '0' || c > '9') return 0;
+    status = status * 10 + (c - '0');
+  }
+  return status;
+}
+
+// A redirect that libcurl follows itself: the head is not the final one.
+bool isFollowedRedirect(const DownloadResponse& head) {
+  return head.status >= 300 && head.status < 400 && head.status != 304 &&
+         head.header("Location").has_value();
+}
+
+}  // namespace
+
+class CurlStreamingClient::Transfer final : public DownloadTask,
+                                            public std::enable_shared_from_this<Transfer> {
+ public:
+  Transfer(DownloadRequest request, std::shared_ptr<DownloadTaskDelegate> delegate,
+           dispatch::Queue& main, const StreamingClientOptions& options)
+      : request_(std::move(request)),
+        delegate_(std::move(delegate)),
+        main_(main),
+        options_(options) {}
+
+  void cancel() override {
+    cancelled_ = true;
+    changed_.notify_all();
+  }
+
+  bool finished() const { return finished_; }
+
+  // The worker's whole life.
+  void run() {
+    std::optional<std::string> error = perform();
+    auto self = shared_from_this();
+    // Whether the transfer was cancelled is decided on the main queue: a
+    // short body may be complete before its head was even refused there.
+    main_.async([self, error] {
+      auto delegate = std::exchange(self->delegate_, nullptr);
+      if (delegate) delegate->didComplete(self->cancelled_ ? "cancelled" : error);
+    });
+    finished_ = true;
+  }
+
+ private:
+  std::optional<std::string> perform() {
+    if (CURLcode init = curl::globalInitResult(); init != CURLE_OK) {
+      return fmt::format("libcurl initialisation failed: {}", curl_easy_strerror(init));
+    }
+    std::unique_ptr<CURL, void (*)(CURL*)> easy(curl_easy_init(), curl_easy_cleanup);
+    if (!easy) return "libcurl could not create a handle";
+    curl_slist* list = nullptr;
+    for (const auto& [name, value] : request_.headers) {
+      list = curl_slist_append(list, (name + ": " + value).c_str());
+    }
+    // The bytes on disk must be the resource's own bytes, never a coding.
+    list = curl_slist_append(list, "Accept-Encoding:");
+    std::unique_ptr<curl_slist, void (*)(curl_slist*)> headers(list, curl_slist_free_all);
+    char errorBuffer[CURL_ERROR_SIZE] = {};
+    watch_.limit = options_.lowSpeedTime;
+
+    CURL* handle = easy.get();
+    curl_easy_setopt(handle, CURLOPT_URL, request_.url.c_str());
+    curl_easy_setopt(handle, CURLOPT_HTTPGET, 1L);
+    curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, errorBuffer);
+    curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers.get());
+    curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(handle, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 1L);
+    curl_easy_setopt(handle, CURLOPT_MAXREDIRS, kMaxRedirects);
+    curl_easy_setopt(handle, CURLOPT_SSL_VERIFYPEER, 1L);
+    curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, 2L);
+    if (!options_.caFile.empty()) curl_easy_setopt(handle, CURLOPT_CAINFO, options_.caFile.c_str());
+    curl::setTimeouts(handle, options_.connectTimeout, options_.lowSpeedTime);
+    curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, &Transfer::onHeader);
+    curl_easy_setopt(handle, CURLOPT_HEADERDATA, this);
+    curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &Transfer::onBody);
+    curl_easy_setopt(handle, CURLOPT_WRITEDATA, this);
+    curl_easy_setopt(handle, CURLOPT_NOPROGRESS, 0L);
+    curl_easy_setopt(handle, CURLOPT_XFERINFOFUNCTION, &Transfer::onProgress);
+    curl_easy_setopt(handle, CURLOPT_XFERINFODATA, this);
+
+    const CURLcode result = curl_easy_perform(handle);
+    if (watch_.idle) return fmt::format("no data moved for {} ms", options_.lowSpeedTime.count());
+    if (result != CURLE_OK) {
+      return fmt::format("{} ({}): {}", curl_easy_strerror(result), static_cast<int>(result),
+                         errorBuffer);
+    }
+    if (!headPosted_) return "no HTTP response";
+    return std::nullopt;
+  }
+
+  static size_t onHeader(char* data, size_t size, size_t count, void* user) {
+    auto* self = static_cast<Transfer*>(user);
+    const std::string_view line(data, size * count);
+    if (line.starts_with("HTTP/")) {
+      self->head_ = DownloadResponse{.status = statusOf(line), .headers = {}};
+    } else if (trimmed(line).empty()) {
+      self->endOfHead();
+    } else if (auto colon = line.find(':'); colon != std::string_view::npos) {
+      self->head_.headers.emplace_back(std::string(trimmed(line.substr(0, colon))),
+                                       std::string(trimmed(line.substr(colon + 1))));
+    }
+    return self->cancelled_ ? 0 : size * count;
+  }
+
+  void endOfHead() {
+    if (head_.status < 200 || isFollowedRedirect(head_)) return;
+    postHead();
+  }
+
+  void postHead() {
+    if (headPosted_) return;
+    headPosted_ = true;
+    main_.async([self = shared_from_this(), head = head_] {
+      if (self->cancelled_ || !self->delegate_) return;
+      self->accepted_ = self->delegate_->didReceiveResponse(head);
+      if (!self->accepted_) self->cancel();
+    });
+  }
+
+  static size_t onBody(char* data, size_t size, size_t count, void* user) {
+    auto* self = static_cast<Transfer*>(user);
+    return self->post(std::string(data, size * count)) ? size * count : 0;
+  }
+
+  // Hands one chunk to the main queue, waiting while too many are in
+  // flight; false once the transfer is cancelled.
+  bool post(std::string chunk) {
+    postHead();
+    {
+      std::unique_lock lock(mutex_);
+      changed_.wait(lock, [&] { return cancelled_ || pending_ < kMaxPendingChunks; });
+      if (cancelled_) return false;
+      ++pending_;
+    }
+    main_.async([self = shared_from_this(), chunk = std::move(chunk)] {
+      {
+        std::lock_guard lock(self->mutex_);
+        --self->pending_;
+      }
+      self->changed_.notify_all();
+      if (self->cancelled_ || !self->accepted_ || !self->delegate_) return;
+      self->delegate_->didReceiveData(chunk);
+    });
+    return true;
+  }
+
+  static int onProgress(void* user, curl_off_t, curl_off_t down, curl_off_t, curl_off_t up) {
+    auto* self = static_cast<Transfer*>(user);
+    return self->cancelled_ || self->watch_.expired(down, up) ? 1 : 0;
+  }
+
+  const DownloadRequest request_;
+  // Touched on the main queue only (the worker merely hands it there).
+  std::shared_ptr<DownloadTaskDelegate> delegate_;
+  bool accepted_ = false;
+  dispatch::Queue& main_;
+  const StreamingClientOptions& options_;
+
+  // The worker's own.
+  DownloadResponse head_;
+  bool headPosted_ = false;
+  curl::IdleWatch watch_;
+
+  std::atomic<bool> cancelled_{false};
+  std::atomic<bool> finished_{false};
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  int pending_ = 0;
+};
+
+CurlStreamingClient::CurlStreamingClient(StreamingClientOptions options,
+                                         std::shared_ptr<dispatch::Runtime> runtime)
+    : options_(std::move(options)), runtime_(std::move(runtime)) {
+  curl::globalInitResult();
+}
+
+CurlStreamingClient::~CurlStreamingClient() {
+  std::vector<Worker> workers;
+  {
+    std::lock_guard lock(mutex_);
+    workers.swap(workers_);
+  }
+  for (auto& worker : workers) worker.transfer->cancel();
+  for (auto& worker : workers) {
+    if (worker.thread.joinable()) worker.thread.join();
+  }
+}
+
+std::shared_ptr<DownloadTask> CurlStreamingClient::start(
+    DownloadRequest request, std::shared_ptr<DownloadTaskDelegate> delegate) {
+  reapFinished();
+  auto transfer = std::make_shared<Transfer>(std::move(request), std::move(delegate),
+                                             runtime_->mainQueue(), options_);
+  std::lock_guard lock(mutex_);
+  workers_.push_back({transfer, std::thread([transfer] { transfer->run(); })});
+  return transfer;
+}
+
+void CurlStreamingClient::reapFinished() {
+  std::vector<Worker> done;
+  {
+    std::lock_guard lock(mutex_);
+    for (auto it = workers_.begin(); it != workers_.end();) {
+      if (it->transfer->finished()) {
+        done.push_back(std::move(*it));
+        it = workers_.erase(it);
+      } else {
+        ++it;
+      }
+    }
+  }
+  for (auto& worker : done) worker.thread.join();
+}
+
+}  // namespace zivora::platform

@@ -1,0 +1,63 @@
+#include "resources/ZVFilesSavedValidator.h"
+
+#include <sys/stat.h>
+
+#include "core/Context.h"
+#include "platform/UserDefaults.h"
+#include "resources/ZVResourceManager.h"
+#include "util/Guard.h"
+#include "zivora/ZVConstants.h"
+
+namespace zivora {
+namespace {
+
+constexpr char kClass[] = "ZVFilesSavedValidator";
+
+// 0 when the file is missing, as an unreadable size counts.
+std::int64_t sizeOnDisk(const std::string& path) {
+  struct stat info {};
+  return ::stat(path.c_str(), &info) == 0 ? static_cast<std::int64_t>(info.st_size) : 0;
+}
+
+}  // namespace
+
+std::shared_ptr<ZVFilesSavedValidator> ZVFilesSavedValidator::defaultValidator() {
+  auto context = Context::current();
+  if (!context) return nullptr;
+  return context->instance<ZVFilesSavedValidator>(
+      [] { return std::make_shared<ZVFilesSavedValidator>(); });
+}
+
+std::shared_ptr<platform::UserDefaults> ZVFilesSavedValidator::userSettings() {
+  return guarded(kClass, "userSettings", std::shared_ptr<platform::UserDefaults>(), [] {
+    auto context = Context::current();
+    return context ? context->userDefaults(TS_USER_SETTINGS_SUITE_NAME) : nullptr;
+  });
+}
+
+void ZVFilesSavedValidator::setFullLoaded(const std::string& fileName, std::int64_t size) {
+  guarded(kClass, "setFullLoaded", [&] {
+    if (auto settings = userSettings()) settings->setValue(fileName, size);
+  });
+}
+
+bool ZVFilesSavedValidator::isLoaded(const std::string& fileName) {
+  return guarded(kClass, "isLoaded", false, [&] {
+    auto settings = userSettings();
+    auto manager = ZVResourceManager::defaultManager();
+    if (!settings || !manager || fileName.empty()) return false;
+    const auto saved = settings->integerForKey(fileName);
+    if (!saved) return false;
+    const std::int64_t disk = sizeOnDisk(manager->pathToFile(fileName));
+    if (*saved != disk) settings->removeObjectForKey(fileName);
+    return *saved > 0 && *saved == disk;
+  });
+}
+
+void ZVFilesSavedValidator::remove(const std::string& fileName) {
+  guarded(kClass, "remove", [&] {
+    if (auto settings = userSettings()) settings->removeObjectForKey(fileName);
+  });
+}
+
+}  // namespace zivora

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "resources/ZVDownloadDelegate.h"
+#include "resources/ZVResourceManager.h"
+#include "support/FakeFileSystem.h"
+#include "support/FakeStreamingClient.h"
+#include "support/ScopedContext.h"
+#include "support/TempDir.h"
+#include "support/VirtualRuntime.h"
+
+namespace zivora::test {
+
+// Writes down every download callback it hears, in order.
+class RecordingDownloadDelegate final : public ZVDownloadDelegate {
+ public:
+  void startLoading(const std::string& name) override { events.push_back("start " + name); }
+  void receiveData(std::int64_t bytes) override { received += bytes; }
+  void finishLoading(const std::string& name) override { events.push_back("finish " + name); }
+  void errorLoadingResource(const std::string& name, std::int32_t error) override {
+    events.push_back("error " + name + " " + std::to_string(error));
+  }
+  std::vector<std::string> events;
+  std::int64_t received = 0;
+};
+
+// A context on virtual time with a data root of its own, a scripted
+// download server and a file seam with faults on demand.
+class ResourceFixture : public ::testing::Test {
+ protected:
+  ResourceFixture()
+      : runtime_(std::make_shared<VirtualRuntime>()),
+        client_(std::make_shared<FakeStreamingClient>(*runtime_)),
+        files_(std::make_shared<FakeFileSystem>()),
+        scope_({.dataRoot = root_.path().string()},
+               {.runtime = runtime_, .downloads = client_, .files = files_}) {}
+
+  std::filesystem::path cache() const { return root_.path() / "Caches" / "Zivora"; }
+  std::shared_ptr<ZVResourceManager> manager() { return ZVResourceManager::defaultManager(); }
+
+  static void writeFile(const std::filesystem::path& path, const std::string& content) {
+    std::filesystem::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary) << content;
+  }
+  static std::string readFile(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+  }
+  static std::string pattern(std::size_t size) {
+    std::string text(size, '\0');
+    for (std::size_t i = 0; i < size; ++i)
+      text[i] = static_cast<char>('a' + (i * 7 + i / 251) % 26);
+    return text;
+  }
+
+  TempDir root_;
+  std::shared_ptr<VirtualRuntime> runtime_;
+  std::shared_ptr<FakeStreamingClient> client_;
+  std::shared_ptr<FakeFileSystem> files_;
+  ScopedContext scope_;
+};
+
+}  // namespace zivora::test

@@ -1,0 +1,147 @@
+#include "support/NginxServer.h"
+
+#include <arpa/inet.h>
+#include <fmt/format.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <spawn.h>
+#include <stdlib.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <fstream>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+extern char** environ;
+
+namespace zivora::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+// A port the system had free a moment ago.
+int freeLoopbackPort() {
+  int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof address;
+  if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+      ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+    if (fd >= 0) ::close(fd);
+    throw std::runtime_error("no free port");
+  }
+  ::close(fd);
+  return ntohs(address.sin_port);
+}
+
+bool accepts(int port) {
+  int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(static_cast<uint16_t>(port));
+  const bool ok =
+      fd >= 0 && ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+  if (fd >= 0) ::close(fd);
+  return ok;
+}
+
+std::string configuration(const fs::path& work, const fs::path& root, int port) {
+  return fmt::format(R"(daemon off;
+master_process on;
+worker_processes 1;
+{user}
+error_log {work}/error.log warn;
+pid {work}/nginx.pid;
+events {{ worker_connections 64; }}
+http {{
+  log_format sent '$body_bytes_sent';
+  access_log {work}/access.log sent;
+  client_body_temp_path {work}/body;
+  proxy_temp_path {work}/proxy;
+  fastcgi_temp_path {work}/fastcgi;
+  uwsgi_temp_path {work}/uwsgi;
+  scgi_temp_path {work}/scgi;
+  sendfile on;
+  server {{
+    listen 127.0.0.1:{port};
+    root {root};
+  }}
+}}
+)",
+                     fmt::arg("user", ::geteuid() == 0 ? "user root;" : ""),
+                     fmt::arg("work", work.string()), fmt::arg("root", root.string()),
+                     fmt::arg("port", port));
+}
+
+}  // namespace
+
+NginxServer::NginxServer(fs::path root) {
+  std::string pattern = (fs::temp_directory_path() / "zivora-nginx-XXXXXX").string();
+  if (!::mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
+  workDirectory_ = pattern;
+  port_ = freeLoopbackPort();
+  const fs::path conf = workDirectory_ / "nginx.conf";
+  std::ofstream(conf) << configuration(workDirectory_, fs::absolute(root), port_);
+
+  std::vector<std::string> args{"nginx",
+                                "-c",
+                                conf.string(),
+                                "-p",
+                                workDirectory_.string(),
+                                "-e",
+                                (workDirectory_ / "error.log").string()};
+  std::vector<char*> argv;
+  for (auto& arg : args) argv.push_back(arg.data());
+  argv.push_back(nullptr);
+  if (::posix_spawnp(&pid_, "nginx", nullptr, nullptr, argv.data(), environ) != 0) {
+    pid_ = -1;
+    throw std::runtime_error("cannot start nginx");
+  }
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (!accepts(port_)) {
+    int status = 0;
+    if (::waitpid(pid_, &status, WNOHANG) == pid_) {
+      pid_ = -1;
+      throw std::runtime_error("nginx exited at start; see " +
+                               (workDirectory_ / "error.log").string());
+    }
+    if (std::chrono::steady_clock::now() > deadline) {
+      ::kill(pid_, SIGTERM);
+      ::waitpid(pid_, &status, 0);
+      pid_ = -1;
+      throw std::runtime_error("nginx did not listen");
+    }
+    // Waiting for another process to bind: there is no event to wait on.
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+}
+
+NginxServer::~NginxServer() {
+  // Only ever the child started above.
+  if (pid_ > 0) {
+    ::kill(pid_, SIGTERM);
+    int status = 0;
+    ::waitpid(pid_, &status, 0);
+  }
+  std::error_code ignored;
+  fs::remove_all(workDirectory_, ignored);
+}
+
+std::int64_t NginxServer::bodyBytesSent() const {
+  std::ifstream log(workDirectory_ / "access.log");
+  std::int64_t total = 0, bytes = 0;
+  while (log >> bytes) total += bytes;
+  return total;
+}
+
+std::string NginxServer::url(const std::string& name) const {
+  return fmt::format("http://127.0.0.1:{}/{}", port_, name);
+}
+
+}  // namespace zivora::test

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+
+namespace zivora::test {
+
+// nginx serving one directory over plain HTTP on a free loopback port, in
+// the foreground as a child of this process; stopped by the pid it was
+// started with.
+class NginxServer {
+ public:
+  // Throws std::runtime_error when nginx cannot be started.
+  explicit NginxServer(std::filesystem::path root);
+  ~NginxServer();
+  NginxServer(const NginxServer&) = delete;
+  NginxServer& operator=(const NginxServer&) = delete;
+
+  int port() const { return port_; }
+  std::string url(const std::string& name) const;
+  // Body bytes nginx has written to its sockets so far (its access log).
+  std::int64_t bodyBytesSent() const;
+
+ private:
+  std::filesystem::path workDirectory_;
+  int port_ = 0;
+  pid_t pid_ = -1;
+};
+
+}  // namespace zivora::test

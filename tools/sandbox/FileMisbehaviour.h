@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string_view>
+
+namespace zivora::sandbox {
+
+// A scripted fault for one request under /files/.
+struct FileMisbehaviour {
+  enum class Kind {
+    NotFound,             // 404
+    RangeNotSatisfiable,  // 416 whatever was asked
+    IgnoreRange,          // 200 with the whole file, also to a ranged request
+    BadContentRange,      // 206 with the asked bytes and a Content-Range that says nothing
+    CutAfter,             // the asked bytes announced, `bytes` of them sent, connection closed
+    StallAfter,           // `bytes` sent, then nothing until released or the server stops
+  };
+
+  Kind kind = Kind::NotFound;
+  std::size_t bytes = 0;
+
+  // "not-found", "range-not-satisfiable", "ignore-range", "bad-content-range",
+  // "cut-after", "stall-after".
+  static std::optional<Kind> kindNamed(std::string_view name);
+};
+
+}  // namespace zivora::sandbox
