@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "ads/MotivationRewardManager.h"
+#include "events/ZVEventSender.h"
 #include "util/ZVLog.h"
 #include "zivora/ZivoraDelegate.h"
 
@@ -39,22 +40,30 @@ DefaultAdSide::DefaultAdSide(std::filesystem::path cacheDirectory,
     : cacheDirectory_(std::move(cacheDirectory)),
       delegate_(std::move(delegate)),
       rewards_(std::make_shared<MotivationRewardManager>(delegate_, [](const auto& ids) {
-        ZVLog::LogWarning(
-            "[Zivora][removeMotivatedRewards] No event queue in this build; {} "
-            "rewards stay on the server",
-            ids.size());
+        if (auto sender = ZVEventSender::shared()) sender->removeMotivatedRewards(ids);
       })) {}
 
 void DefaultAdSide::startUp() {
+  // The event sender first: events stored by earlier runs wait in its file.
+  ZVEventSender::shared();
   std::error_code error;
   std::filesystem::create_directories(cacheDirectory_, error);
   if (error) ZVLog::LogWarning("[ZVResourceManager][init] Can't create cache directory");
 }
 
-void DefaultAdSide::purchaseEvent(double amount, const std::string& currency, const std::string&,
-                                  const std::optional<std::string>&) {
-  ZVLog::LogWarning("[Zivora][purchaseEvent] No event queue in this build; dropped {} {}", amount,
-                    currency);
+void DefaultAdSide::serverConnected() {
+  if (auto sender = ZVEventSender::shared()) sender->serverConnected();
+}
+
+void DefaultAdSide::purchaseEvent(double amount, const std::string& currency,
+                                  const std::string& transactionId,
+                                  const std::optional<std::string>& receipt) {
+  auto sender = ZVEventSender::shared();
+  if (!sender) return;
+  if (receipt)
+    sender->purchase(amount, currency, transactionId, receipt);
+  else
+    sender->purchaseEvent(amount, currency, transactionId);
 }
 
 void DefaultAdSide::removeFile(const std::string& fileName) {

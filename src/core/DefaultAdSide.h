@@ -10,17 +10,17 @@ namespace zivora {
 class MotivationRewardManager;
 class ZivoraDelegate;
 
-// The ad side of this build: it keeps the cache directory safe to clean and
-// fetches motivated rewards, but carries no placement, download or event
+// The ad side of this build: it keeps the cache directory safe to clean,
+// fetches motivated rewards and queues ad events (purchases, reward
+// removals) through the event sender, but carries no placement or download
 // layer yet, so placements fail at once with ZivoraErrorInitializationFailed
-// instead of leaving the host waiting, and purchases and reward removals are
-// logged and dropped.
+// instead of leaving the host waiting.
 class DefaultAdSide final : public AdSide {
  public:
   DefaultAdSide(std::filesystem::path cacheDirectory, std::shared_ptr<ZivoraDelegate> delegate);
 
   void startUp() override;
-  void serverConnected() override {}
+  void serverConnected() override;
   void purchaseEvent(double amount, const std::string& currency, const std::string& transactionId,
                      const std::optional<std::string>& receipt) override;
   void unreserveAll(const std::string&) override {}
