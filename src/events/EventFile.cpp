@@ -131,9 +131,13 @@ bool EventFile::append(std::string_view event) {
   auto& io = *options_.io;
   std::error_code ignored;
   std::filesystem::create_directories(options_.path.parent_path(), ignored);
-  int fd = io.open(options_.path.c_str(), O_RDWR | O_CREAT | O_EXCL, 0600);
-  const bool created = fd >= 0;
-  if (fd < 0 && errno == EEXIST) fd = io.open(options_.path.c_str(), O_RDWR, 0);
+  int fd = io.open(options_.path.c_str(), O_RDWR, 0);
+  bool created = false;
+  if (fd < 0 && errno == ENOENT) {
+    fd = io.open(options_.path.c_str(), O_RDWR | O_CREAT | O_EXCL, 0600);
+    created = fd >= 0;
+    if (fd < 0 && errno == EEXIST) fd = io.open(options_.path.c_str(), O_RDWR, 0);
+  }
   if (fd < 0) fail("open");
   Handle file(io, fd);
   // The new name must survive a power cut as well as the bytes behind it.
