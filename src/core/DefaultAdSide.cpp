@@ -1,6 +1,7 @@
 #include "core/DefaultAdSide.h"
 
 #include "ads/MotivationRewardManager.h"
+#include "events/ZVEventSender.h"
 #include "resources/ZVCacheManager.h"
 #include "resources/ZVFilesSavedValidator.h"
 #include "resources/ZVReserveManager.h"
@@ -13,23 +14,31 @@ namespace zivora {
 DefaultAdSide::DefaultAdSide(std::shared_ptr<ZivoraDelegate> delegate)
     : delegate_(std::move(delegate)),
       rewards_(std::make_shared<MotivationRewardManager>(delegate_, [](const auto& ids) {
-        ZVLog::LogWarning(
-            "[Zivora][removeMotivatedRewards] No event queue in this build; {} "
-            "rewards stay on the server",
-            ids.size());
+        if (auto sender = ZVEventSender::shared()) sender->removeMotivatedRewards(ids);
       })) {}
 
 void DefaultAdSide::startUp() {
+  // The event sender first: events stored by earlier runs wait in its file.
+  ZVEventSender::shared();
   ZVResourceManager::defaultManager();
   ZVFilesSavedValidator::defaultValidator();
   ZVReserveManager::defaultManager();
   ZVCacheManager::defaultManager();
 }
 
-void DefaultAdSide::purchaseEvent(double amount, const std::string& currency, const std::string&,
-                                  const std::optional<std::string>&) {
-  ZVLog::LogWarning("[Zivora][purchaseEvent] No event queue in this build; dropped {} {}", amount,
-                    currency);
+void DefaultAdSide::serverConnected() {
+  if (auto sender = ZVEventSender::shared()) sender->serverConnected();
+}
+
+void DefaultAdSide::purchaseEvent(double amount, const std::string& currency,
+                                  const std::string& transactionId,
+                                  const std::optional<std::string>& receipt) {
+  auto sender = ZVEventSender::shared();
+  if (!sender) return;
+  if (receipt)
+    sender->purchase(amount, currency, transactionId, receipt);
+  else
+    sender->purchaseEvent(amount, currency, transactionId);
 }
 
 void DefaultAdSide::unreserveAll(const std::string& fileName) {

@@ -9,18 +9,18 @@ namespace zivora {
 class MotivationRewardManager;
 class ZivoraDelegate;
 
-// The ad side of this build: it brings up the resource cache (downloads,
-// completed-file records, reservations, cache accounting), keeps the cache
-// directory safe to clean and fetches motivated rewards, but carries no
-// placement or event layer yet, so placements fail at once with
-// ZivoraErrorInitializationFailed instead of leaving the host waiting, and
-// purchases and reward removals are logged and dropped.
+// The ad side of this build: it queues ad events (purchases, reward
+// removals) through the event sender, brings up the resource cache
+// (downloads, completed-file records, reservations, cache accounting) and
+// fetches motivated rewards, but carries no placement layer yet, so
+// placements fail at once with ZivoraErrorInitializationFailed instead of
+// leaving the host waiting.
 class DefaultAdSide final : public AdSide {
  public:
   explicit DefaultAdSide(std::shared_ptr<ZivoraDelegate> delegate);
 
   void startUp() override;
-  void serverConnected() override {}
+  void serverConnected() override;
   void purchaseEvent(double amount, const std::string& currency, const std::string& transactionId,
                      const std::optional<std::string>& receipt) override;
   void unreserveAll(const std::string& fileName) override;

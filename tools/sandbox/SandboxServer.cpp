@@ -3,7 +3,9 @@
 #include <fmt/format.h>
 #include <httplib.h>
 
+#include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <stdexcept>
 #include <string_view>
 
@@ -70,6 +72,10 @@ std::filesystem::path defaultCertDirectory() {
 SandboxServer::SandboxServer(SandboxOptions options) : options_(std::move(options)) {
   if (options_.certDirectory.empty()) options_.certDirectory = defaultCertDirectory();
   handlers_["getInitialization"] = [this](const json&) { return initializationReply(); };
+  // The queued ad events: any 200 consumes them, the body is not read.
+  for (const char* name :
+       {"startWatchingAd", "watchedAd", "eventPurchase", "removeMotivatedRewards"})
+    handlers_[name] = [](const json&) { return json::object(); };
 }
 
 SandboxServer::~SandboxServer() { stop(); }
@@ -211,6 +217,11 @@ void SandboxServer::handleAdRequest(const httplib::Request& request, httplib::Re
   entry.requestName = requestNameOf(form.params);
   record(entry);
 
+  if (takeEventFailure(entry.requestName)) {
+    response.status = 500;
+    response.set_content("event refused on request", "text/plain");
+    return;
+  }
   if (auto misbehaviour = takeMisbehaviour()) {
     if (misbehaviour->kind != Misbehaviour::Kind::Stall) return actOut(*misbehaviour, response);
     if (!stall()) {
@@ -326,6 +337,31 @@ void SandboxServer::handleAnalytics(const httplib::Request& request, httplib::Re
   response.set_content(analyticsReply_, kJson);
 }
 
+bool SandboxServer::isEventName(std::string_view requestName) {
+  return requestName == "startWatchingAd" || requestName == "watchedAd" ||
+         requestName == "eventPurchase" || requestName == "removeMotivatedRewards";
+}
+
+void SandboxServer::failEvents(int count) {
+  std::lock_guard lock(mutex_);
+  eventFailures_ = std::max(count, 0);
+}
+
+bool SandboxServer::takeEventFailure(const std::string& requestName) {
+  if (!isEventName(requestName)) return false;
+  std::lock_guard lock(mutex_);
+  if (eventFailures_ == 0) return false;
+  --eventFailures_;
+  return true;
+}
+
+std::vector<ReceivedRequest> SandboxServer::events() const {
+  std::vector<ReceivedRequest> events;
+  for (auto& entry : received())
+    if (isEventName(entry.requestName)) events.push_back(std::move(entry));
+  return events;
+}
+
 void SandboxServer::setAnalyticsReply(int status, std::string body) {
   std::lock_guard lock(mutex_);
   analyticsStatus_ = status;
@@ -349,6 +385,10 @@ void SandboxServer::handleControl(const httplib::Request& request, httplib::Resp
     const std::string count = request.get_param_value("count");
     const std::string code = request.get_param_value("error");
     misbehave(*kind, count.empty() ? 1 : std::stoi(count), code.empty() ? 1 : std::stoi(code));
+    response.set_content("{}", kJson);
+  } else if (path == "/control/fail-events" && request.method == "POST") {
+    const std::string count = request.get_param_value("count");
+    failEvents(count.empty() ? 1 : std::atoi(count.c_str()));
     response.set_content("{}", kJson);
   } else if (path == "/control/release" && request.method == "POST") {
     releaseStalled();

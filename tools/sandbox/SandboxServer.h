@@ -13,6 +13,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -78,6 +79,13 @@ class SandboxServer {
   void misbehaveFiles(FileMisbehaviour misbehaviour, int count = 1);
   // Lets every stalled request go on and answer normally.
   void releaseStalled();
+  // The next `count` queued ad events ("startWatchingAd", "watchedAd",
+  // "eventPurchase", "removeMotivatedRewards") get status 500; they are
+  // recorded all the same.
+  void failEvents(int count);
+  // The queued ad events received so far, in order.
+  std::vector<ReceivedRequest> events() const;
+  static bool isEventName(std::string_view requestName);
 
   std::vector<ReceivedRequest> received() const;
   void clearReceived();
@@ -97,6 +105,7 @@ class SandboxServer {
   std::optional<Misbehaviour> takeMisbehaviour();
   std::optional<FileMisbehaviour> takeFileMisbehaviour();
   void handleFile(const httplib::Request& request, httplib::Response& response);
+  bool takeEventFailure(const std::string& requestName);
   void actOut(const Misbehaviour& misbehaviour, httplib::Response& response);
   // Blocks until releaseStalled() or stop(); false when stopping.
   bool stall();
@@ -114,6 +123,7 @@ class SandboxServer {
   std::deque<FileMisbehaviour> fileMisbehaviours_;
   std::map<std::string, RequestHandler> handlers_;
   std::uint64_t releases_ = 0;
+  int eventFailures_ = 0;
   int analyticsStatus_ = 200;
   std::string analyticsReply_ = R"({"Status":"Accepted"})";
   bool stopping_ = false;

@@ -5,6 +5,7 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <exception>
 #include <memory>
@@ -124,9 +125,46 @@ HttpResponse failure(std::string error) {
 
 }  // namespace
 
+class CurlHttpClient::ConnectionShare {
+ public:
+  ConnectionShare() : handle_(curl_share_init()) {
+    if (!handle_) return;
+    curl_share_setopt(handle_, CURLSHOPT_LOCKFUNC, lock);
+    curl_share_setopt(handle_, CURLSHOPT_UNLOCKFUNC, unlock);
+    curl_share_setopt(handle_, CURLSHOPT_USERDATA, this);
+    curl_share_setopt(handle_, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+    curl_share_setopt(handle_, CURLSHOPT_SHARE, CURL_LOCK_DATA_DNS);
+  }
+  ~ConnectionShare() {
+    if (handle_) curl_share_cleanup(handle_);
+  }
+  ConnectionShare(const ConnectionShare&) = delete;
+  ConnectionShare& operator=(const ConnectionShare&) = delete;
+
+  // Null when libcurl could not make one: every request then connects anew.
+  CURLSH* handle() const { return handle_; }
+
+ private:
+  static void lock(CURL*, curl_lock_data data, curl_lock_access, void* self) {
+    static_cast<ConnectionShare*>(self)->mutexFor(data).lock();
+  }
+  static void unlock(CURL*, curl_lock_data data, void* self) {
+    static_cast<ConnectionShare*>(self)->mutexFor(data).unlock();
+  }
+  std::mutex& mutexFor(curl_lock_data data) {
+    return mutexes_[static_cast<std::size_t>(data) % mutexes_.size()];
+  }
+
+  CURLSH* handle_;
+  std::array<std::mutex, CURL_LOCK_DATA_LAST> mutexes_;
+};
+
 CurlHttpClient::CurlHttpClient(HttpClientOptions options) : options_(std::move(options)) {
   globalInitResult();
+  share_ = std::make_unique<ConnectionShare>();
 }
+
+CurlHttpClient::~CurlHttpClient() = default;
 
 HttpResponse CurlHttpClient::perform(const HttpRequest& request) {
   try {
@@ -153,6 +191,7 @@ HttpResponse CurlHttpClient::perform(const HttpRequest& request) {
     curl_easy_setopt(handle, CURLOPT_XFERINFOFUNCTION, onProgress);
     curl_easy_setopt(handle, CURLOPT_XFERINFODATA, &transfer);
     setTransportOptions(handle, options_);
+    if (share_->handle()) curl_easy_setopt(handle, CURLOPT_SHARE, share_->handle());
     setMethodAndBody(handle, request);
 
     const CURLcode result = curl_easy_perform(handle);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <memory>
+
 #include "platform/HttpClient.h"
 
 namespace zivora::platform {
@@ -12,11 +14,19 @@ namespace zivora::platform {
 class CurlHttpClient final : public HttpClient {
  public:
   explicit CurlHttpClient(HttpClientOptions options);
+  ~CurlHttpClient() override;
 
   HttpResponse perform(const HttpRequest& request) override;
 
  private:
+  // TLS sessions and name lookups kept between requests, so that the next
+  // request to a server resumes its TLS session instead of a full
+  // handshake. Connections themselves are not shared: libcurl does not
+  // support sharing them between threads that send at once.
+  class ConnectionShare;
+
   HttpClientOptions options_;
+  std::unique_ptr<ConnectionShare> share_;
 };
 
 }  // namespace zivora::platform

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/FileIo.h"
+
+namespace zivora {
+
+// How one event file is named and how it speaks in the log. The ad queue and
+// the analytics queue differ only in these.
+struct EventFileOptions {
+  std::filesystem::path path;
+  // Files of this size or more take no new events.
+  std::int64_t maxSize = 10485760;
+  // Called after every save: attempt with the event's text (the debug line).
+  std::function<void(std::string_view event)> logSaved = [](std::string_view) {};
+  // Called when an operation fails, with the operation's name as the log
+  // spells it ("save:", "removeFirstLine" ...) and the reason.
+  std::function<void(std::string_view operation, std::string_view reason)> logError =
+      [](std::string_view, std::string_view) {};
+  // Called when a line that can never be sent (empty, not ASCII, a torn
+  // tail) is marked consumed, with a description.
+  std::function<void(std::string_view message)> logRepair = [](std::string_view) {};
+  std::shared_ptr<platform::FileIo> io = nullptr;  // null: the real system calls
+};
+
+// A persistent queue of one-line events in a single append-only file.
+//
+// Live lines are events; a line whose first byte is '-' is consumed; a
+// first line "-!N" says that every byte before offset N is consumed. An
+// event is consumed by writing '-' over its first byte and then the header
+// "-!P\n-" over the start of the file, where P is the offset after its line
+// feed; the file is deleted once nothing after P is left. Nothing else is
+// ever rewritten, so a reader never sees a half-moved event.
+//
+// Every operation on one path holds that path's process-wide mutex, so a
+// save never lands in a file that a reader has just unlinked. No operation
+// throws: failures are logged and answer the neutral value.
+class EventFile {
+ public:
+  explicit EventFile(EventFileOptions options);
+
+  // Appends `event` as one line and makes it durable. True when the event
+  // is on disk; false when it was refused (empty, not ASCII, a line break in
+  // it, the file at its size limit) or could not be written.
+  bool save(std::string_view event) noexcept;
+  // The oldest live event, left in place.
+  std::optional<std::string> firstEvent() noexcept;
+  bool hasSavedEvents() noexcept;
+  // Consumes the oldest live event; deletes the file when it was the last.
+  void removeFirstLine() noexcept;
+  void removeFile() noexcept;
+
+  const std::filesystem::path& path() const { return options_.path; }
+
+  // The mutex that guards every event file at `path` in this process.
+  static std::shared_ptr<std::mutex> mutexFor(const std::filesystem::path& path);
+
+ private:
+  class Handle;
+  struct Line {
+    std::int64_t start = 0;  // offset of the line's first byte
+    std::string text;        // without its line feed
+  };
+
+  bool append(std::string_view event);
+  std::optional<Line> readLine(Handle& file, std::int64_t offset, std::int64_t size);
+  std::int64_t findOffset(Handle& file, std::int64_t size);
+  std::optional<Line> firstLiveLine(Handle& file, std::int64_t size);
+  void setIgnoreLine(Handle& file, const Line& line, std::int64_t size);
+  void repairTornTail(Handle& file, std::int64_t size);
+  void unlinkFile();
+
+  EventFileOptions options_;
+  std::shared_ptr<std::mutex> mutex_;
+};
+
+}  // namespace zivora

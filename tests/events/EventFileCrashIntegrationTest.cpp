@@ -1,0 +1,113 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cinttypes>
+#include <cstdio>
+#include <iostream>
+#include <random>
+#include <set>
+
+#include "events/EventFile.h"
+#include "support/TempDir.h"
+
+namespace zivora {
+namespace {
+
+std::string eventFor(std::int64_t seq) {
+  return "{\"seq\":" + std::to_string(seq) + ",\"pad\":\"" + std::string(150, 'p') +
+         "\",\"check\":" + std::to_string(seq * 7) + "}";
+}
+
+// The sequence number of an intact event; -1 for anything else.
+std::int64_t parseEvent(const std::string& text) {
+  long long seq = -1;
+  if (std::sscanf(text.c_str(), "{\"seq\":%lld", &seq) != 1 || seq < 0) return -1;
+  return eventFor(seq) == text ? seq : -1;
+}
+
+// The child: appends numbered events for ever and reports each one that
+// save() acknowledged through the pipe. It only ever leaves by SIGKILL (or,
+// should the parent be gone, after a bounded number of events).
+[[noreturn]] void appendUntilKilled(const std::filesystem::path& path, std::int64_t firstSeq,
+                                    int ackFd) {
+  EventFile file(EventFileOptions{.path = path});
+  for (std::int64_t seq = firstSeq; seq < firstSeq + 100000; ++seq) {
+    if (file.save(eventFor(seq)) &&
+        ::write(ackFd, &seq, sizeof seq) != static_cast<ssize_t>(sizeof seq))
+      break;
+  }
+  ::_exit(0);
+}
+
+bool readSeq(int fd, std::int64_t& seq) {
+  return ::read(fd, &seq, sizeof seq) == static_cast<ssize_t>(sizeof seq);
+}
+
+TEST(EventFileCrashIntegrationTest, SigkillDuringAppendsLosesAndCorruptsNothing) {
+  test::TempDir dir;
+  const auto path = dir.path() / "events.dat";
+  const auto seed = static_cast<unsigned>(std::random_device{}());
+  std::mt19937 random(seed);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(25);
+
+  int kills = 0;
+  std::int64_t acknowledged = 0, sent = 0, lost = 0, corrupted = 0, nextSeq = 0;
+  while (kills < 220 && std::chrono::steady_clock::now() < deadline) {
+    int acks[2];
+    ASSERT_EQ(::pipe(acks), 0);
+    pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      ::close(acks[0]);
+      appendUntilKilled(path, nextSeq, acks[1]);
+    }
+    ::close(acks[1]);
+
+    // Let it acknowledge a few events, then kill it wherever it is.
+    std::set<std::int64_t> acked;
+    std::int64_t seq = 0;
+    for (unsigned want = random() % 4; acked.size() < want && readSeq(acks[0], seq);)
+      acked.insert(seq);
+    // A random pause of up to a few hundred microseconds, spent spinning.
+    for (unsigned spin = random() % 200000; spin > 0; --spin)
+      std::atomic_signal_fence(std::memory_order_seq_cst);
+    ASSERT_GT(child, 0);
+    ::kill(child, SIGKILL);
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    while (readSeq(acks[0], seq)) acked.insert(seq);
+    ::close(acks[0]);
+    ++kills;
+
+    // A fresh reader delivers everything that is in the file.
+    std::set<std::int64_t> delivered;
+    EventFile reader(EventFileOptions{.path = path});
+    for (int guard = 0; guard < 200000; ++guard) {
+      auto event = reader.firstEvent();
+      if (!event) break;
+      std::int64_t got = parseEvent(*event);
+      if (got < 0 || !delivered.insert(got).second) ++corrupted;
+      reader.removeFirstLine();
+    }
+    for (auto a : acked)
+      if (!delivered.count(a)) ++lost;
+    acknowledged += static_cast<std::int64_t>(acked.size());
+    sent += static_cast<std::int64_t>(delivered.size());
+    if (!acked.empty()) nextSeq = std::max(nextSeq, *acked.rbegin() + 1);
+    if (!delivered.empty()) nextSeq = std::max(nextSeq, *delivered.rbegin() + 1);
+  }
+
+  std::cout << "crash test (seed " << seed << "): kills=" << kills
+            << " acknowledged=" << acknowledged << " sent=" << sent << " lost=" << lost
+            << " corrupted=" << corrupted << "\n";
+  EXPECT_GE(kills, 200);
+  EXPECT_EQ(lost, 0);
+  EXPECT_EQ(corrupted, 0);
+}
+
+}  // namespace
+}  // namespace zivora

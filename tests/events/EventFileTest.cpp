@@ -1,0 +1,220 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+
+#include "events/EventFile.h"
+#include "events/ZVFileSaver.h"
+#include "support/FaultyFileIo.h"
+#include "support/ScopedContext.h"
+#include "support/TempDir.h"
+
+namespace zivora {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string readAll(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+void writeAll(const fs::path& path, const std::string& bytes) {
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+}
+
+std::string event(std::size_t length, char fill = 'x') {
+  std::string text = "{\"e\":\"";
+  text += std::string(length - text.size() - 2, fill);
+  return text + "\"}";
+}
+
+// Every event the file hands out, consuming each (bounded, so that a file
+// that never empties fails the test instead of hanging it).
+std::vector<std::string> drain(EventFile& file) {
+  std::vector<std::string> events;
+  for (int i = 0; i < 100000; ++i) {
+    auto first = file.firstEvent();
+    if (!first) break;
+    events.push_back(*first);
+    file.removeFirstLine();
+  }
+  return events;
+}
+
+class EventFileTest : public ::testing::Test {
+ protected:
+  EventFile open(std::shared_ptr<platform::FileIo> io = nullptr) {
+    return EventFile(EventFileOptions{
+        .path = path_,
+        .logRepair = [this](std::string_view message) { repairs_.emplace_back(message); },
+        .io = std::move(io)});
+  }
+
+  test::ScopedContext context_;
+  test::TempDir dir_;
+  fs::path path_ = dir_.path() / "events.dat";
+  std::vector<std::string> repairs_;
+};
+
+TEST_F(EventFileTest, ConsumingTheFirstOfTwoEventsWritesTheHeaderInPlace) {
+  auto file = open();
+  const std::string a = event(120, 'a'), b = event(80, 'b');
+  ASSERT_TRUE(file.save(a));
+  ASSERT_TRUE(file.save(b));
+  EXPECT_EQ(readAll(path_), a + "\n" + b + "\n");
+
+  EXPECT_EQ(file.firstEvent(), a);
+  file.removeFirstLine();
+  EXPECT_EQ(readAll(path_), "-!121\n-" + a.substr(7) + "\n" + b + "\n");
+  EXPECT_EQ(file.firstEvent(), b);
+
+  file.removeFirstLine();
+  EXPECT_FALSE(fs::exists(path_));
+  EXPECT_FALSE(file.hasSavedEvents());
+  EXPECT_FALSE(file.firstEvent());
+}
+
+TEST_F(EventFileTest, EventsAroundTheChunkSizeReadBackWhole) {
+  auto file = open();
+  const std::vector<std::string> events{event(255), event(256), event(257),
+                                        event(513), event(20),  event(1000)};
+  for (const auto& e : events) ASSERT_TRUE(file.save(e));
+  EXPECT_EQ(drain(file), events);
+  EXPECT_FALSE(fs::exists(path_));
+}
+
+TEST_F(EventFileTest, AFullFileRefusesEventsUntilDrainedAndDeleted) {
+  auto file = open();
+  // 10240 lines of 1024 bytes make exactly 10 MiB.
+  const std::string line = event(1023);
+  std::string bytes;
+  for (int i = 0; i < 10239; ++i) bytes += line + "\n";
+  writeAll(path_, bytes);
+  EXPECT_TRUE(file.save(line));
+  ASSERT_EQ(fs::file_size(path_), 10485760u);
+  EXPECT_FALSE(file.save(event(40)));
+  EXPECT_EQ(fs::file_size(path_), 10485760u);
+
+  EXPECT_EQ(drain(file).size(), 10240u);
+  EXPECT_FALSE(fs::exists(path_));
+  EXPECT_TRUE(file.save(event(40)));
+  EXPECT_EQ(file.firstEvent(), event(40));
+}
+
+TEST_F(EventFileTest, HeadersThatCannotBeTrusted) {
+  auto file = open();
+  const std::string e = event(40);
+  // Pointing at the end: everything is consumed, the reader deletes the file.
+  std::string consumed = "-" + event(39).substr(1) + "\n";
+  std::string header = "-!" + std::to_string(consumed.size()) + "\n-";
+  writeAll(path_, header + consumed.substr(header.size()));
+  EXPECT_FALSE(file.firstEvent());
+  EXPECT_FALSE(fs::exists(path_));
+
+  // Beyond the end: the same.
+  writeAll(path_, "-!999\n-" + consumed.substr(7) + e + "\n");
+  EXPECT_FALSE(file.firstEvent());
+  EXPECT_FALSE(fs::exists(path_));
+
+  // Unparsable, or not at a line start: read from 0, where the marks still hold.
+  for (std::string bad : {"-!x", "-!", "-!12345678901234567890", "-!3"}) {
+    std::string first = bad + "\n-" + consumed.substr(bad.size() + 2);
+    writeAll(path_, first + e + "\n");
+    EXPECT_EQ(file.firstEvent(), e) << bad;
+  }
+}
+
+TEST_F(EventFileTest, LinesThatCanNeverBeSentDoNotStallTheQueue) {
+  auto file = open();
+  const std::string a = event(30, 'a'), b = event(30, 'b');
+  writeAll(path_, a + "\n\n{\"e\":\"\xC3\xA9\"}\n" + b + "\n");
+  EXPECT_EQ(drain(file), (std::vector<std::string>{a, b}));
+  EXPECT_FALSE(repairs_.empty());
+}
+
+TEST_F(EventFileTest, SaveRefusesWhatCouldNotBeOneAsciiLine) {
+  auto file = open();
+  EXPECT_FALSE(file.save(""));
+  EXPECT_FALSE(file.save("{\"e\":\"\xC3\xA9\"}"));
+  EXPECT_FALSE(file.save("{\"a\":1}\n{\"b\":2}"));
+  EXPECT_FALSE(file.hasSavedEvents());
+}
+
+TEST_F(EventFileTest, ATornTailIsNeverReturnedAndNeverGluedToTheNextEvent) {
+  auto file = open();
+  const std::string a = event(30, 'a'), c = event(30, 'c');
+  writeAll(path_, a + "\n{\"torn\":");
+  EXPECT_EQ(file.firstEvent(), a);
+  file.removeFirstLine();
+  EXPECT_FALSE(file.firstEvent());
+  EXPECT_TRUE(fs::exists(path_));
+
+  ASSERT_TRUE(file.save(c));
+  EXPECT_EQ(file.firstEvent(), c);
+  EXPECT_NE(readAll(path_).find("\n-\"torn\":\n" + c + "\n"), std::string::npos);
+  EXPECT_EQ(repairs_.size(), 1u);
+}
+
+// A crash at every byte of an append, and again at every byte of the next
+// append (which repairs the first): whatever survives reads back whole, in
+// order, and every acknowledged event is there.
+TEST_F(EventFileTest, CrashAtEveryByteOfAnAppendLosesOnlyTheUnacknowledgedEvent) {
+  const std::string a = event(24, 'a'), b = event(24, 'b'), c = event(24, 'c'), d = event(24, 'd');
+  for (std::size_t first = 0; first <= b.size() + 1; ++first) {
+    for (std::size_t second = 0; second <= c.size() + 3; second += 3) {
+      fs::remove(path_);
+      ASSERT_TRUE(open().save(a));
+      auto crashing = std::make_shared<test::FaultyFileIo>();
+      crashing->crashAfter(first);
+      EXPECT_FALSE(open(crashing).save(b));
+      auto crashingAgain = std::make_shared<test::FaultyFileIo>();
+      crashingAgain->crashAfter(second);
+      bool savedC = open(crashingAgain).save(c);
+      auto file = open();
+      ASSERT_TRUE(file.save(d)) << first << "/" << second;
+
+      auto events = drain(file);
+      std::vector<std::string> expected{a};
+      if (first == b.size() + 1) expected.push_back(b);
+      if (savedC || (!events.empty() && std::find(events.begin(), events.end(), c) != events.end()))
+        expected.push_back(c);
+      expected.push_back(d);
+      EXPECT_EQ(events, expected) << "crash after " << first << " then " << second;
+    }
+  }
+}
+
+TEST_F(EventFileTest, AFullDiskRefusesTheEventAndLeavesTheFileIntact) {
+  const std::string a = event(30, 'a'), b = event(30, 'b');
+  ASSERT_TRUE(open().save(a));
+  auto full = std::make_shared<test::FaultyFileIo>();
+  full->failWrites(ENOSPC);
+  EXPECT_FALSE(open(full).save(b));
+  EXPECT_EQ(readAll(path_), a + "\n");
+
+  auto trickling = std::make_shared<test::FaultyFileIo>();
+  trickling->shortWrites(3);
+  EXPECT_TRUE(open(trickling).save(b));
+  auto file = open();
+  EXPECT_EQ(drain(file), (std::vector<std::string>{a, b}));
+}
+
+TEST(ZVFileSaverTest, KeepsItsEventsInTheDocumentsDirectoryAndLogsEachSave) {
+  test::ScopedContext context;
+  test::TempDir documents;
+  ZVFileSaver saver(documents.path());
+  EXPECT_EQ(saver.fullPath(), documents.path() / "ts_events.dat");
+  EXPECT_TRUE(saver.save("{\"a\":1}"));
+  EXPECT_TRUE(context.log().contains("[ZVPFileSaver][save] event = {\"a\":1}"));
+  EXPECT_FALSE(saver.save("{\"a\":\"\xC3\xA9\"}"));
+  EXPECT_TRUE(context.log().contains(
+      "[ZVPFileSaver][save:] Error = an event is one non-empty line of ASCII text"));
+  EXPECT_EQ(saver.getFirstEvent(), "{\"a\":1}");
+  saver.removeFile();
+  EXPECT_FALSE(saver.hasSavedEvents());
+}
+
+}  // namespace
+}  // namespace zivora

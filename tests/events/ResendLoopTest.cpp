@@ -1,0 +1,141 @@
+#include <gtest/gtest.h>
+
+#include <deque>
+
+#include "events/EventFile.h"
+#include "events/ResendLoop.h"
+#include "support/ScopedContext.h"
+#include "support/TempDir.h"
+#include "support/VirtualRuntime.h"
+
+namespace zivora {
+namespace {
+
+using namespace std::chrono_literals;
+
+TEST(ResendLoopDelayTest, DoublesUpToTheCap) {
+  std::vector<std::int32_t> delays{ResendLoop::kFirstDelay};
+  while (delays.size() < 10) delays.push_back(ResendLoop::nextDelay(delays.back()));
+  EXPECT_EQ(delays, (std::vector<std::int32_t>{1, 2, 4, 8, 16, 32, 64, 100, 100, 100}));
+}
+
+class ResendLoopTest : public ::testing::Test {
+ protected:
+  struct Sent {
+    std::string event;
+    dispatch::Duration at;
+  };
+
+  std::shared_ptr<ResendLoop> makeLoop(bool waitsForServer = true) {
+    return std::make_shared<ResendLoop>(
+        runtime_, file_,
+        ResendLoopOptions{.queueLabel = "test.resend",
+                          .className = "ResendLoopTest",
+                          .waitsForServer = waitsForServer,
+                          .send = [this](const std::string& event) {
+                            sent_.push_back({event, runtime_->elapsed()});
+                            if (replies_.empty()) return 200;
+                            int code = replies_.front();
+                            replies_.pop_front();
+                            return code;
+                          }});
+  }
+
+  // The pauses between consecutive sends.
+  std::vector<dispatch::Duration> pauses() const {
+    std::vector<dispatch::Duration> result;
+    for (std::size_t i = 1; i < sent_.size(); ++i) result.push_back(sent_[i].at - sent_[i - 1].at);
+    return result;
+  }
+
+  std::vector<std::string> sentEvents() const {
+    std::vector<std::string> result;
+    for (const auto& s : sent_) result.push_back(s.event);
+    return result;
+  }
+
+  std::shared_ptr<test::VirtualRuntime> runtime_ = std::make_shared<test::VirtualRuntime>();
+  test::ScopedContext context_;
+  test::TempDir dir_;
+  std::shared_ptr<EventFile> file_ =
+      std::make_shared<EventFile>(EventFileOptions{.path = dir_.path() / "events.dat"});
+  std::deque<int> replies_;
+  std::vector<Sent> sent_;
+};
+
+TEST_F(ResendLoopTest, NothingIsSentBeforeTheServerIsConnectedThenAllInOrder) {
+  auto loop = makeLoop();
+  for (const char* e : {"{\"n\":1}", "{\"n\":2}", "{\"n\":3}"}) EXPECT_TRUE(loop->sendEvent(e));
+  runtime_->advanceBy(1h);
+  EXPECT_TRUE(sent_.empty());
+
+  loop->serverConnected();
+  runtime_->runUntilIdle();
+  EXPECT_EQ(sentEvents(), (std::vector<std::string>{"{\"n\":1}", "{\"n\":2}", "{\"n\":3}"}));
+  EXPECT_FALSE(file_->hasSavedEvents());
+  EXPECT_FALSE(std::filesystem::exists(file_->path()));
+  EXPECT_FALSE(loop->hasThread());
+}
+
+TEST_F(ResendLoopTest, FailuresPauseOneTwoFourSecondsThenTheNextEventGoesAtOnce) {
+  auto loop = makeLoop();
+  loop->serverConnected();
+  replies_ = {500, 500, 500, 200};
+  loop->sendEvent("{\"n\":1}");
+  loop->sendEvent("{\"n\":2}");
+  runtime_->advanceUntilNoTasks();
+  EXPECT_EQ(sentEvents(), (std::vector<std::string>{"{\"n\":1}", "{\"n\":1}", "{\"n\":1}",
+                                                    "{\"n\":1}", "{\"n\":2}"}));
+  EXPECT_EQ(pauses(), (std::vector<dispatch::Duration>{1s, 2s, 4s, 0s}));
+  EXPECT_EQ(loop->delayResendOffline(), 1);
+}
+
+TEST_F(ResendLoopTest, ThePauseStopsGrowingAtOneHundredSecondsAndResetsOnSuccess) {
+  auto loop = makeLoop();
+  loop->serverConnected();
+  replies_ = {-2, -2, -2, -2, -2, -2, -2, -2, -2, 200, 500, 200};
+  loop->sendEvent("{\"n\":1}");
+  runtime_->advanceUntilNoTasks();
+  loop->sendEvent("{\"n\":2}");
+  runtime_->advanceUntilNoTasks();
+  EXPECT_EQ(pauses().size(), 11u);
+  EXPECT_EQ(pauses(), (std::vector<dispatch::Duration>{1s, 2s, 4s, 8s, 16s, 32s, 64s, 100s, 100s,
+                                                       pauses()[9], 1s}));
+  EXPECT_FALSE(file_->hasSavedEvents());
+}
+
+TEST_F(ResendLoopTest, OnlyOneRequestIsInFlightAndEventsArrivingMeanwhileFollow) {
+  auto loop = makeLoop(false);
+  replies_ = {500};
+  loop->sendEvent("{\"n\":1}");
+  loop->sendEvent("{\"n\":2}");
+  runtime_->runUntilIdle();
+  loop->sendEvent("{\"n\":3}");
+  runtime_->advanceUntilNoTasks();
+  EXPECT_EQ(sentEvents(),
+            (std::vector<std::string>{"{\"n\":1}", "{\"n\":1}", "{\"n\":2}", "{\"n\":3}"}));
+}
+
+TEST_F(ResendLoopTest, ASendThatThrowsCountsAsAFailureAndTheLoopGoesOn) {
+  bool thrown = false;
+  auto loop = std::make_shared<ResendLoop>(
+      runtime_, file_,
+      ResendLoopOptions{.queueLabel = "test.resend",
+                        .className = "ResendLoopTest",
+                        .waitsForServer = false,
+                        .send = [&](const std::string& event) {
+                          sent_.push_back({event, runtime_->elapsed()});
+                          if (!thrown) {
+                            thrown = true;
+                            throw std::runtime_error("boom");
+                          }
+                          return 200;
+                        }});
+  loop->sendEvent("{\"n\":1}");
+  runtime_->advanceUntilNoTasks();
+  EXPECT_EQ(pauses(), (std::vector<dispatch::Duration>{1s}));
+  EXPECT_FALSE(file_->hasSavedEvents());
+}
+
+}  // namespace
+}  // namespace zivora

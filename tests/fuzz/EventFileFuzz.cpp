@@ -1,0 +1,41 @@
+// Any bytes as an event file. The reader hands out only whole ASCII event
+// lines, always makes progress, and after it has drained the file a new
+// event saved there is the next one read, whatever the file held before.
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "events/EventFile.h"
+
+namespace {
+
+bool isEventLine(const std::string& text) {
+  if (text.empty() || text[0] == '-') return false;
+  for (unsigned char c : text)
+    if (c > 0x7F || c == '\n') return false;
+  return true;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static const auto path = std::filesystem::temp_directory_path() /
+                           ("zivora-event-file-fuzz-" + std::to_string(::getpid()) + ".dat");
+  std::ofstream(path, std::ios::binary | std::ios::trunc)
+      .write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+
+  zivora::EventFile file(zivora::EventFileOptions{.path = path});
+  std::size_t rounds = 0;
+  while (auto event = file.firstEvent()) {
+    if (!isEventLine(*event) || ++rounds > size + 1) __builtin_trap();
+    file.removeFirstLine();
+  }
+  const std::string fresh = "{\"fresh\":1}";
+  if (file.save(fresh) && file.firstEvent() != fresh) __builtin_trap();
+  std::filesystem::remove(path);
+  return 0;
+}
