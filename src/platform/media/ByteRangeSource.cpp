@@ -57,6 +57,11 @@ void ByteRangeSource::shutdown() {
   if (waiting) waiting->cancel();
 }
 
+bool ByteRangeSource::isWaitingForBytes() {
+  std::lock_guard lock(mutex_);
+  return current_ && current_->isWaitingForBytes();
+}
+
 void ByteRangeSource::setPlaying(bool playing) {
   playing_.store(playing);
   if (!playing) return;
