@@ -70,7 +70,9 @@ void ByteRangeSource::setPlaying(bool playing) {
     std::lock_guard lock(mutex_);
     waiting = current_;
   }
-  if (waiting && waiting->isWaitingForBytes() && stalled_) mainQueue_.async(stalled_);
+  if (waiting && waiting->isWaitingForBytes() && stalled_) {
+    mainQueue_.async([stalled = stalled_] { guarded("ByteRangeSource", "setPlaying", stalled); });
+  }
 }
 
 }  // namespace zivora::media
