@@ -8,7 +8,7 @@ namespace zivora::platform {
 
 std::shared_ptr<media::MediaItem> GstMediaFactory::makeItem(
     std::shared_ptr<media::MediaAsset> asset) {
-  return GstMediaItem::make(std::move(asset), mainQueue_, audio_);
+  return GstMediaItem::make(std::move(asset), mainQueue_, options_);
 }
 
 std::shared_ptr<media::MediaPlayer> GstMediaFactory::makePlayer(

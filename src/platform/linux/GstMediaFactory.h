@@ -10,8 +10,8 @@ namespace zivora::platform {
 // `mainQueue`.
 class GstMediaFactory final : public media::MediaFactory {
  public:
-  explicit GstMediaFactory(dispatch::Queue& mainQueue, AudioOutput audio = AudioOutput::Automatic)
-      : mainQueue_(mainQueue), audio_(audio) {}
+  explicit GstMediaFactory(dispatch::Queue& mainQueue, GstPlaybackOptions options = {})
+      : mainQueue_(mainQueue), options_(options) {}
 
   std::shared_ptr<media::MediaItem> makeItem(std::shared_ptr<media::MediaAsset> asset) override;
   // Throws std::invalid_argument for an item this factory did not make.
@@ -19,7 +19,7 @@ class GstMediaFactory final : public media::MediaFactory {
 
  private:
   dispatch::Queue& mainQueue_;
-  const AudioOutput audio_;
+  const GstPlaybackOptions options_;
 };
 
 }  // namespace zivora::platform

@@ -1,5 +1,6 @@
 #include "platform/linux/GstMediaItem.h"
 
+#include <fmt/format.h>
 #include <gst/app/gstappsink.h>
 #include <gst/app/gstappsrc.h>
 #include <gst/video/video.h>
@@ -24,6 +25,8 @@ struct GstMediaItem::Streaming {
   GstElement* pipeline = nullptr;
   std::shared_ptr<media::ByteRangeSource> source;
   std::atomic<std::uint64_t> readOffset{0};
+  // The presentation time of the latest picture, or -1.
+  std::atomic<std::int64_t> lastFrameTime{-1};
 
   std::mutex frameMutex;
   std::optional<media::VideoFrame> latestFrame;
@@ -39,6 +42,7 @@ struct GstMediaItem::Streaming {
   }
 
   void offerFrame(media::VideoFrame frame) {
+    if (frame.presentationTime.isValid()) lastFrameTime.store(frame.presentationTime.nanoseconds());
     std::lock_guard lock(frameMutex);
     latestFrame = std::move(frame);
     if (frameDeliveryPending) return;
@@ -178,14 +182,19 @@ void onSourceSetup(GstElement*, GstElement* source, gpointer data) {
 }
 
 constexpr guint kPlayFlagText = 1u << 2;
+// How far before its duration a stream may end and still count as played
+// to the end (audio and video tracks rarely end on the same sample).
+constexpr MediaTime kEndTolerance = MediaTime::fromNanoseconds(500'000'000);
 
 }  // namespace
 
 std::shared_ptr<GstMediaItem> GstMediaItem::make(std::shared_ptr<media::MediaAsset> asset,
-                                                 dispatch::Queue& mainQueue, AudioOutput audio) {
+                                                 dispatch::Queue& mainQueue,
+                                                 const GstPlaybackOptions& options) {
   std::shared_ptr<GstMediaItem> item(new GstMediaItem(std::move(asset), mainQueue));
   item->streaming_->item = item;
-  if (!item->start(audio)) {
+  item->armPrerollWatchdog(options.prerollTimeout);
+  if (!item->start(options.audio)) {
     item->streaming_->failed("The player could not start.");
   }
   return item;
@@ -197,6 +206,7 @@ GstMediaItem::GstMediaItem(std::shared_ptr<media::MediaAsset> asset, dispatch::Q
 }
 
 GstMediaItem::~GstMediaItem() {
+  prerollWatchdog_.cancel();
   // A streaming thread blocked in a read would hold up the state change.
   if (streaming_->source) streaming_->source->shutdown();
   if (!pipeline_) return;
@@ -294,6 +304,21 @@ void GstMediaItem::asyncDone() {
   becomeReady();
 }
 
+void GstMediaItem::armPrerollWatchdog(dispatch::Duration timeout) {
+  prerollWatchdog_ = mainQueue_.after(timeout, [weak = weak_from_this(), timeout] {
+    auto item = weak.lock();
+    if (!item || item->status_ != MediaItemStatus::Unknown) return;
+    guarded("GstMediaItem", "prerollWatchdog", [&] {
+      const auto& source = item->streaming_->source;
+      if (source && source->isWaitingForBytes()) {
+        item->armPrerollWatchdog(timeout);  // the loader, not the pipeline, holds it up
+      } else {
+        item->failed("The media did not become ready in time.");
+      }
+    });
+  });
+}
+
 void GstMediaItem::becomeReady() {
   gint64 duration = -1;
   if (gst_element_query_duration(pipeline_, GST_FORMAT_TIME, &duration) && duration >= 0) {
@@ -308,9 +333,20 @@ void GstMediaItem::setStatus(MediaItemStatus status) {
   if (auto notify = observer_.statusChanged) notify(status);
 }
 
+// qtdemux ends a file cut short in its media data with a plain end of
+// stream; a player whose last picture lies well before the announced
+// duration has not played to the end. (The pipeline's position is no help:
+// at the end it reports the duration.)
 void GstMediaItem::endOfStream() {
   if (status_ != MediaItemStatus::ReadyToPlay || endReported_) return;
   endReported_ = true;
+  const auto reached = MediaTime::fromNanoseconds(streaming_->lastFrameTime.load());
+  if (duration_.isValid() && streaming_->lastFrameTime.load() >= 0 &&
+      reached + kEndTolerance < duration_) {
+    failed(fmt::format("The stream ended at {:.3f} s of {:.3f} s.", reached.seconds(),
+                       duration_.seconds()));
+    return;
+  }
   if (auto notify = observer_.playedToEnd) notify();
 }
 

@@ -19,6 +19,15 @@ enum class AudioOutput {
   Discard,    // fakesink, synchronised to the clock (headless runs, tests)
 };
 
+struct GstPlaybackOptions {
+  AudioOutput audio = AudioOutput::Automatic;
+  // decodebin can swallow a demuxer's error that comes while it is still
+  // starting the demuxer (a file cut inside its header), and the pipeline
+  // then never prerolls. An item that is neither ready nor failed after
+  // this long, and is not waiting for bytes of its loader, fails.
+  dispatch::Duration prerollTimeout = std::chrono::seconds(10);
+};
+
 // An item on a playbin pipeline: video to an RGBA appsink, audio to the
 // chosen sink, a "customLoader://" asset read through an appsrc in
 // random-access mode. The pipeline prerolls as soon as the item is made.
@@ -29,7 +38,8 @@ class GstMediaItem final : public media::MediaItem,
                            public std::enable_shared_from_this<GstMediaItem> {
  public:
   static std::shared_ptr<GstMediaItem> make(std::shared_ptr<media::MediaAsset> asset,
-                                            dispatch::Queue& mainQueue, AudioOutput audio);
+                                            dispatch::Queue& mainQueue,
+                                            const GstPlaybackOptions& options);
   ~GstMediaItem() override;
   GstMediaItem(const GstMediaItem&) = delete;
   GstMediaItem& operator=(const GstMediaItem&) = delete;
@@ -63,12 +73,14 @@ class GstMediaItem final : public media::MediaItem,
   void stalled();
   void deliverFrame();
   void becomeReady();
+  void armPrerollWatchdog(dispatch::Duration timeout);
   void setStatus(media::MediaItemStatus status);
 
   const std::shared_ptr<media::MediaAsset> asset_;
   dispatch::Queue& mainQueue_;
   std::shared_ptr<Streaming> streaming_;
   GstElement* pipeline_ = nullptr;
+  dispatch::TaskHandle prerollWatchdog_;
 
   media::MediaItemStatus status_ = media::MediaItemStatus::Unknown;
   media::MediaTime duration_ = media::MediaTime::invalid();

@@ -57,6 +57,11 @@ void ByteRangeSource::shutdown() {
   if (waiting) waiting->cancel();
 }
 
+bool ByteRangeSource::isWaitingForBytes() {
+  std::lock_guard lock(mutex_);
+  return current_ && current_->isWaitingForBytes();
+}
+
 void ByteRangeSource::setPlaying(bool playing) {
   playing_.store(playing);
   if (!playing) return;
@@ -65,7 +70,9 @@ void ByteRangeSource::setPlaying(bool playing) {
     std::lock_guard lock(mutex_);
     waiting = current_;
   }
-  if (waiting && waiting->isWaitingForBytes() && stalled_) mainQueue_.async(stalled_);
+  if (waiting && waiting->isWaitingForBytes() && stalled_) {
+    mainQueue_.async([stalled = stalled_] { guarded("ByteRangeSource", "setPlaying", stalled); });
+  }
 }
 
 }  // namespace zivora::media

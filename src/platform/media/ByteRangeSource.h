@@ -39,6 +39,9 @@ class ByteRangeSource : public std::enable_shared_from_this<ByteRangeSource> {
   // on while a read waits reports the stall.
   void setPlaying(bool playing);
 
+  // True while a read waits for bytes.
+  bool isWaitingForBytes();
+
   // The last content length the delegate gave, or -1.
   std::int64_t contentLength() const { return contentLength_.load(); }
 

@@ -1,0 +1,188 @@
+// Playback through the media seam against gst-launch-1.0 on the same 720p30
+// H.264 file (10 s, made by the test support on first use).
+//
+// 1. Time to first frame: from makeItem() of a file asset to the first
+//    picture at the frame sink (main queue), cold (the first item of the
+//    process, GStreamer's initialisation included) and warm (median of the
+//    next items). Baseline: the wall time of a whole gst-launch-1.0 process
+//    that prerolls the file into a fakesink and stops after one buffer.
+// 2. 10 s of playback: CPU time (user + system) and peak RSS of a child
+//    process that plays the file through the seam to its end (frames
+//    converted to RGBA and copied to the sink), against gst-launch-1.0
+//    playing the same file in real time to fakesinks, once as playbin picks
+//    the format (I420, no conversion) and once converted to RGBA like ours.
+
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <future>
+#include <string>
+#include <vector>
+
+#include "platform/linux/GstMediaFactory.h"
+#include "platform/linux/ThreadRuntime.h"
+#include "support/TestMedia.h"
+
+namespace {
+
+using namespace std::chrono;
+using zivora::media::MediaAsset;
+using zivora::media::MediaItemObserver;
+using zivora::media::MediaItemStatus;
+
+struct ChildUsage {
+  double seconds = 0;
+  double cpuSeconds = 0;
+  long peakRssKiB = 0;
+  int status = -1;
+};
+
+// Runs `argv` as a child process and measures it.
+ChildUsage runChild(std::vector<std::string> args) {
+  const auto started = steady_clock::now();
+  const pid_t pid = fork();
+  if (pid == 0) {
+    std::vector<char*> argv;
+    for (auto& arg : args) argv.push_back(arg.data());
+    argv.push_back(nullptr);
+    execvp(argv[0], argv.data());
+    _exit(127);
+  }
+  ChildUsage usage;
+  if (pid < 0) return usage;
+  rusage resources{};
+  if (wait4(pid, &usage.status, 0, &resources) != pid) return usage;
+  usage.seconds = duration<double>(steady_clock::now() - started).count();
+  usage.cpuSeconds =
+      static_cast<double>(resources.ru_utime.tv_sec + resources.ru_stime.tv_sec) +
+      static_cast<double>(resources.ru_utime.tv_usec + resources.ru_stime.tv_usec) / 1e6;
+  usage.peakRssKiB = resources.ru_maxrss;
+  return usage;
+}
+
+class Sink final : public zivora::media::FrameSink {
+ public:
+  void videoFrame(const zivora::media::VideoFrame&) override {
+    if (frames++ == 0) first.set_value(steady_clock::now());
+  }
+  std::promise<steady_clock::time_point> first;
+  int frames = 0;
+};
+
+struct Playback {
+  std::shared_ptr<zivora::media::MediaItem> item;
+  std::shared_ptr<zivora::media::MediaPlayer> player;
+};
+
+// Milliseconds from makeItem() to the first frame at the sink.
+double timeToFirstFrame(zivora::dispatch::ThreadRuntime& runtime,
+                        zivora::platform::GstMediaFactory& factory, const std::string& file) {
+  Sink sink;
+  Playback playback;
+  std::promise<steady_clock::time_point> madeAt;
+  runtime.mainQueue().async([&] {
+    madeAt.set_value(steady_clock::now());
+    playback.item = factory.makeItem(MediaAsset::fromFile(file));
+    playback.player = factory.makePlayer(playback.item);
+    playback.player->setFrameSink(&sink);
+  });
+  const auto start = madeAt.get_future().get();
+  const auto first = sink.first.get_future().get();
+  std::promise<void> gone;
+  runtime.mainQueue().async([&] {
+    playback = {};
+    gone.set_value();
+  });
+  gone.get_future().wait();
+  return duration<double, std::milli>(first - start).count();
+}
+
+// The child: plays the file to its end through the seam.
+int playToEnd(const std::string& file) {
+  zivora::dispatch::ThreadRuntime runtime;
+  zivora::platform::GstMediaFactory factory(runtime.mainQueue(),
+                                            {.audio = zivora::platform::AudioOutput::Discard});
+  Sink sink;
+  Playback playback;
+  std::promise<bool> ended;
+  runtime.mainQueue().async([&] {
+    playback.item = factory.makeItem(MediaAsset::fromFile(file));
+    playback.player = factory.makePlayer(playback.item);
+    playback.player->setFrameSink(&sink);
+    MediaItemObserver observer;
+    observer.statusChanged = [&](MediaItemStatus status) {
+      if (status == MediaItemStatus::ReadyToPlay) {
+        playback.player->play();
+      } else {
+        ended.set_value(false);
+      }
+    };
+    observer.playedToEnd = [&] { ended.set_value(true); };
+    playback.item->setObserver(observer);
+  });
+  const bool ok = ended.get_future().get();
+  std::promise<void> gone;
+  runtime.mainQueue().async([&] {
+    std::fprintf(stderr, "frames delivered to the sink: %d\n", sink.frames);
+    playback = {};
+    gone.set_value();
+  });
+  gone.get_future().wait();
+  return ok ? 0 : 1;
+}
+
+void report(const char* what, const ChildUsage& usage) {
+  std::printf("%-52s wall %6.2f s  cpu %6.2f s  peak RSS %7.1f MiB  exit %d\n", what, usage.seconds,
+              usage.cpuSeconds, static_cast<double>(usage.peakRssKiB) / 1024.0,
+              WIFEXITED(usage.status) ? WEXITSTATUS(usage.status) : -1);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc == 3 && std::string(argv[1]) == "--play-child") return playToEnd(argv[2]);
+  const std::string file = zivora::test::TestMedia::hd().string();
+  const std::string uri = "uri=file://" + file;
+  std::printf("file: %s (1280x720, 30 fps, 10 s, H.264)\n\n", file.c_str());
+
+  {
+    zivora::dispatch::ThreadRuntime runtime;
+    zivora::platform::GstMediaFactory factory(runtime.mainQueue(),
+                                              {.audio = zivora::platform::AudioOutput::Discard});
+    const double cold = timeToFirstFrame(runtime, factory, file);
+    std::vector<double> warm;
+    for (int i = 0; i < 9; ++i) warm.push_back(timeToFirstFrame(runtime, factory, file));
+    std::sort(warm.begin(), warm.end());
+    std::vector<double> launch;
+    for (int i = 0; i < 5; ++i) {
+      launch.push_back(runChild({"gst-launch-1.0", "-q", "playbin", uri,
+                                 "video-sink=\"fakesink num-buffers=1\"", "audio-sink=fakesink"})
+                           .seconds *
+                       1000);
+    }
+    std::sort(launch.begin(), launch.end());
+    std::printf(
+        "time to first frame, seam (makeItem -> frame sink):  cold %.1f ms, warm median %.1f ms "
+        "(min %.1f, max %.1f, 9 runs)\n",
+        cold, warm[4], warm.front(), warm.back());
+    std::printf(
+        "gst-launch-1.0 playbin to one fakesink buffer, whole process wall: median %.1f ms "
+        "(min %.1f, max %.1f, 5 runs)\n\n",
+        launch[2], launch.front(), launch.back());
+  }
+
+  report("seam: 10 s playback to the end, RGBA frames to sink",
+         runChild({argv[0], "--play-child", file}));
+  report("gst-launch playbin, fakesinks (sync)",
+         runChild({"gst-launch-1.0", "-q", "playbin", uri, "video-sink=\"fakesink sync=true\"",
+                   "audio-sink=fakesink"}));
+  report("gst-launch decode + videoconvert to RGBA, fakesink",
+         runChild({"gst-launch-1.0", "-q", "filesrc", "location=" + file, "!", "qtdemux", "!",
+                   "avdec_h264", "!", "videoconvert", "!", "video/x-raw,format=RGBA", "!",
+                   "fakesink", "sync=true"}));
+  return 0;
+}
