@@ -54,6 +54,8 @@ typedef struct zivora_options {
   zivora_main_queue_mode main_queue_mode;
   int screen_width;
   int screen_height;
+  /* The graphics processor's name, reported with the device facts. */
+  const char* gpu_type;
 } zivora_options;
 
 /* One granted reward, valid for the duration of the callback. */

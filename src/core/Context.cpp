@@ -7,6 +7,7 @@
 #include "analytics/ZVPAnalitics.h"
 #include "platform/UserDefaults.h"
 #include "platform/linux/KeyValueDatabase.h"
+#include "platform/linux/SecretStoreChooser.h"
 #include "util/LogSink.h"
 
 namespace zivora {
@@ -63,6 +64,15 @@ dispatch::Runtime& Context::runtime() const {
 platform::HttpClient& Context::http() const {
   if (!runtime_.http) throw std::logic_error("Context has no HTTP client");
   return *runtime_.http;
+}
+
+std::shared_ptr<platform::SecretStore> Context::secretStore() {
+  std::lock_guard lock(secretStoreMutex_);
+  if (!secretStore_) {
+    secretStore_ = runtime_.secretStore ? runtime_.secretStore
+                                        : platform::SecretStoreChooser::open(paths_.dataRoot);
+  }
+  return secretStore_;
 }
 
 std::shared_ptr<platform::UserDefaults> Context::userDefaults(const std::string& suite) {

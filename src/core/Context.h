@@ -21,6 +21,7 @@ class Runtime;
 namespace platform {
 class HttpClient;
 class KeyValueDatabase;
+class SecretStore;
 class UserDefaults;
 }  // namespace platform
 
@@ -46,6 +47,9 @@ struct RuntimeOptions {
   // What the facade drives beyond the handshake (placements, downloads,
   // events, rewards); null gives the build's own.
   std::shared_ptr<AdSide> adSide = nullptr;
+  // Where identities are kept; null chooses the Secret Service or the file
+  // store under the data root.
+  std::shared_ptr<platform::SecretStore> secretStore = nullptr;
   // How long one second of the protocol's retry schedules lasts. Integration
   // tests on real time shorten it instead of waiting 5 s, 10 s ...
   std::chrono::nanoseconds retryTimeUnit = std::chrono::seconds(1);
@@ -80,6 +84,9 @@ class Context {
   // failure is logged once).
   std::shared_ptr<platform::UserDefaults> userDefaults(const std::string& suite);
 
+  // The secret store, chosen on first use. Never null.
+  std::shared_ptr<platform::SecretStore> secretStore();
+
   // The context's one instance of T, made by `make` on first use.
   template <class T, class Factory>
   std::shared_ptr<T> instance(Factory&& make) {
@@ -97,6 +104,9 @@ class Context {
   std::mutex preferencesMutex_;
   bool preferencesOpened_ = false;
   std::shared_ptr<platform::KeyValueDatabase> preferences_;
+
+  std::mutex secretStoreMutex_;
+  std::shared_ptr<platform::SecretStore> secretStore_;
 
   std::recursive_mutex instancesMutex_;
   std::map<std::type_index, std::shared_ptr<void>> instances_;

@@ -65,6 +65,7 @@ HostOptions hostOptions(const zivora_options& c) {
                            : MainQueueMode::OwnThread;
   host.screenWidth = c.screen_width;
   host.screenHeight = c.screen_height;
+  host.gpuType = textOrEmpty(c.gpu_type);
   return host;
 }
 
