@@ -19,8 +19,8 @@
 #include "core/ZVConfiguration.h"
 #include "core/ZivoraInstance.h"
 #include "platform/linux/CurlHttpClient.h"
-#include "util/PercentEncoding.h"
 #include "util/LogSink.h"
+#include "util/PercentEncoding.h"
 #include "zivora/ZVConstants.h"
 #include "zivora/Zivora.h"
 
@@ -183,10 +183,10 @@ int main(int argc, char** argv) {
       std::filesystem::remove(std::filesystem::path(args->dataDir) / "Preferences" /
                               "defaults.sqlite");
     step("initializeWithAppId " + args->appId + ", data root " + args->dataDir);
-    zivora::ZivoraInstance::start(args->appId, host,
-                                  zivora::RuntimeOptions{
-                                      .http = std::make_shared<HandshakePrinter>(args->ca),
-                                      .log = std::make_shared<StepLog>()});
+    zivora::ZivoraInstance::start(
+        args->appId, host,
+        zivora::RuntimeOptions{.http = std::make_shared<HandshakePrinter>(args->ca),
+                               .log = std::make_shared<StepLog>()});
     zivora::Zivora::setDelegate(std::make_shared<PrintingDelegate>());
     step("cacheVideo rewarded (parked until the handshake succeeds)");
     zivora::Zivora::cacheVideo("rewarded");

@@ -59,9 +59,9 @@ ZVPDeviceInfoHelper::ZVPDeviceInfoHelper(std::string appId,
       kClass, "initWithAppId",
       [&] {
         appId_ = std::move(appId);
-        cachedGameUserId_ = gameUserId ? std::move(gameUserId)
-                                       : ZVPSaveKeychain::itemForKey(ZVP_GAME_USER_ID_KEY,
-                                                                     ZVP_IDFV_SERVICE);
+        cachedGameUserId_ =
+            gameUserId ? std::move(gameUserId)
+                       : ZVPSaveKeychain::itemForKey(ZVP_GAME_USER_ID_KEY, ZVP_IDFV_SERVICE);
       },
       GuardReport::Backoffice);
 }
@@ -69,8 +69,7 @@ ZVPDeviceInfoHelper::ZVPDeviceInfoHelper(std::string appId,
 std::int64_t ZVPDeviceInfoHelper::clientTimestamp() noexcept {
   return fact("clientTimestamp", std::int64_t{0}, [] {
     auto now = context()->runtime().clock().wallNow().time_since_epoch();
-    return static_cast<std::int64_t>(
-        std::chrono::duration_cast<std::chrono::seconds>(now).count());
+    return static_cast<std::int64_t>(std::chrono::duration_cast<std::chrono::seconds>(now).count());
   });
 }
 
@@ -91,7 +90,8 @@ std::string ZVPDeviceInfoHelper::clientVersion() noexcept {
 }
 
 std::string ZVPDeviceInfoHelper::SDKVersion() noexcept {
-  return fact("SDKVersion", std::string(kError), [] { return std::string(ZVPSDKVersion::version()); });
+  return fact("SDKVersion", std::string(kError),
+              [] { return std::string(ZVPSDKVersion::version()); });
 }
 
 int ZVPDeviceInfoHelper::platformId() noexcept { return TS_PLATFORM_ID; }

@@ -54,17 +54,17 @@ std::optional<std::string> ZVPSaveKeychain::itemForKey(const std::string& key,
                                                        const std::string& service,
                                                        const std::string& accessGroup,
                                                        ZVPKeychainError* error) noexcept {
-  return guarded(kClass, "itemForKey", std::optional<std::string>(),
-                 [&]() -> std::optional<std::string> {
-                   auto data = rawDataForKey(key, service, accessGroup, error);
-                   if (!data) return std::nullopt;
-                   try {
-                     return unarchive(*data);
-                   } catch (const ZVException& exception) {
-                     fill(error, ZVPKeychainError{TSPSaveKeychainErrorDomain, 0, exception.reason()});
-                     return std::nullopt;
-                   }
-                 });
+  return guarded(
+      kClass, "itemForKey", std::optional<std::string>(), [&]() -> std::optional<std::string> {
+        auto data = rawDataForKey(key, service, accessGroup, error);
+        if (!data) return std::nullopt;
+        try {
+          return unarchive(*data);
+        } catch (const ZVException& exception) {
+          fill(error, ZVPKeychainError{TSPSaveKeychainErrorDomain, 0, exception.reason()});
+          return std::nullopt;
+        }
+      });
 }
 
 std::optional<std::string> ZVPSaveKeychain::rawDataForKey(const std::string& key,
@@ -94,9 +94,10 @@ bool ZVPSaveKeychain::saveItem(const std::string& item, const std::string& key,
                                const std::string& service, const std::string& accessGroup,
                                int /*accessibility*/, ZVPKeychainError* error) noexcept {
   return guarded(kClass, "saveItem", false, [&] {
-    checkArguments("+[ZVPSaveKeychain saveItem:forKey:forService:inAccessGroup:"
-                   "withAccessibility:error:]",
-                   key, service);
+    checkArguments(
+        "+[ZVPSaveKeychain saveItem:forKey:forService:inAccessGroup:"
+        "withAccessibility:error:]",
+        key, service);
     auto query = _baseQueryDictionaryForKey(key, service, accessGroup);
     auto& secrets = store();
     std::string existing;
@@ -149,9 +150,10 @@ std::optional<ZVPKeychainItem> ZVPSaveKeychain::_itemAttributesAndDataForKey(
     ZVPKeychainError* error) noexcept {
   return guarded(kClass, "_itemAttributesAndDataForKey", std::optional<ZVPKeychainItem>(),
                  [&]() -> std::optional<ZVPKeychainItem> {
-                   checkArguments("+[ZVPSaveKeychain _itemAttributesAndDataForKey:forService:"
-                                  "inAccessGroup:error:]",
-                                  key, service);
+                   checkArguments(
+                       "+[ZVPSaveKeychain _itemAttributesAndDataForKey:forService:"
+                       "inAccessGroup:error:]",
+                       key, service);
                    ZVPKeychainItem item{_baseQueryDictionaryForKey(key, service, accessGroup), {}};
                    int code = store().find(item.attributes, item.data);
                    if (code != platform::kSecretSuccess) {

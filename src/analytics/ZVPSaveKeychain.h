@@ -42,11 +42,11 @@ class ZVPSaveKeychain {
 
   // Accessibility 1 is "after first unlock", anything else "when unlocked";
   // the Secret Service has one lock per collection, so both behave alike.
-  static bool saveItem(const std::string& item, const std::string& key,
-                       const std::string& service, ZVPKeychainError* error = nullptr) noexcept;
-  static bool saveItem(const std::string& item, const std::string& key,
-                       const std::string& service, const std::string& accessGroup,
-                       int accessibility, ZVPKeychainError* error = nullptr) noexcept;
+  static bool saveItem(const std::string& item, const std::string& key, const std::string& service,
+                       ZVPKeychainError* error = nullptr) noexcept;
+  static bool saveItem(const std::string& item, const std::string& key, const std::string& service,
+                       const std::string& accessGroup, int accessibility,
+                       ZVPKeychainError* error = nullptr) noexcept;
 
   static bool deleteItemForKey(const std::string& key, const std::string& service,
                                ZVPKeychainError* error = nullptr) noexcept;
@@ -54,9 +54,8 @@ class ZVPSaveKeychain {
                                const std::string& accessGroup,
                                ZVPKeychainError* error = nullptr) noexcept;
 
-  static platform::SecretItemKey _baseQueryDictionaryForKey(const std::string& key,
-                                                            const std::string& service,
-                                                            const std::string& accessGroup) noexcept;
+  static platform::SecretItemKey _baseQueryDictionaryForKey(
+      const std::string& key, const std::string& service, const std::string& accessGroup) noexcept;
   // An empty key or service is reported and answers nullopt.
   static std::optional<ZVPKeychainItem> _itemAttributesAndDataForKey(
       const std::string& key, const std::string& service, const std::string& accessGroup,

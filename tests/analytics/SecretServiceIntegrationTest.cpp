@@ -148,9 +148,9 @@ TEST_F(SecretServiceIntegrationTest, StoresItemsAndIdentitiesOutliveTheDataRoot)
   std::string deviceId, randomUID;
   {
     auto scope = open();
-    EXPECT_TRUE(scope->log().contains("[ZVPSaveKeychain] Secrets are kept in the Secret Service"));
     ZVPKeychainError error;
     EXPECT_TRUE(ZVPSaveKeychain::saveItem("one", "item", "svc", &error)) << error.description;
+    EXPECT_TRUE(scope->log().contains("[ZVPSaveKeychain] Secrets are kept in the Secret Service"));
     EXPECT_EQ(ZVPSaveKeychain::itemForKey("item", "svc"), "one");
     EXPECT_TRUE(ZVPSaveKeychain::saveItem("two ✓", "item", "svc"));
     EXPECT_EQ(ZVPSaveKeychain::itemForKey("item", "svc"), "two ✓");
@@ -169,8 +169,8 @@ TEST_F(SecretServiceIntegrationTest, StoresItemsAndIdentitiesOutliveTheDataRoot)
   }
   // A restart, then a wiped cache, then a reinstall that loses the whole
   // data root: the identities stay.
-  for (auto wiped : {std::filesystem::path(), home_.path() / "data" / "Caches",
-                     home_.path() / "data"}) {
+  for (auto wiped :
+       {std::filesystem::path(), home_.path() / "data" / "Caches", home_.path() / "data"}) {
     if (!wiped.empty()) std::filesystem::remove_all(wiped);
     auto scope = open();
     ZVPDeviceInfoHelper device("app", std::nullopt);

@@ -33,8 +33,7 @@ class DeviceIdentityTest : public ::testing::Test {
   }
 
   std::shared_ptr<test::VirtualRuntime> runtime_ = std::make_shared<test::VirtualRuntime>();
-  std::shared_ptr<test::MemorySecretStore> secrets_ =
-      std::make_shared<test::MemorySecretStore>();
+  std::shared_ptr<test::MemorySecretStore> secrets_ = std::make_shared<test::MemorySecretStore>();
   test::TempDir root_;
   std::unique_ptr<test::ScopedContext> scope_ = open();
 };
@@ -191,11 +190,13 @@ TEST(DeviceFactsTest, OsVersionComesFromOsReleaseOrTheKernel) {
     std::ofstream(dir.path() / name) << text;
     return dir.path() / name;
   };
-  EXPECT_EQ(platform::DeviceFacts::osVersion(write(
-                "pretty", "NAME=\"Debian GNU/Linux\"\nPRETTY_NAME=\"Debian GNU/Linux 12 (bookworm)\"\n")),
-            "Linux Debian GNU/Linux 12 (bookworm)");
-  EXPECT_EQ(platform::DeviceFacts::osVersion(write("plain", "# comment\nNAME=Alpine\nVERSION_ID=3.19\n")),
-            "Linux Alpine 3.19");
+  EXPECT_EQ(
+      platform::DeviceFacts::osVersion(write(
+          "pretty", "NAME=\"Debian GNU/Linux\"\nPRETTY_NAME=\"Debian GNU/Linux 12 (bookworm)\"\n")),
+      "Linux Debian GNU/Linux 12 (bookworm)");
+  EXPECT_EQ(
+      platform::DeviceFacts::osVersion(write("plain", "# comment\nNAME=Alpine\nVERSION_ID=3.19\n")),
+      "Linux Alpine 3.19");
   auto kernel = platform::DeviceFacts::osVersion(dir.path() / "missing");
   EXPECT_TRUE(kernel.starts_with("Linux ")) << kernel;
   EXPECT_GT(kernel.size(), 6u);

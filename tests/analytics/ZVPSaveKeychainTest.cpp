@@ -13,8 +13,7 @@ constexpr char kService[] = "svc";
 
 class ZVPSaveKeychainTest : public ::testing::Test {
  protected:
-  std::shared_ptr<test::MemorySecretStore> secrets_ =
-      std::make_shared<test::MemorySecretStore>();
+  std::shared_ptr<test::MemorySecretStore> secrets_ = std::make_shared<test::MemorySecretStore>();
   test::TempDir root_;
   test::ScopedContext scope_{
       HostOptions{.dataRoot = root_.path().string(), .applicationName = "host-app"},
@@ -34,7 +33,8 @@ TEST_F(ZVPSaveKeychainTest, SavesReadsUpdatesAndDeletes) {
   EXPECT_EQ(ZVPSaveKeychain::itemForKey("key", kService, &error), std::nullopt);
   EXPECT_EQ(error.code, -25300);
   EXPECT_EQ(error.domain, "com.zivora.profiling.domain");
-  EXPECT_EQ(error.description, "Item with key 'key' for service 'svc' could not be found in the keychain.");
+  EXPECT_EQ(error.description,
+            "Item with key 'key' for service 'svc' could not be found in the keychain.");
 }
 
 TEST_F(ZVPSaveKeychainTest, ItemsCarryTheApplicationName) {
@@ -58,10 +58,11 @@ TEST_F(ZVPSaveKeychainTest, StatusCodesHaveTheirTexts) {
   EXPECT_EQ(ZVPSaveKeychain::_errorForResultCode(0, "k", "s"), std::nullopt);
   EXPECT_EQ(ZVPSaveKeychain::_errorForResultCode(-25299, "k", "s")->description,
             "Item with key 'k' for service 's' already exists in the keychain.");
-  EXPECT_EQ(ZVPSaveKeychain::_errorForResultCode(-25308, "k", "s")->description,
-            "Interaction with key 'k' for service 's' was not allowed. It is possible that the item "
-            "is only accessible when the device is unlocked and this query is happening when the "
-            "app is in the background. Double-check your item permissions.");
+  EXPECT_EQ(
+      ZVPSaveKeychain::_errorForResultCode(-25308, "k", "s")->description,
+      "Interaction with key 'k' for service 's' was not allowed. It is possible that the item "
+      "is only accessible when the device is unlocked and this query is happening when the "
+      "app is in the background. Double-check your item permissions.");
   EXPECT_EQ(ZVPSaveKeychain::_errorForResultCode(-25291, "k", "s")->description,
             "This is a undefined error. Check SecBase.h or Apple's iOS Developer Library for more "
             "information on this Keychain Services error code.");

@@ -56,15 +56,15 @@ TEST_F(FileSecretStoreTest, KeepsItemsInPrivateFiles) {
 TEST_F(FileSecretStoreTest, DamagedFilesReadAsAbsentAndAreRewritten) {
   ASSERT_EQ(store_.add(kKey, "value"), kSecretSuccess);
   std::string whole = SecretFile{kKey, "value"}.format();
-  for (const std::string& damaged :
-       {whole.substr(0, whole.size() - 1), whole.substr(0, 20), std::string("\x00\x01garbage", 9),
-        std::string()}) {
+  for (const std::string& damaged : {whole.substr(0, whole.size() - 1), whole.substr(0, 20),
+                                     std::string("\x00\x01garbage", 9), std::string()}) {
     overwrite(damaged);
     scope_.log().clear();
     std::string data;
     EXPECT_EQ(store_.find(kKey, data), kSecretItemNotFound);
-    EXPECT_TRUE(scope_.log().contains("[FileSecretStore] Unreadable secret file, treated as absent: " +
-                                      store_.fileFor(kKey).string()));
+    EXPECT_TRUE(
+        scope_.log().contains("[FileSecretStore] Unreadable secret file, treated as absent: " +
+                              store_.fileFor(kKey).string()));
     EXPECT_EQ(store_.add(kKey, "fresh"), kSecretSuccess);
     EXPECT_EQ(store_.find(kKey, data), kSecretSuccess);
     EXPECT_EQ(data, "fresh");
@@ -89,8 +89,10 @@ TEST(SecretFileTest, RoundTripsAnyBytesAndRejectsEveryTruncation) {
   for (std::size_t length = 0; length < text.size(); ++length)
     EXPECT_FALSE(SecretFile::parse(text.substr(0, length))) << length;
   EXPECT_FALSE(SecretFile::parse(text + "extra\n"));
-  EXPECT_FALSE(SecretFile::parse("zivora-secret 1\napplication 6\nservice \naccount \ngroup \ndata \n"));
-  EXPECT_FALSE(SecretFile::parse("zivora-secret 1\napplication zz\nservice \naccount \ngroup \ndata \n"));
+  EXPECT_FALSE(
+      SecretFile::parse("zivora-secret 1\napplication 6\nservice \naccount \ngroup \ndata \n"));
+  EXPECT_FALSE(
+      SecretFile::parse("zivora-secret 1\napplication zz\nservice \naccount \ngroup \ndata \n"));
 }
 
 TEST(SecretStoreChooserTest, WithoutABusTheFileStoreIsChosenAndRemembered) {
@@ -98,7 +100,8 @@ TEST(SecretStoreChooserTest, WithoutABusTheFileStoreIsChosenAndRemembered) {
   test::ScopedContext scope{HostOptions{.dataRoot = root.path().string()}};
   const char* saved = std::getenv("DBUS_SESSION_BUS_ADDRESS");
   std::string previous = saved ? saved : "";
-  ::setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + (root.path() / "no-bus").string()).c_str(), 1);
+  ::setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + (root.path() / "no-bus").string()).c_str(),
+           1);
   auto store = SecretStoreChooser::open(root.path());
   if (saved) {
     ::setenv("DBUS_SESSION_BUS_ADDRESS", previous.c_str(), 1);
@@ -117,7 +120,8 @@ TEST(SecretStoreChooserTest, WithoutABusTheFileStoreIsChosenAndRemembered) {
   std::string data;
   EXPECT_EQ(again->find(kKey, data), kSecretSuccess);
   EXPECT_EQ(data, "kept");
-  EXPECT_TRUE(scope.log().contains("[ZVPSaveKeychain] Secrets are kept in the file store (as chosen before)"));
+  EXPECT_TRUE(scope.log().contains(
+      "[ZVPSaveKeychain] Secrets are kept in the file store (as chosen before)"));
 }
 
 }  // namespace

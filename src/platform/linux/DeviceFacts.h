@@ -18,8 +18,7 @@ class DeviceFacts {
   static std::string machine();
   // "Linux " and the distribution's PRETTY_NAME (or NAME and VERSION_ID)
   // from `osRelease`; the kernel release when the file says nothing.
-  static std::string osVersion(
-      const std::filesystem::path& osRelease = "/etc/os-release");
+  static std::string osVersion(const std::filesystem::path& osRelease = "/etc/os-release");
   // The machine's user-visible name: its host name.
   static std::string hostName();
   // Physical memory in MiB.

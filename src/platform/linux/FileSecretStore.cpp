@@ -65,8 +65,8 @@ int FileSecretStore::write(const SecretItemKey& key, const std::string& data) co
   int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
   if (fd < 0) return kSecretNotAvailable;
   // A file left by an older run may carry wider permissions.
-  bool ok = ::fchmod(fd, 0600) == 0 && writeAll(fd, SecretFile{key, data}.format()) &&
-            ::fsync(fd) == 0;
+  bool ok =
+      ::fchmod(fd, 0600) == 0 && writeAll(fd, SecretFile{key, data}.format()) && ::fsync(fd) == 0;
   ok = (::close(fd) == 0) && ok;
   if (!ok || ::rename(temporary.c_str(), path.c_str()) != 0) {
     ::unlink(temporary.c_str());

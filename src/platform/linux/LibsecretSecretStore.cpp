@@ -11,15 +11,21 @@ namespace zivora::platform {
 namespace {
 
 const SecretSchema* schema() {
-  static const SecretSchema kSchema = {
-      "com.zivora.secret",
-      SECRET_SCHEMA_NONE,
-      {{"application", SECRET_SCHEMA_ATTRIBUTE_STRING},
-       {"service", SECRET_SCHEMA_ATTRIBUTE_STRING},
-       {"account", SECRET_SCHEMA_ATTRIBUTE_STRING},
-       {"accessGroup", SECRET_SCHEMA_ATTRIBUTE_STRING},
-       {nullptr, SECRET_SCHEMA_ATTRIBUTE_STRING}},
-      0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr};
+  static const SecretSchema kSchema = {"com.zivora.secret",
+                                       SECRET_SCHEMA_NONE,
+                                       {{"application", SECRET_SCHEMA_ATTRIBUTE_STRING},
+                                        {"service", SECRET_SCHEMA_ATTRIBUTE_STRING},
+                                        {"account", SECRET_SCHEMA_ATTRIBUTE_STRING},
+                                        {"accessGroup", SECRET_SCHEMA_ATTRIBUTE_STRING},
+                                        {nullptr, SECRET_SCHEMA_ATTRIBUTE_STRING}},
+                                       0,
+                                       nullptr,
+                                       nullptr,
+                                       nullptr,
+                                       nullptr,
+                                       nullptr,
+                                       nullptr,
+                                       nullptr};
   return &kSchema;
 }
 
@@ -67,7 +73,8 @@ bool sessionBusConfigured() {
     return true;
   const char* runtime = std::getenv("XDG_RUNTIME_DIR");
   std::error_code error;
-  return runtime && *runtime && std::filesystem::exists(std::filesystem::path(runtime) / "bus", error);
+  return runtime && *runtime &&
+         std::filesystem::exists(std::filesystem::path(runtime) / "bus", error);
 }
 
 using BusPtr = std::unique_ptr<GDBusConnection, GObjectDeleter>;
@@ -136,9 +143,9 @@ int store(SecretService* service, const SecretItemKey& key, const std::string& d
   ValuePtr value(secret_value_new(data.data(), static_cast<gssize>(data.size()), "text/plain"));
   std::string label = key.application + " " + key.service + " " + key.account;
   GError* raw = nullptr;
-  gboolean stored = secret_service_store_sync(service, schema(), attributes.get(),
-                                              SECRET_COLLECTION_DEFAULT, label.c_str(),
-                                              value.get(), nullptr, &raw);
+  gboolean stored =
+      secret_service_store_sync(service, schema(), attributes.get(), SECRET_COLLECTION_DEFAULT,
+                                label.c_str(), value.get(), nullptr, &raw);
   ErrorPtr error(raw);
   return stored ? kSecretSuccess : codeFor(error.get());
 }
