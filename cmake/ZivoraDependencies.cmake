@@ -9,10 +9,11 @@ pkg_check_modules(NLOHMANN REQUIRED IMPORTED_TARGET nlohmann_json)
 pkg_check_modules(PANGOCAIRO REQUIRED IMPORTED_TARGET pangocairo cairo)
 pkg_check_modules(SDL REQUIRED IMPORTED_TARGET sdl2 SDL2_image)
 pkg_check_modules(GSTREAMER REQUIRED IMPORTED_TARGET gstreamer-1.0 gstreamer-app-1.0 gstreamer-video-1.0)
+pkg_check_modules(SECRET REQUIRED IMPORTED_TARGET libsecret-1)
 
 set(ZIVORA_PRIVATE_DEPS
   PkgConfig::CURL PkgConfig::CRYPTO PkgConfig::SQLITE PkgConfig::FMT PkgConfig::NLOHMANN
-  PkgConfig::PANGOCAIRO PkgConfig::SDL PkgConfig::GSTREAMER
+  PkgConfig::PANGOCAIRO PkgConfig::SDL PkgConfig::GSTREAMER PkgConfig::SECRET
   Threads::Threads)
 # Requires.private of zivora.pc
-set(ZIVORA_PC_REQUIRES "libcurl libcrypto sqlite3 fmt pangocairo cairo sdl2 SDL2_image gstreamer-1.0 gstreamer-app-1.0 gstreamer-video-1.0")
+set(ZIVORA_PC_REQUIRES "libcurl libcrypto sqlite3 fmt pangocairo cairo sdl2 SDL2_image gstreamer-1.0 gstreamer-app-1.0 gstreamer-video-1.0 libsecret-1")

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <thread>
@@ -17,7 +18,9 @@
 #include "core/Context.h"
 #include "core/ZVConfiguration.h"
 #include "core/ZivoraInstance.h"
+#include "platform/linux/CurlHttpClient.h"
 #include "util/LogSink.h"
+#include "util/PercentEncoding.h"
 #include "zivora/ZVConstants.h"
 #include "zivora/Zivora.h"
 
@@ -102,6 +105,36 @@ class PrintingDelegate final : public zivora::ZivoraDelegate {
   }
 };
 
+// Sends through curl and prints the device block of each handshake it sends,
+// as the server receives it.
+class HandshakePrinter final : public zivora::platform::HttpClient {
+ public:
+  explicit HandshakePrinter(std::string caFile)
+      : client_(zivora::platform::HttpClientOptions{.caFile = std::move(caFile)}) {}
+
+  zivora::platform::HttpResponse perform(const zivora::platform::HttpRequest& request) override {
+    printDeviceBlock(request.body);
+    return client_.perform(request);
+  }
+
+ private:
+  static void printDeviceBlock(const std::string& body) {
+    constexpr std::string_view kParams = "Params=";
+    if (body.rfind(kParams, 0) != 0) return;
+    auto end = body.find('&');
+    auto params = zivora::PercentEncoding::decode(
+        std::string_view(body).substr(kParams.size(), end - kParams.size()));
+    if (!params) return;
+    auto json = nlohmann::json::parse(*params, nullptr, false);
+    if (!json.is_object() || !json.contains(zivora::TS_API_GET_INITIALIZATION)) return;
+    const auto& initialization = json[zivora::TS_API_GET_INITIALIZATION];
+    if (initialization.contains(zivora::TS_API_DEVICE_INFO))
+      step("handshake device block: " + initialization[zivora::TS_API_DEVICE_INFO].dump());
+  }
+
+  zivora::platform::CurlHttpClient client_;
+};
+
 // Waits for the handshake's reply to land in the settings: the sandbox's
 // reply names a close-button image.
 bool waitForHandshake(std::chrono::seconds limit) {
@@ -150,8 +183,10 @@ int main(int argc, char** argv) {
       std::filesystem::remove(std::filesystem::path(args->dataDir) / "Preferences" /
                               "defaults.sqlite");
     step("initializeWithAppId " + args->appId + ", data root " + args->dataDir);
-    zivora::ZivoraInstance::start(args->appId, host,
-                                  zivora::RuntimeOptions{.log = std::make_shared<StepLog>()});
+    zivora::ZivoraInstance::start(
+        args->appId, host,
+        zivora::RuntimeOptions{.http = std::make_shared<HandshakePrinter>(args->ca),
+                               .log = std::make_shared<StepLog>()});
     zivora::Zivora::setDelegate(std::make_shared<PrintingDelegate>());
     step("cacheVideo rewarded (parked until the handshake succeeds)");
     zivora::Zivora::cacheVideo("rewarded");

@@ -42,6 +42,7 @@ struct HostOptions {
   // A PEM bundle of the certificate authorities to trust instead of the
   // system's, for private servers. Server certificates are always verified.
   std::string caFile{};
+  // Limits ad tracking: no advertising identifier is sent.
   bool limitAdTracking = false;
   // A store receipt to attach to purchase events, if the host's store has one.
   std::string receiptFile{};
@@ -56,6 +57,9 @@ struct HostOptions {
   // Zivora::handleEvent() and skips its own drawing while
   // Zivora::isPresenting() is true. Null: the SDK opens its own window.
   void* hostWindow = nullptr;
+  // The graphics processor's name, reported with the device facts; empty
+  // leaves it out.
+  std::string gpuType{};
 };
 
 }  // namespace zivora

@@ -224,6 +224,14 @@ inline constexpr char TSP_EXCEPTION_REASON[] = "reason";
 inline constexpr char TSP_EXCEPTION_STACK[] = "stack";
 inline constexpr char TSP_UNIT_ID[] = "UnitId";
 
+// Device identity: the secret items and their error domain.
+inline constexpr char ZVP_IDFV_KEY[] = "zvp_idfv";
+inline constexpr char ZVP_RANDOM_KEY[] = "zvp_random_uid";
+inline constexpr char ZVP_GAME_USER_ID_KEY[] = "tsp_gameuser_id";
+inline constexpr char ZVP_IDFV_SERVICE[] = "com.zivora.profiling.tsp";
+inline constexpr char ZVP_IDFV_ACCESS_GROUP[] = "com.zivora.profiling";
+inline constexpr char TSPSaveKeychainErrorDomain[] = "com.zivora.profiling.domain";
+
 // Analytics sessions: the store's suite and the record's arguments.
 inline constexpr char TSP_SESSION_CONFIGURATION[] = "sessionConfigurationProfiling";
 inline constexpr char TS_ARGUMENT_START_SESSION_TIME[] = "Start";

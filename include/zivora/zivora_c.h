@@ -58,6 +58,8 @@ typedef struct zivora_options {
    * ad screens are drawn; see zivora_handle_event(). NULL: the SDK opens a
    * window of its own. */
   void* host_window;
+  /* The graphics processor's name, reported with the device facts. */
+  const char* gpu_type;
 } zivora_options;
 
 /* One granted reward, valid for the duration of the callback. */

@@ -10,6 +10,7 @@
 #include "platform/linux/GstMediaFactory.h"
 #include "platform/linux/KeyValueDatabase.h"
 #include "platform/linux/PosixFileSystem.h"
+#include "platform/linux/SecretStoreChooser.h"
 #include "util/LogSink.h"
 
 namespace zivora {
@@ -78,6 +79,15 @@ std::shared_ptr<media::MediaFactory> Context::media() {
 platform::StreamingHttpClient& Context::downloads() const {
   if (!runtime_.downloads) throw std::logic_error("Context has no download client");
   return *runtime_.downloads;
+}
+
+std::shared_ptr<platform::SecretStore> Context::secretStore() {
+  std::lock_guard lock(secretStoreMutex_);
+  if (!secretStore_) {
+    secretStore_ = runtime_.secretStore ? runtime_.secretStore
+                                        : platform::SecretStoreChooser::open(paths_.dataRoot);
+  }
+  return secretStore_;
 }
 
 std::shared_ptr<platform::UserDefaults> Context::userDefaults(const std::string& suite) {

@@ -26,6 +26,7 @@ class FileSystem;
 class HttpClient;
 class StreamingHttpClient;
 class KeyValueDatabase;
+class SecretStore;
 class UserDefaults;
 }  // namespace platform
 
@@ -58,6 +59,9 @@ struct RuntimeOptions {
   // Makes the video items and players; null gives GStreamer, reporting on
   // the runtime's main queue.
   std::shared_ptr<media::MediaFactory> media = nullptr;
+  // Where identities are kept; null chooses the Secret Service or the file
+  // store under the data root.
+  std::shared_ptr<platform::SecretStore> secretStore = nullptr;
   // How long one second of the protocol's retry schedules lasts. Integration
   // tests on real time shorten it instead of waiting 5 s, 10 s ...
   std::chrono::nanoseconds retryTimeUnit = std::chrono::seconds(1);
@@ -97,6 +101,9 @@ class Context {
   // failure is logged once).
   std::shared_ptr<platform::UserDefaults> userDefaults(const std::string& suite);
 
+  // The secret store, chosen on first use. Never null.
+  std::shared_ptr<platform::SecretStore> secretStore();
+
   // The context's one instance of T, made by `make` on first use.
   template <class T, class Factory>
   std::shared_ptr<T> instance(Factory&& make) {
@@ -114,6 +121,9 @@ class Context {
   std::mutex preferencesMutex_;
   bool preferencesOpened_ = false;
   std::shared_ptr<platform::KeyValueDatabase> preferences_;
+
+  std::mutex secretStoreMutex_;
+  std::shared_ptr<platform::SecretStore> secretStore_;
 
   std::recursive_mutex instancesMutex_;
   std::map<std::type_index, std::shared_ptr<void>> instances_;

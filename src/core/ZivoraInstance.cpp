@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "analytics/ZVPAnalitics.h"
+#include "analytics/ZVPDeviceInfoHelper.h"
 #include "core/AdSide.h"
 #include "core/DefaultAdSide.h"
 #include "core/InvokeDelegateHelper.h"
@@ -17,6 +18,7 @@
 #include "platform/dispatch/Runtime.h"
 #include "platform/linux/CurlHttpClient.h"
 #include "platform/linux/CurlStreamingClient.h"
+#include "platform/linux/DeviceFacts.h"
 #include "platform/linux/ThreadRuntime.h"
 #include "resources/ZVResourceManager.h"
 #include "ui/Display.h"
@@ -90,6 +92,7 @@ std::shared_ptr<ZivoraInstance> ZivoraInstance::start(const std::string& appId, 
   auto adSide = runtime.adSide;
   auto context = std::make_shared<Context>(host, runtime);
   Context::install(context);
+  if (!host.gpuType.empty()) ZVPDeviceInfoHelper::setGPUType(host.gpuType);
   auto invokeDelegate = std::make_shared<InvokeDelegateHelper>();
   if (!adSide) adSide = std::make_shared<DefaultAdSide>(invokeDelegate);
 
@@ -335,22 +338,36 @@ std::optional<std::string> ZivoraInstance::getDataForInitialization() {
       });
 }
 
-// The device block. Values the SDK cannot know yet are left out.
+// The device block; a value that is absent (nil) leaves its key out.
 nlohmann::json ZivoraInstance::deviceInfo() {
-  const HostOptions& host = context_->host();
-  auto configuration = ZVConfiguration::shared();
-  nlohmann::json info = {{TS_API_PLATFORM_ID, TS_PLATFORM_ID},
-                         {TS_API_LIMIT_AD_TRACKING, host.limitAdTracking ? 1 : 0},
-                         {TS_API_SDK_VERSION, TS_AD_SDK_VERSION}};
+  ZVPDeviceInfoHelper device(appId_, std::nullopt);
+  nlohmann::json info = {{TS_API_PLATFORM_ID, device.platformId()},
+                         {TS_API_DEVICE_ID, device.deviceId()},
+                         {TS_API_LIMIT_AD_TRACKING, device.limitAdTracking()},
+                         {TS_API_CLIENT_VERSION, device.clientVersion()},
+                         {TS_API_SDK_VERSION, TS_AD_SDK_VERSION},
+                         {TS_API_DIMENSION_X, device.dimensionX()},
+                         {TS_API_DIMENTION_Y, device.dimensionY()},
+                         {TS_API_RAM_SIZE, device.RAMSize()},
+                         {TS_API_LANGUAGE, device.language()}};
   auto put = [&](const char* key, std::optional<std::string> value) {
     if (value) info[key] = *value;
   };
-  if (configuration) {
+  put(TS_API_ADVERTISE_ID, device.advertisingId());
+  put(TS_API_DEVICE_NAME, encode(device.deviceName()));
+  put(TS_API_OS_VERSION, encode(device.OSVersion()));
+  if (auto gpu = ZVPDeviceInfoHelper::GPUType()) put(TS_API_GPU_TYPE, encode(*gpu));
+  put(TS_API_DEVICE_USER_NAME, encode(deviceUserName()));
+  if (auto configuration = ZVConfiguration::shared()) {
     put(TS_API_RANDOM_UID, configuration->randomUID());
     put(TS_API_APP_USER_ID, encode(configuration->appUserId()));
   }
-  if (!host.applicationVersion.empty()) put(TS_API_CLIENT_VERSION, host.applicationVersion);
   return info;
+}
+
+std::optional<std::string> ZivoraInstance::deviceUserName() {
+  return guarded(kClass, "deviceUserName", std::optional<std::string>(),
+                 [] { return std::optional<std::string>(platform::DeviceFacts::hostName()); });
 }
 
 std::optional<std::string> ZivoraInstance::encode(std::optional<std::string_view> text) {

@@ -72,6 +72,8 @@ class ZivoraInstance : public std::enable_shared_from_this<ZivoraInstance> {
   void repeateRequestAfterError();
   std::optional<std::string> getDataForInitialization();
   nlohmann::json deviceInfo();
+  // The machine's user-visible name, "deviceUserName".
+  std::optional<std::string> deviceUserName();
   std::optional<std::string> encode(std::optional<std::string_view> text);
 
   // Answers the parked-call rules of showVideo and cacheVideo.

@@ -66,6 +66,7 @@ HostOptions hostOptions(const zivora_options& c) {
   host.screenWidth = c.screen_width;
   host.screenHeight = c.screen_height;
   host.hostWindow = c.host_window;
+  host.gpuType = textOrEmpty(c.gpu_type);
   return host;
 }
 

@@ -4,11 +4,13 @@
 
 #include <nlohmann/json.hpp>
 
+#include "analytics/ZVPDeviceInfoHelper.h"
 #include "core/ZVConfiguration.h"
 #include "core/ZivoraInstance.h"
 #include "events/ZVSendRequest.h"
 #include "resources/ZVResourceManager.h"
 #include "support/FakeHttpClient.h"
+#include "support/MemorySecretStore.h"
 #include "support/RecordingAdSide.h"
 #include "support/RecordingAnalytics.h"
 #include "support/RecordingLogSink.h"
@@ -37,14 +39,16 @@ class ZivoraTest : public ::testing::Test {
  protected:
   ~ZivoraTest() override { ZivoraInstance::reset(); }
 
-  void start(const std::string& appId = "app-1") {
-    ZivoraInstance::start(
-        appId, HostOptions{.dataRoot = root_.path().string(), .applicationVersion = "3.2"},
-        RuntimeOptions{.runtime = runtime_,
-                       .http = http_,
-                       .log = log_,
-                       .analytics = analytics_,
-                       .adSide = adSide_});
+  void start(const std::string& appId = "app-1",
+             HostOptions host = HostOptions{.applicationVersion = "3.2"}) {
+    host.dataRoot = root_.path().string();
+    ZivoraInstance::start(appId, host,
+                          RuntimeOptions{.runtime = runtime_,
+                                         .http = http_,
+                                         .log = log_,
+                                         .analytics = analytics_,
+                                         .adSide = adSide_,
+                                         .secretStore = secrets_});
     Zivora::setDelegate(delegate_);
   }
 
@@ -68,6 +72,7 @@ class ZivoraTest : public ::testing::Test {
       std::make_shared<test::RecordingAnalytics>();
   std::shared_ptr<test::RecordingAdSide> adSide_ = std::make_shared<test::RecordingAdSide>();
   std::shared_ptr<RecordingDelegate> delegate_ = std::make_shared<RecordingDelegate>();
+  std::shared_ptr<test::MemorySecretStore> secrets_ = std::make_shared<test::MemorySecretStore>();
 };
 
 TEST(ZivoraBeforeInitialisation, EveryCallPrintsNotInitialisedAndTheDelegateIsDropped) {
@@ -105,6 +110,28 @@ TEST_F(ZivoraTest, HandshakeBodyCarriesTheAppIdAndTheKnownDeviceFacts) {
   EXPECT_FALSE(params["deviceInfo"].contains("appUserId"));
   EXPECT_EQ(*ZVConfiguration::shared()->appId(), "app-1");
   EXPECT_EQ(adSide_->calls().front(), "startUp");
+}
+
+TEST_F(ZivoraTest, HandshakeDeviceBlockCarriesTheIdentityAndTheHostsSettings) {
+  start("app-1", HostOptions{.applicationVersion = "3.2",
+                             .limitAdTracking = true,
+                             .screenWidth = 1280,
+                             .screenHeight = 800,
+                             .gpuType = "GPU X"});
+  runtime_->runUntilIdle();
+  auto device = lastRequestParams()["getInitialization"]["deviceInfo"];
+  EXPECT_EQ(device["deviceId"], secrets_->valueOf("zvp_idfv"));
+  EXPECT_EQ(device["deviceId"].get<std::string>().size(), 36u);
+  EXPECT_EQ(device["limitAdTracking"], 1);
+  EXPECT_FALSE(device.contains("advertisingId"));
+  EXPECT_EQ(device["dimensionX"], 800);
+  EXPECT_EQ(device["dimensionY"], 1280);
+  EXPECT_GT(device["ramSize"].get<std::int64_t>(), 0);
+  EXPECT_TRUE(device.contains("gpuType"));
+  EXPECT_TRUE(device.contains("language"));
+  EXPECT_TRUE(device["osVersion"].get<std::string>().starts_with("Linux"));
+  for (const char* key : {"deviceName", "deviceUserName"}) EXPECT_TRUE(device.contains(key)) << key;
+  ZVPDeviceInfoHelper::setGPUType(std::nullopt);
 }
 
 TEST_F(ZivoraTest, SecondInitialisationWarnsAndKeepsTheFirstAppId) {
