@@ -12,8 +12,8 @@
 
 typedef struct game {
   const char* placement;
-  int waiting;  /* an ad was asked for and not yet answered */
-  int over;     /* --auto: the ad request ran its course */
+  int waiting; /* an ad was asked for and not yet answered */
+  int over;    /* --auto: the ad request ran its course */
   float x, dx;
 } game;
 
@@ -97,7 +97,8 @@ int main(int argc, char** argv) {
     fprintf(stderr, "SDL: %s\n", SDL_GetError());
     return 1;
   }
-  window = SDL_CreateWindow("sdl-game", SDL_WINDOWPOS_CENTERED, SDL_WINDOWPOS_CENTERED, 640, 360, 0);
+  window =
+      SDL_CreateWindow("sdl-game", SDL_WINDOWPOS_CENTERED, SDL_WINDOWPOS_CENTERED, 640, 360, 0);
   renderer = window ? SDL_CreateRenderer(window, -1, 0) : NULL;
   if (!renderer) {
     fprintf(stderr, "SDL: %s\n", SDL_GetError());

@@ -274,8 +274,9 @@ bool ZVVideoView::isReady() {
 }
 
 bool ZVVideoView::isPlaying() {
-  return guarded("ZVVideoView", "isPlaying", false,
-                 [&] { return playVideo_ && playVideo_->rate() != 0 && playVideo_->error().empty(); });
+  return guarded("ZVVideoView", "isPlaying", false, [&] {
+    return playVideo_ && playVideo_->rate() != 0 && playVideo_->error().empty();
+  });
 }
 
 float ZVVideoView::currentTime() const {
