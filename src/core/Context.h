@@ -27,6 +27,7 @@ class HttpClient;
 class StreamingHttpClient;
 class KeyValueDatabase;
 class SecretStore;
+class UrlOpener;
 class UserDefaults;
 }  // namespace platform
 
@@ -62,6 +63,8 @@ struct RuntimeOptions {
   // Where identities are kept; null chooses the Secret Service or the file
   // store under the data root.
   std::shared_ptr<platform::SecretStore> secretStore = nullptr;
+  // Opens click targets; null gives xdg-open for http and https addresses.
+  std::shared_ptr<platform::UrlOpener> opener = nullptr;
   // How long one second of the protocol's retry schedules lasts. Integration
   // tests on real time shorten it instead of waiting 5 s, 10 s ...
   std::chrono::nanoseconds retryTimeUnit = std::chrono::seconds(1);
@@ -100,6 +103,9 @@ class Context {
   // opened on first use. Null when the database cannot be opened (the
   // failure is logged once).
   std::shared_ptr<platform::UserDefaults> userDefaults(const std::string& suite);
+
+  // The injected opener, or the context's xdg-open one. Never null.
+  std::shared_ptr<platform::UrlOpener> opener();
 
   // The secret store, chosen on first use. Never null.
   std::shared_ptr<platform::SecretStore> secretStore();

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -13,6 +14,9 @@ struct HttpRequest {
   std::string url;
   std::vector<std::pair<std::string, std::string>> headers;
   std::string body;
+  // Off: a redirect answer is the response (a tracker probe reads its
+  // "Location" itself). On: redirects to https addresses are followed.
+  bool followRedirects = true;
 
   // A form POST as both servers take it: the body's byte count and the
   // form content type.
@@ -32,8 +36,14 @@ struct HttpResponse {
   // the size cap).
   long status = 0;
   std::string body;
+  // The final response's header fields as received (names as sent).
+  std::vector<std::pair<std::string, std::string>> headers;
   // What went wrong when status is 0, for logs.
   std::string error;
+
+  // The first field named `name` (compared without regard to case), or
+  // nullptr.
+  const std::string* header(std::string_view name) const;
 };
 
 // Settings of the blocking request client; tests shorten the timeouts.

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "resources/ZVDownloadDelegate.h"
+#include "ui/ZVPlayerControllerDelegate.h"
+#include "ui/ZVVideoView.h"
+#include "ui/ZVVideoViewDelegate.h"
+
+namespace zivora::ui {
+
+// Prepares and plays one ad video. It decides when enough of a video that
+// is still downloading is on disk to start playback (more than
+// `bufferSize()` bytes: 409600 until the download announces the full size,
+// then 30 % of it), owns the full-screen video view, resumes playback that
+// overtook the download once `bufferSize()` more bytes have arrived, and
+// passes the view's events on to its delegate.
+//
+// The view is made and driven on the main queue; download callbacks arrive
+// there too; `prepareFromURL` may be called from any thread.
+class ZVPlayerController : public ZVDownloadDelegate,
+                           public ZVVideoViewDelegate,
+                           public std::enable_shared_from_this<ZVPlayerController> {
+ public:
+  ZVPlayerController();
+  ~ZVPlayerController() override;
+
+  void setDelegate(std::weak_ptr<ZVPlayerControllerDelegate> delegate);
+  // The video view; null until `prepareFromURL` made it (main queue).
+  std::shared_ptr<ZVVideoView> view() const;
+
+  void prepareFromURL(const std::string& url, const std::string& fileName);
+  // More than `bufferSize()` bytes (or the whole file) on disk.
+  bool isPreparedFile();
+  // The file is prepared and the view's item is ready to play.
+  bool isPrepared();
+  void play();
+  void stop();
+
+  void setSoundEnable(bool soundEnable);
+  void setAllowSkipAfter(float seconds);
+  std::int32_t bufferSize() const;
+
+  // ZVDownloadDelegate
+  void startLoading(const std::string& fileName) override;
+  void receiveData(std::int64_t bytes) override;
+  void finishLoading(const std::string& fileName) override;
+  void errorLoadingResource(const std::string& fileName, std::int32_t error) override;
+
+  // ZVVideoViewDelegate
+  void preparedVideoView() override;
+  void errorPlayVideoItem() override;
+  void didHideView() override;
+  void didShowView() override;
+  void finishedPlaying() override;
+  void tapCloseView() override;
+  void failDuringPlayVideo(media::MediaTime time, bool cacheVideo) override;
+};
+
+}  // namespace zivora::ui
