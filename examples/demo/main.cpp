@@ -1,9 +1,14 @@
-// The sample host application: starts the sandbox ad server unless told
-// where a server is, initialises the SDK against it over HTTPS, parks a cache
-// request until the handshake has succeeded, and prints each step (and the
-// SDK's own log lines) with its time since start.
-#include <unistd.h>
-
+// The sample host application. It starts the sandbox ad server unless told
+// where a server is, initialises the SDK against it over HTTPS, caches the
+// rewarded placement, shows the ad when it is cached, and afterwards fetches
+// (and accepts) the user's motivated rewards. Every host callback is printed
+// with its time since start.
+//
+// With a display the ad opens in a real window that a person watches and
+// taps. Without one (--headless) the same ad runs drawn in memory with
+// scripted taps, and the output directory receives callbacks.json and
+// contact-sheet.png (the video with its controls, the skip control ready,
+// the post-video screen).
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -14,10 +19,13 @@
 #include <string>
 #include <thread>
 
+#include "CallbackLog.h"
+#include "HeadlessDriver.h"
 #include "SandboxProcess.h"
 #include "core/Context.h"
-#include "core/ZVConfiguration.h"
 #include "core/ZivoraInstance.h"
+#include "events/ZVEventSender.h"
+#include "platform/UrlOpener.h"
 #include "platform/linux/CurlHttpClient.h"
 #include "util/LogSink.h"
 #include "util/PercentEncoding.h"
@@ -26,25 +34,20 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-const Clock::time_point kStart = Clock::now();
-
-void step(const std::string& text) {
-  double seconds = std::chrono::duration<double>(Clock::now() - kStart).count();
-  std::printf("[%8.3fs] %s\n", seconds, text.c_str());
-  std::fflush(stdout);
-}
+using demo::step;
+using std::chrono::seconds;
 
 struct Arguments {
   std::string server, analyticsServer, ca, dataDir, appId = "zivora-demo-app", out, sandbox;
+  std::string placement = "rewarded";
   bool headless = false;
 };
 
 void usage() {
-  std::fprintf(
-      stderr,
-      "usage: zivora-demo [--server URL] [--analytics-server URL] [--ca FILE] [--data-dir DIR]\n"
-      "                   [--app-id ID] [--headless] [--out DIR] [--sandbox PATH]\n");
+  std::fprintf(stderr,
+               "usage: zivora-demo [--server URL] [--analytics-server URL] [--ca FILE]\n"
+               "                   [--data-dir DIR] [--app-id ID] [--placement NAME]\n"
+               "                   [--headless] [--out DIR] [--sandbox PATH]\n");
 }
 
 std::optional<Arguments> parse(int argc, char** argv) {
@@ -67,6 +70,8 @@ std::optional<Arguments> parse(int argc, char** argv) {
       args.dataDir = value;
     else if (flag == "--app-id")
       args.appId = value;
+    else if (flag == "--placement")
+      args.placement = value;
     else if (flag == "--out")
       args.out = value;
     else if (flag == "--sandbox")
@@ -75,8 +80,9 @@ std::optional<Arguments> parse(int argc, char** argv) {
       return std::nullopt;
   }
   if (!std::getenv("DISPLAY") && !std::getenv("WAYLAND_DISPLAY")) args.headless = true;
-  if (args.dataDir.empty())
-    args.dataDir = (std::filesystem::temp_directory_path() / "zivora-demo").string();
+  auto temporary = std::filesystem::temp_directory_path();
+  if (args.dataDir.empty()) args.dataDir = (temporary / "zivora-demo").string();
+  if (args.out.empty()) args.out = (temporary / "zivora-demo-out").string();
   return args;
 }
 
@@ -94,14 +100,15 @@ class StepLog final : public zivora::LogSink {
   }
 };
 
-// Prints what the host hears.
-class PrintingDelegate final : public zivora::ZivoraDelegate {
+// Headless runs open nothing: the address is printed instead.
+class PrintingOpener final : public zivora::platform::UrlOpener {
  public:
-  void videoDidCache(const std::string& placement) override {
-    step("delegate: videoDidCache " + placement);
+  bool canOpenURL(const std::string& url) override {
+    return url.rfind("https://", 0) == 0 || url.rfind("http://", 0) == 0;
   }
-  void videoDidFailToLoad(const std::string& placement, std::uint64_t error) override {
-    step("delegate: videoDidFailToLoad " + placement + " error " + std::to_string(error));
+  bool openURL(const std::string& url) override {
+    step("open " + url + " (headless: not launched)");
+    return canOpenURL(url);
   }
 };
 
@@ -135,19 +142,105 @@ class HandshakePrinter final : public zivora::platform::HttpClient {
   zivora::platform::CurlHttpClient client_;
 };
 
-// Waits for the handshake's reply to land in the settings: the sandbox's
-// reply names a close-button image.
-bool waitForHandshake(std::chrono::seconds limit) {
-  auto deadline = Clock::now() + limit;
-  while (Clock::now() < deadline) {
-    auto configuration = zivora::ZVConfiguration::shared();
-    if (auto closeButton = configuration ? configuration->closeButtonURL() : std::nullopt) {
-      step("handshake answered; close button image " + *closeButton);
-      return true;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+// What the person would do, with pictures of the key moments.
+bool playHeadless(demo::CallbackLog& log, demo::HeadlessDriver& driver) {
+  using zivora::ui::ScreenAction;
+  if (!log.waitFor("videoWindowDidDisplay", seconds(20))) return false;
+  driver.tapCentre();
+  std::this_thread::sleep_for(std::chrono::milliseconds(600));
+  driver.snapshot("video with its controls");
+  // The sandbox's ads allow skipping after two seconds; wait past it, but
+  // let the video play to its end so that it earns the reward.
+  std::this_thread::sleep_for(std::chrono::milliseconds(2000));
+  driver.tapCentre();
+  std::this_thread::sleep_for(std::chrono::milliseconds(600));
+  driver.snapshot("skip control ready");
+  if (!log.waitFor("videoDidDismiss", seconds(60))) return false;
+  std::this_thread::sleep_for(std::chrono::milliseconds(800));
+  driver.snapshot("post-video screen");
+  step("tap the call to action");
+  driver.perform(ScreenAction::CallToAction);
+  if (!log.waitFor("videoPostViewDidClick", seconds(20))) return false;
+  step("close the post-video screen");
+  driver.perform(ScreenAction::Close);
+  return log.waitFor("videoWindowDidClose", seconds(20));
+}
+
+// Waits until the ad events have reached the server (they travel through a
+// file queue, so a quick exit would leave them for the next launch).
+void drainEvents(seconds limit) {
+  auto deadline = std::chrono::steady_clock::now() + limit;
+  while (std::chrono::steady_clock::now() < deadline) {
+    auto sender = zivora::ZVEventSender::shared();
+    if (!sender || !sender->eventController().saver().hasSavedEvents()) return;
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
   }
-  return false;
+  step("events still queued; they are sent on the next launch");
+}
+
+int run(Arguments& args) {
+  std::unique_ptr<demo::SandboxProcess> sandbox;
+  if (args.server.empty()) {
+    sandbox = std::make_unique<demo::SandboxProcess>(
+        sandboxExecutable(args), std::filesystem::path(args.dataDir) / "sandbox");
+    args.server = sandbox->adEndpoint();
+    if (args.analyticsServer.empty()) args.analyticsServer = sandbox->analyticsEndpoint();
+    if (args.ca.empty()) args.ca = sandbox->caFile();
+    step("sandbox started at " + args.server);
+  }
+  // Headless, SDL draws with its software renderer into memory.
+  if (args.headless) setenv("SDL_VIDEODRIVER", "dummy", 1);
+
+  zivora::HostOptions host{.dataRoot = args.dataDir,
+                           .applicationName = "zivora-demo",
+                           .applicationVersion = ZIVORA_VERSION_STRING,
+                           .adEndpoint = args.server,
+                           .analyticsEndpoint = args.analyticsServer,
+                           .caFile = args.ca,
+                           .screenWidth = args.headless ? 1280 : 0,
+                           .screenHeight = args.headless ? 720 : 0};
+  // The sandbox listens on a new port each run: forget an endpoint it
+  // handed out last time, or the handshake would go there.
+  if (sandbox)
+    std::filesystem::remove(std::filesystem::path(args.dataDir) / "Preferences" /
+                            "defaults.sqlite");
+  zivora::RuntimeOptions runtime{.http = std::make_shared<HandshakePrinter>(args.ca),
+                                 .log = std::make_shared<StepLog>()};
+  if (args.headless) runtime.opener = std::make_shared<PrintingOpener>();
+
+  step("initializeWithAppId " + args.appId + ", data root " + args.dataDir);
+  zivora::ZivoraInstance::start(args.appId, host, runtime);
+  auto log = std::make_shared<demo::CallbackLog>();
+  zivora::Zivora::setDelegate(log);
+
+  step("cacheVideo " + args.placement);
+  zivora::Zivora::cacheVideo(args.placement);
+  bool ok = log->waitFor("videoDidCache", seconds(90));
+  demo::HeadlessDriver driver;
+  if (ok) {
+    step("showVideo " + args.placement);
+    zivora::Zivora::showVideo(args.placement);
+    ok = args.headless ? playHeadless(*log, driver)
+                       : log->waitFor("videoWindowDidClose", seconds(600));
+  }
+  if (ok) log->waitFor("videoReceiveReward", seconds(5), "");
+
+  step("requestMotivatedRewards");
+  zivora::Zivora::requestMotivatedRewards();
+  log->waitFor("receiveMotivatedRewards", seconds(20), "failedRequestMotivatedRewards");
+  drainEvents(seconds(10));
+
+  std::filesystem::create_directories(args.out);
+  log->writeJson(std::filesystem::path(args.out) / "callbacks.json");
+  if (driver.sheet().size() > 0) {
+    auto sheet = std::filesystem::path(args.out) / "contact-sheet.png";
+    if (driver.sheet().write(sheet)) step("contact sheet written to " + sheet.string());
+  }
+  step(std::string("callbacks written to ") + args.out + "/callbacks.json");
+  zivora::ZivoraInstance::reset();
+  const bool rewarded = log->heard("videoReceiveReward");
+  step(rewarded ? "the ad ran its whole course" : "the ad did not run its whole course");
+  return rewarded ? 0 : 1;
 }
 
 }  // namespace
@@ -161,41 +254,7 @@ int main(int argc, char** argv) {
   step(std::string("zivora-demo, SDK ") + zivora::ZivoraSDKVersionString +
        (args->headless ? ", headless" : ", with a display"));
   try {
-    std::unique_ptr<demo::SandboxProcess> sandbox;
-    if (args->server.empty()) {
-      sandbox = std::make_unique<demo::SandboxProcess>(
-          sandboxExecutable(*args), std::filesystem::path(args->dataDir) / "sandbox");
-      args->server = sandbox->adEndpoint();
-      if (args->analyticsServer.empty()) args->analyticsServer = sandbox->analyticsEndpoint();
-      if (args->ca.empty()) args->ca = sandbox->caFile();
-      step("sandbox started at " + args->server);
-    }
-
-    zivora::HostOptions host{.dataRoot = args->dataDir,
-                             .applicationName = "zivora-demo",
-                             .applicationVersion = ZIVORA_VERSION_STRING,
-                             .adEndpoint = args->server,
-                             .analyticsEndpoint = args->analyticsServer,
-                             .caFile = args->ca};
-    // The sandbox listens on a new port each run: forget an endpoint it
-    // handed out last time, or the handshake would go there.
-    if (sandbox)
-      std::filesystem::remove(std::filesystem::path(args->dataDir) / "Preferences" /
-                              "defaults.sqlite");
-    step("initializeWithAppId " + args->appId + ", data root " + args->dataDir);
-    zivora::ZivoraInstance::start(
-        args->appId, host,
-        zivora::RuntimeOptions{.http = std::make_shared<HandshakePrinter>(args->ca),
-                               .log = std::make_shared<StepLog>()});
-    zivora::Zivora::setDelegate(std::make_shared<PrintingDelegate>());
-    step("cacheVideo rewarded (parked until the handshake succeeds)");
-    zivora::Zivora::cacheVideo("rewarded");
-
-    bool ok = waitForHandshake(std::chrono::seconds(30));
-    step(ok ? "initialization succeeded" : "initialization did not succeed within 30 s");
-    step("install id " + zivora::ZVConfiguration::shared()->randomUID().value_or("?"));
-    zivora::ZivoraInstance::reset();
-    return ok ? 0 : 1;
+    return run(*args);
   } catch (const std::exception& error) {
     step(std::string("error: ") + error.what());
     return 1;

@@ -1,11 +1,16 @@
 #include "core/DefaultAdSide.h"
 
 #include "ads/MotivationRewardManager.h"
+#include "ads/ZVVideoManager.h"
+#include "core/Context.h"
 #include "events/ZVEventSender.h"
+#include "platform/dispatch/Runtime.h"
 #include "resources/ZVCacheManager.h"
 #include "resources/ZVFilesSavedValidator.h"
 #include "resources/ZVReserveManager.h"
 #include "resources/ZVResourceManager.h"
+#include "ui/Display.h"
+#include "util/Guard.h"
 #include "util/ZVLog.h"
 #include "zivora/ZivoraDelegate.h"
 
@@ -24,6 +29,13 @@ void DefaultAdSide::startUp() {
   ZVFilesSavedValidator::defaultValidator();
   ZVReserveManager::defaultManager();
   ZVCacheManager::defaultManager();
+  // Ad requests read the screen's shape without waiting for the main queue;
+  // have it known before the first one.
+  if (auto context = Context::current()) {
+    context->runtime().mainQueue().async([display = ui::Display::of(context)] {
+      guarded("DefaultAdSide", "startUp", [&] { display->refreshOrientation(); });
+    });
+  }
 }
 
 void DefaultAdSide::serverConnected() {
@@ -49,19 +61,39 @@ void DefaultAdSide::removeFile(const std::string& fileName) {
   if (auto manager = ZVResourceManager::defaultManager()) manager->removeFile(fileName);
 }
 
-void DefaultAdSide::showVideo(const std::string& placement) { unavailable(placement); }
+void DefaultAdSide::newVideoManager() {
+  auto manager = std::make_shared<ZVVideoManager>(delegate_);
+  std::lock_guard lock(mutex_);
+  videoManager_ = std::move(manager);
+}
 
-void DefaultAdSide::cacheVideo(const std::string& placement) { unavailable(placement); }
+std::shared_ptr<ZVVideoManager> DefaultAdSide::videoManager() const {
+  std::lock_guard lock(mutex_);
+  return videoManager_;
+}
+
+void DefaultAdSide::showVideo(const std::string& placement) {
+  if (auto manager = videoManager()) manager->showVideo(placement);
+}
+
+void DefaultAdSide::cacheVideo(const std::string& placement) {
+  if (auto manager = videoManager()) manager->cacheVideo(placement);
+}
+
+bool DefaultAdSide::isReadyVideo(const std::string& placement) {
+  auto manager = videoManager();
+  return manager && manager->isReadyVideo(placement);
+}
+
+bool DefaultAdSide::isRequestShow() {
+  auto manager = videoManager();
+  return manager && manager->isRequestShow();
+}
 
 void DefaultAdSide::requestMotivatedRewards() { rewards_->requestMotivatedRewards(); }
 
 void DefaultAdSide::removeMotivatedRewards(const std::vector<std::string>& rewardIds) {
   rewards_->removeMotivatedRewards(rewardIds);
-}
-
-void DefaultAdSide::unavailable(const std::string& placement) {
-  ZVLog::LogWarning("[ZVVideoManager] No placement layer in this build: {}", placement);
-  delegate_->videoDidFailToLoad(placement, ZivoraErrorInitializationFailed);
 }
 
 }  // namespace zivora

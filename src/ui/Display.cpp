@@ -4,6 +4,7 @@
 #include "platform/dispatch/Runtime.h"
 #include "ui/SdlPresenter.h"
 #include "util/ZVLog.h"
+#include "zivora/ZVConstants.h"
 
 namespace zivora::ui {
 namespace {
@@ -47,6 +48,11 @@ bool Display::handleEvent(const SDL_Event& event) {
   sdl->handleEvent(event);
   // An ad screen is modal: the host acts on none of the events meanwhile.
   return true;
+}
+
+void Display::refreshOrientation() {
+  const Size size = presenter().screen().size;
+  orientation_ = size.width > size.height ? TS_ORIENTATION_LANDSCAPE : TS_ORIENTATION_PORTRAIT;
 }
 
 bool Display::isPresenting() const {

@@ -2,6 +2,7 @@
 
 #include <SDL.h>
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 
@@ -32,11 +33,18 @@ class Display {
   bool handleEvent(const SDL_Event& event);
   bool isPresenting() const;
 
+  // 2 (landscape) when the presenting surface is wider than tall, else 1;
+  // 1 until refreshOrientation() ran. Any thread, never blocks.
+  int deviceOrientation() const { return orientation_; }
+  // Reads the presenting surface's shape (main queue only).
+  void refreshOrientation();
+
  private:
   std::weak_ptr<Context> context_;
   AppLifecycle lifecycle_;
   mutable std::mutex mutex_;
   std::unique_ptr<Presenter> presenter_;
+  std::atomic<int> orientation_{1};
 };
 
 }  // namespace zivora::ui

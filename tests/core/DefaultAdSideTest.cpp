@@ -62,23 +62,5 @@ TEST(DefaultAdSide, UnreserveAllDropsEveryReservation) {
   EXPECT_FALSE(reserve->isReserved("a.mp4"));
 }
 
-TEST(DefaultAdSide, PlacementsFailAtOnceWhileNoPlacementLayerIsLinked) {
-  test::ScopedContext scope;
-  struct Failures final : ZivoraDelegate {
-    void videoDidFailToLoad(const std::string& placement, std::uint64_t error) override {
-      seen.push_back(placement + ":" + std::to_string(error));
-    }
-    std::vector<std::string> seen;
-  };
-  auto helper = std::make_shared<InvokeDelegateHelper>();
-  auto host = std::make_shared<Failures>();
-  helper->setDelegate(host);
-  DefaultAdSide side(helper);
-  side.showVideo("a");
-  side.cacheVideo("b");
-  EXPECT_FALSE(side.isReadyVideo("a"));
-  EXPECT_EQ(host->seen, (std::vector<std::string>{"a:3", "b:3"}));
-}
-
 }  // namespace
 }  // namespace zivora

@@ -28,6 +28,9 @@ TEST(ZivoraCIntegration, AParkedCallIsAnsweredThroughTheCallbackTable) {
   sandbox::SandboxServer sandbox{
       sandbox::SandboxOptions{.certDirectory = test::sandboxCertDirectory()}};
   sandbox.start();
+  sandbox.setHandler("getVideo", [](const nlohmann::json&) {
+    return nlohmann::json{{"error", 9}};
+  });
   std::string dataRoot = root.path().string(), endpoint = sandbox.adEndpoint(),
               ca = sandbox.caFile();
 
@@ -52,16 +55,17 @@ TEST(ZivoraCIntegration, AParkedCallIsAnsweredThroughTheCallbackTable) {
   zivora_set_callbacks(&callbacks);
   zivora_cache_video("rewarded");
 
-  // This build has no placement layer yet: once the handshake succeeds the
-  // replayed call is answered with error 3.
+  // Once the handshake succeeds the parked call is replayed; the ad server
+  // refuses it with its own error number, which reaches the host unchanged.
   {
     std::unique_lock lock(inbox.mutex);
     ASSERT_TRUE(inbox.changed.wait_for(lock, 10s, [&] { return !inbox.failures.empty(); }));
-    EXPECT_EQ(inbox.failures, std::vector<std::string>{"rewarded:3"});
+    EXPECT_EQ(inbox.failures, std::vector<std::string>{"rewarded:9"});
   }
   auto received = sandbox.received();
-  ASSERT_EQ(received.size(), 1u);
+  ASSERT_EQ(received.size(), 2u);
   EXPECT_NE(received[0].params.find(R"("appId":"c-app")"), std::string::npos);
+  EXPECT_EQ(received[1].requestName, "getVideo");
   ZivoraInstance::reset();
 }
 

@@ -1,0 +1,421 @@
+// A placement's whole course on virtual time: the ad request, the image and
+// video downloads (served by a scripted file server), the player (a
+// scripted media item), the screens (drawn in memory) and the click-through,
+// as the host sees them through its callbacks.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <set>
+
+#include "ads/ZVRedirectRequest.h"
+#include "core/DefaultAdSide.h"
+#include "core/InvokeDelegateHelper.h"
+#include "core/ZVConfiguration.h"
+#include "platform/UrlOpener.h"
+#include "platform/dispatch/Runtime.h"
+#include "support/FakeFileSystem.h"
+#include "support/FakeMediaFactory.h"
+#include "support/FakeMediaItem.h"
+#include "support/FakeStreamingClient.h"
+#include "support/RoutingHttpClient.h"
+#include "support/ScopedContext.h"
+#include "support/TempDir.h"
+#include "support/VirtualRuntime.h"
+#include "ui/Display.h"
+#include "zivora/ZivoraDelegate.h"
+
+namespace zivora {
+namespace {
+
+using namespace std::chrono_literals;
+using Calls = std::vector<std::string>;
+
+constexpr char kPlacement[] = "rewarded";
+constexpr char kVideo[] = "https://cdn.test/ad/video.mp4";
+constexpr char kImage[] = "https://cdn.test/ad/end.png";
+constexpr char kTarget[] = "https://shop.test/item";
+
+// Writes down each host callback as "name placement".
+class RecordingHost final : public ZivoraDelegate {
+ public:
+  void videoDidCache(const std::string& p) override { add("videoDidCache", p); }
+  void videoDidFailToLoad(const std::string& p, std::uint64_t error) override {
+    add("videoDidFailToLoad", p + " " + std::to_string(error));
+  }
+  void videoWindowWillDisplay(const std::string& p) override { add("videoWindowWillDisplay", p); }
+  void videoWindowDidDisplay(const std::string& p) override { add("videoWindowDidDisplay", p); }
+  void videoDidDismiss(const std::string& p) override { add("videoDidDismiss", p); }
+  void videoWindowWillClose(const std::string& p) override { add("videoWindowWillClose", p); }
+  void videoWindowDidClose(const std::string& p) override { add("videoWindowDidClose", p); }
+  void videoPostViewDidClick(const std::string& p) override { add("videoPostViewDidClick", p); }
+  void videoReceiveReward(const std::string& p) override { add("videoReceiveReward", p); }
+
+  Calls calls;
+
+ private:
+  void add(const std::string& name, const std::string& argument) {
+    calls.push_back(name + " " + argument);
+  }
+};
+
+class RecordingOpener final : public platform::UrlOpener {
+ public:
+  bool canOpenURL(const std::string& url) override {
+    return url.rfind("https://", 0) == 0 || url.rfind("http://", 0) == 0;
+  }
+  bool openURL(const std::string& url) override {
+    opened.push_back(url);
+    return canOpenURL(url);
+  }
+  Calls opened;
+};
+
+class PlacementTest : public ::testing::Test {
+ protected:
+  PlacementTest()
+      : scope_({.dataRoot = root_.path().string(), .screenWidth = 640, .screenHeight = 360},
+               {.runtime = runtime_,
+                .http = server_,
+                .downloads = files_,
+                .files = disk_,
+                .media = media_,
+                .opener = opener_}) {
+    auto configuration = ZVConfiguration::shared();
+    configuration->setAppId("app-1");
+    helper_->setDelegate(host_);
+    side_->startUp();
+    side_->newVideoManager();
+    side_->serverConnected();
+    server_->reply("getVideo", ad());
+    content_[kVideo] = std::string(1'000'000, 'v');
+    content_[kImage] = std::string(2'000, 'i');
+  }
+
+  ~PlacementTest() override { runtime_->runUntilIdle(); }
+
+  nlohmann::json ad() const {
+    return {{"adId", "ad-7"},     {"adType", 2},        {"clickId", "click-9"},
+            {"videoURL", kVideo}, {"imageURL", kImage}, {"targetURL", kTarget},
+            {"skipVideo", 5},     {"soundEnable", true}};
+  }
+
+  // Serves every download asked for so far, then lets the work settle.
+  void serveDownloads() {
+    for (int round = 0; round < 10; ++round) {
+      runtime_->runUntilIdle();
+      bool servedAny = false;
+      for (const auto& transfer : files_->transfers()) {
+        if (!served_.insert(transfer.get()).second) continue;
+        files_->serve(transfer, content_[transfer->request.url], 100'000);
+        servedAny = true;
+      }
+      if (!servedAny) break;
+    }
+    runtime_->runUntilIdle();
+  }
+
+  // The video item reaches ready-to-play.
+  void itemReady(double duration = 10) {
+    ASSERT_NE(media_->lastItem(), nullptr);
+    media_->lastItem()->setDuration(media::MediaTime::fromSeconds(duration));
+    media_->lastItem()->postStatus(media::MediaItemStatus::ReadyToPlay);
+    runtime_->runUntilIdle();
+  }
+
+  void cacheReady() {
+    side_->cacheVideo(kPlacement);
+    serveDownloads();
+    itemReady();
+  }
+
+  // Shows the cached ad and lets the slide-in finish.
+  void showAndDisplay() {
+    side_->showVideo(kPlacement);
+    runtime_->runUntilIdle();
+    runtime_->advanceBy(1s);
+  }
+
+  void playToEnd() {
+    media_->lastItem()->postPlayedToEnd();
+    runtime_->runUntilIdle();
+    runtime_->advanceBy(1s);
+  }
+
+  bool act(ui::ScreenAction action) {
+    bool acted = presenter().performAction(action);
+    runtime_->runUntilIdle();
+    runtime_->advanceBy(1s);
+    return acted;
+  }
+
+  ui::Presenter& presenter() { return ui::Display::of(Context::current())->presenter(); }
+
+  Calls calls() const { return host_->calls; }
+  std::size_t count(const std::string& call) const {
+    return static_cast<std::size_t>(std::count(host_->calls.begin(), host_->calls.end(), call));
+  }
+
+  test::TempDir root_;
+  std::shared_ptr<test::VirtualRuntime> runtime_ = std::make_shared<test::VirtualRuntime>();
+  std::shared_ptr<test::RoutingHttpClient> server_ = std::make_shared<test::RoutingHttpClient>();
+  std::shared_ptr<test::FakeStreamingClient> files_ =
+      std::make_shared<test::FakeStreamingClient>(*runtime_);
+  std::shared_ptr<test::FakeFileSystem> disk_ = std::make_shared<test::FakeFileSystem>();
+  std::shared_ptr<test::FakeMediaFactory> media_ =
+      std::make_shared<test::FakeMediaFactory>(runtime_->mainQueue());
+  std::shared_ptr<RecordingOpener> opener_ = std::make_shared<RecordingOpener>();
+  test::ScopedContext scope_;
+  std::shared_ptr<RecordingHost> host_ = std::make_shared<RecordingHost>();
+  std::shared_ptr<InvokeDelegateHelper> helper_ = std::make_shared<InvokeDelegateHelper>();
+  std::shared_ptr<DefaultAdSide> side_ = std::make_shared<DefaultAdSide>(helper_);
+  std::map<std::string, std::string> content_;
+  std::set<const void*> served_;
+};
+
+TEST_F(PlacementTest, AWatchedAdTellsTheHostEachStepInOrderAndEarnsTheReward) {
+  cacheReady();
+  EXPECT_EQ(calls(), Calls{"videoDidCache rewarded"});
+  EXPECT_TRUE(side_->isReadyVideo(kPlacement));
+  const auto request = server_->received().front();
+  EXPECT_EQ(request.name, "getVideo");
+  EXPECT_EQ(request.arguments["placementId"], kPlacement);
+  EXPECT_EQ(request.arguments["appId"], "app-1");
+  EXPECT_EQ(request.arguments["orientation"], 2);  // 640 x 360
+  EXPECT_EQ(request.arguments["isMobileNetwork"], false);
+
+  showAndDisplay();
+  EXPECT_TRUE(side_->isRequestShow());
+  playToEnd();
+  EXPECT_TRUE(act(ui::ScreenAction::Close));
+
+  EXPECT_EQ(calls(), (Calls{"videoDidCache rewarded", "videoWindowWillDisplay rewarded",
+                            "videoWindowDidDisplay rewarded", "videoDidDismiss rewarded",
+                            "videoWindowWillClose rewarded", "videoWindowDidClose rewarded",
+                            "videoReceiveReward rewarded"}));
+  EXPECT_EQ(server_->count("startWatchingAd"), 1u);
+  EXPECT_EQ(server_->count("watchedAd"), 1u);
+  EXPECT_FALSE(side_->isRequestShow());
+  EXPECT_FALSE(side_->isReadyVideo(kPlacement));
+  EXPECT_TRUE(presenter().windows().empty());
+}
+
+TEST_F(PlacementTest, ASkippedAdIsDismissedWithoutWatchedEventOrReward) {
+  cacheReady();
+  showAndDisplay();
+  runtime_->advanceBy(6s);  // past the skip time of 5 s
+  act(ui::ScreenAction::Skip);
+  EXPECT_EQ(count("videoDidDismiss rewarded"), 1u);
+  act(ui::ScreenAction::Close);
+  EXPECT_EQ(count("videoWindowDidClose rewarded"), 1u);
+  EXPECT_EQ(count("videoReceiveReward rewarded"), 0u);
+  EXPECT_EQ(server_->count("watchedAd"), 0u);
+  EXPECT_EQ(server_->count("startWatchingAd"), 1u);
+}
+
+TEST_F(PlacementTest, ShowingBeforeCachingOpensTheAdWhenReadyWithoutCachingCallback) {
+  side_->showVideo(kPlacement);
+  serveDownloads();
+  itemReady();
+  runtime_->advanceBy(1s);
+  EXPECT_EQ(calls(), (Calls{"videoWindowWillDisplay rewarded", "videoWindowDidDisplay rewarded"}));
+}
+
+TEST_F(PlacementTest, ServerRefusalIsPassedToTheHostAtOnceWithoutRetry) {
+  server_->reply("getVideo", {{"error", 7}});
+  side_->cacheVideo(kPlacement);
+  runtime_->runUntilIdle();
+  EXPECT_EQ(calls(), Calls{"videoDidFailToLoad rewarded 7"});
+  runtime_->advanceBy(30s);
+  EXPECT_EQ(server_->count("getVideo"), 1u);
+}
+
+TEST_F(PlacementTest, ATransportFailureIsRetriedOnceAfterFiveSecondsThenFailsWithThree) {
+  server_->refuse("getVideo");
+  side_->cacheVideo(kPlacement);
+  runtime_->runUntilIdle();
+  EXPECT_EQ(server_->count("getVideo"), 1u);
+  EXPECT_TRUE(calls().empty());
+  runtime_->advanceBy(4900ms);
+  EXPECT_EQ(server_->count("getVideo"), 1u);
+  runtime_->advanceBy(100ms);
+  EXPECT_EQ(server_->count("getVideo"), 2u);
+  EXPECT_EQ(calls(), Calls{"videoDidFailToLoad rewarded 3"});
+
+  // The failed controller is gone: the next call starts afresh.
+  server_->reply("getVideo", ad());
+  cacheReady();
+  EXPECT_EQ(server_->count("getVideo"), 3u);
+  EXPECT_EQ(count("videoDidCache rewarded"), 1u);
+}
+
+TEST_F(PlacementTest, CachingTwiceSendsOneRequest) {
+  server_->route("getVideo", [](const nlohmann::json&) {
+    return platform::HttpResponse{.status = 0, .error = "slow"};
+  });
+  side_->cacheVideo(kPlacement);
+  side_->cacheVideo(kPlacement);
+  runtime_->runUntilIdle();
+  EXPECT_EQ(server_->count("getVideo"), 1u);
+}
+
+TEST_F(PlacementTest, BadAdsAreRetriedOnceThenFailWithThree) {
+  for (const char* key : {"imageURL", "videoURL"}) {
+    SCOPED_TRACE(key);
+    auto bad = ad();
+    bad[key] = 12;  // not an address
+    server_->reply("getVideo", bad);
+    host_->calls.clear();
+    side_->cacheVideo(kPlacement);
+    serveDownloads();
+    runtime_->advanceBy(5s);
+    serveDownloads();
+    EXPECT_EQ(calls(), Calls{"videoDidFailToLoad rewarded 3"});
+  }
+}
+
+TEST_F(PlacementTest, MistypedOptionalFieldsAreIgnoredAndTheAdStillPlays) {
+  auto odd = ad();
+  odd["skipVideo"] = "soon";
+  odd["soundEnable"] = "no";
+  server_->reply("getVideo", odd);
+  cacheReady();
+  showAndDisplay();
+  EXPECT_EQ(count("videoWindowDidDisplay rewarded"), 1u);
+  ASSERT_NE(media_->lastPlayer(), nullptr);
+  EXPECT_TRUE(media_->lastPlayer()->isMuted());
+}
+
+TEST_F(PlacementTest, NoFreeSpaceFailsWithTwo) {
+  disk_->freeBytes = 1024;
+  side_->cacheVideo(kPlacement);
+  serveDownloads();
+  EXPECT_EQ(calls(), Calls{"videoDidFailToLoad rewarded 2"});
+}
+
+TEST_F(PlacementTest, AFailedPlayerItemIsRetriedOnceThenFailsWithThree) {
+  side_->cacheVideo(kPlacement);
+  serveDownloads();
+  media_->lastItem()->postStatus(media::MediaItemStatus::Failed, "not a video");
+  runtime_->runUntilIdle();
+  EXPECT_TRUE(calls().empty());
+  runtime_->advanceBy(5s);
+  serveDownloads();
+  media_->lastItem()->postStatus(media::MediaItemStatus::Failed, "not a video");
+  runtime_->runUntilIdle();
+  EXPECT_EQ(calls(), Calls{"videoDidFailToLoad rewarded 3"});
+  EXPECT_EQ(server_->count("getVideo"), 2u);
+}
+
+TEST_F(PlacementTest, TwoPlacementsHaveIndependentControllers) {
+  side_->cacheVideo("a");
+  side_->showVideo("b");
+  runtime_->runUntilIdle();
+  EXPECT_TRUE(side_->isRequestShow());
+  EXPECT_EQ(server_->count("getVideo"), 2u);
+  side_->showVideo("");
+  EXPECT_TRUE(scope_.log().contains("[Zivora][showVideo] Error! PlacementName is nil or empty."));
+}
+
+class ClickTest : public PlacementTest {
+ protected:
+  // Plays the ad to the post-video screen.
+  void toPostVideo() {
+    cacheReady();
+    showAndDisplay();
+    playToEnd();
+  }
+  void tapCallToAction() { presenter().performAction(ui::ScreenAction::CallToAction); }
+};
+
+TEST_F(ClickTest, ADoubleTapSendsOneClickAndAnAcknowledgedClickOpensAgainWithoutRequest) {
+  toPostVideo();
+  tapCallToAction();
+  tapCallToAction();
+  runtime_->runUntilIdle();
+  EXPECT_TRUE(scope_.log().contains("Already sent clickAd to the server, wait responce."));
+  EXPECT_EQ(server_->count("clickAd"), 1u);
+  EXPECT_EQ(opener_->opened, Calls{kTarget});
+  const auto click = server_->received().back().arguments;
+  EXPECT_EQ(click["adId"], "ad-7");
+  EXPECT_EQ(click["clickId"], "click-9");
+  EXPECT_EQ(click["adType"], 2);
+
+  tapCallToAction();
+  runtime_->runUntilIdle();
+  EXPECT_EQ(server_->count("clickAd"), 1u);
+  EXPECT_EQ(opener_->opened, (Calls{kTarget, kTarget}));
+  EXPECT_EQ(count("videoPostViewDidClick rewarded"), 2u);
+}
+
+TEST_F(ClickTest, AFailedClickRequestLetsTheNextTapTryAgain) {
+  server_->refuse("clickAd");
+  toPostVideo();
+  tapCallToAction();
+  runtime_->runUntilIdle();
+  EXPECT_TRUE(opener_->opened.empty());
+  server_->reply("clickAd", nlohmann::json::object());
+  tapCallToAction();
+  runtime_->runUntilIdle();
+  EXPECT_EQ(server_->count("clickAd"), 2u);
+  EXPECT_EQ(opener_->opened, Calls{kTarget});
+}
+
+TEST_F(ClickTest, AClickAcknowledgedAfterClosingOpensNothing) {
+  toPostVideo();
+  // The screen is closed before the click request has even gone out.
+  tapCallToAction();
+  act(ui::ScreenAction::Close);
+  EXPECT_EQ(server_->count("clickAd"), 1u);
+  EXPECT_TRUE(opener_->opened.empty());
+  EXPECT_EQ(count("videoPostViewDidClick rewarded"), 0u);
+  EXPECT_TRUE(scope_.log().contains(
+      "[ZVVideoViewController][click] Receive responce from server on clickAd request, but "
+      "video already closed."));
+}
+
+TEST_F(ClickTest, ATrackerAddressIsResolvedOnceAndFallsBackWhenTheLocationCannotBeOpened) {
+  const std::string tracker = std::string("https://") + ZVRedirectRequest::kTrackerHost + "/c/ad-7";
+  struct Case {
+    platform::HttpResponse answer;
+    std::string opened;
+  };
+  const std::vector<Case> cases{
+      {{.status = 302, .headers = {{"Location", "https://store.test/app"}}},
+       "https://store.test/app"},
+      {{.status = 302, .headers = {{"location", "market://details?id=1"}}}, tracker},
+      {{.status = 302}, tracker},
+      {{.status = 200, .body = "landing"}, tracker},
+      {{.status = 0, .error = "refused"}, tracker},
+  };
+  auto custom = ad();
+  custom["targetURL"] = tracker;
+  server_->reply("getVideo", custom);
+  toPostVideo();
+  for (const auto& c : cases) {
+    server_->route(tracker, [answer = c.answer](const nlohmann::json&) { return answer; });
+    opener_->opened.clear();
+    tapCallToAction();
+    runtime_->runUntilIdle();
+    EXPECT_EQ(opener_->opened, Calls{c.opened});
+    const auto last = server_->received().back().request;
+    EXPECT_EQ(last.method, "GET");
+    EXPECT_FALSE(last.followRedirects);
+  }
+}
+
+TEST_F(ClickTest, DontOverrideRedirectOpensTheTrackerAddressAsItStands) {
+  const std::string tracker = std::string("https://") + ZVRedirectRequest::kTrackerHost + "/c/1";
+  auto custom = ad();
+  custom["targetURL"] = tracker;
+  custom["dontOverrideRedirect"] = "yes";
+  server_->reply("getVideo", custom);
+  toPostVideo();
+  tapCallToAction();
+  runtime_->runUntilIdle();
+  EXPECT_EQ(opener_->opened, Calls{tracker});
+  EXPECT_EQ(server_->count(tracker), 0u);
+}
+
+}  // namespace
+}  // namespace zivora
