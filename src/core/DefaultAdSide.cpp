@@ -5,6 +5,7 @@
 #include "core/Context.h"
 #include "events/ZVEventSender.h"
 #include "platform/dispatch/Runtime.h"
+#include "resources/ZVAssetLoaderDelegate.h"
 #include "resources/ZVCacheManager.h"
 #include "resources/ZVFilesSavedValidator.h"
 #include "resources/ZVReserveManager.h"
@@ -25,7 +26,11 @@ DefaultAdSide::DefaultAdSide(std::shared_ptr<ZivoraDelegate> delegate)
 void DefaultAdSide::startUp() {
   // The event sender first: events stored by earlier runs wait in its file.
   ZVEventSender::shared();
-  ZVResourceManager::defaultManager();
+  if (auto resources = ZVResourceManager::defaultManager()) {
+    // The player reads a video still downloading through its progressive loader.
+    resources->setAssetLoaderFactory(
+        [](const std::string& name) { return std::make_shared<ZVAssetLoaderDelegate>(name); });
+  }
   ZVFilesSavedValidator::defaultValidator();
   ZVReserveManager::defaultManager();
   ZVCacheManager::defaultManager();

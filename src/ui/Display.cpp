@@ -37,6 +37,13 @@ Presenter& Display::presenter() {
   return *presenter_;
 }
 
+bool Display::setPresenter(std::unique_ptr<Presenter> presenter) {
+  std::lock_guard lock(mutex_);
+  if (presenter_) return false;
+  presenter_ = std::move(presenter);
+  return true;
+}
+
 bool Display::handleEvent(const SDL_Event& event) {
   SdlPresenter* sdl = nullptr;
   {

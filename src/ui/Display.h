@@ -29,6 +29,10 @@ class Display {
   AppLifecycle& lifecycle() { return lifecycle_; }
   // Main queue only.
   Presenter& presenter();
+  // Puts `presenter` in place of the one the display would make, for a host
+  // or a test that chooses where ad screens are drawn; false (and nothing
+  // changes) once a presenter is in use.
+  bool setPresenter(std::unique_ptr<Presenter> presenter);
   // Host-pumped hosts with their own window forward their events here.
   bool handleEvent(const SDL_Event& event);
   bool isPresenting() const;

@@ -1,9 +1,13 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <string>
 
+#include "platform/dispatch/Queue.h"
 #include "resources/ZVDownloadDelegate.h"
 #include "ui/ZVPlayerControllerDelegate.h"
 #include "ui/ZVVideoView.h"
@@ -57,6 +61,34 @@ class ZVPlayerController : public ZVDownloadDelegate,
   void finishedPlaying() override;
   void tapCloseView() override;
   void failDuringPlayVideo(media::MediaTime time, bool cacheVideo) override;
+
+ private:
+  // The view's screen, player and files, taken from the installed context.
+  static ZVVideoView::Environment makeEnvironment();
+  // Runs `task` on the main queue: at once when already there.
+  static void onMain(dispatch::Task task);
+  // Makes the view with this controller as its delegate (main queue).
+  std::shared_ptr<ZVVideoView> makeView();
+  // What every download notice does before anything else (main queue).
+  void progress();
+  // Resumes a stalled playback once enough arrived since the stall.
+  void resumeIfBuffered();
+  std::string videoFileName() const;
+  std::shared_ptr<ZVPlayerControllerDelegate> delegate() const { return delegate_.lock(); }
+
+  // The view and the file name are written on the caller's thread or the
+  // main queue and read on both; the flags are plain atomics.
+  mutable std::mutex mutex_;
+  std::shared_ptr<ZVVideoView> videoView_;
+  std::string videoFileName_;
+  std::atomic<bool> needPrepareVideoView_{false};
+  std::atomic<std::int64_t> loadedSizeOnFail_{0};
+  std::atomic<bool> failDuringPlaying_{false};
+  std::atomic<std::int32_t> bufferSize_;
+  std::atomic<bool> isFinishedPlaying_{false};
+  std::atomic<bool> soundEnable_{true};
+  std::atomic<float> allowSkipAfter_{0};
+  std::weak_ptr<ZVPlayerControllerDelegate> delegate_;
 };
 
 }  // namespace zivora::ui

@@ -5,7 +5,9 @@
 
 #include "core/DefaultAdSide.h"
 #include "core/InvokeDelegateHelper.h"
+#include "resources/ZVAssetLoaderDelegate.h"
 #include "resources/ZVReserveManager.h"
+#include "resources/ZVResourceManager.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
 #include "support/VirtualRuntime.h"
@@ -60,6 +62,17 @@ TEST(DefaultAdSide, UnreserveAllDropsEveryReservation) {
   reserve->reserve("a.mp4");
   side.unreserveAll("a.mp4");
   EXPECT_FALSE(reserve->isReserved("a.mp4"));
+}
+
+TEST(DefaultAdSide, AVideoStillDownloadingIsReadThroughTheProgressiveLoader) {
+  auto runtime = std::make_shared<test::VirtualRuntime>();
+  test::TempDir root;
+  test::ScopedContext scope({.dataRoot = root.path().string()}, {.runtime = runtime});
+  DefaultAdSide side(std::make_shared<InvokeDelegateHelper>());
+  side.startUp();
+  auto asset = ZVResourceManager::defaultManager()->assetForFile("abc.mp4");
+  EXPECT_EQ(asset.url, "customLoader://abc.mp4");
+  EXPECT_NE(std::dynamic_pointer_cast<ZVAssetLoaderDelegate>(asset.loaderDelegate), nullptr);
 }
 
 }  // namespace

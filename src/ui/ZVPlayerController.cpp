@@ -1,0 +1,327 @@
+#include "ui/ZVPlayerController.h"
+
+#include <chrono>
+#include <filesystem>
+#include <stdexcept>
+
+#include "core/Context.h"
+#include "core/ZVConfiguration.h"
+#include "platform/dispatch/Runtime.h"
+#include "platform/media/MediaAsset.h"
+#include "resources/ZVFileInfoStatus.h"
+#include "resources/ZVResourceManager.h"
+#include "ui/Display.h"
+#include "util/Guard.h"
+#include "zivora/ZVConstants.h"
+
+namespace zivora::ui {
+namespace {
+
+constexpr char kClass[] = "ZVPlayerController";
+
+std::shared_ptr<ZVResourceManager> resources() {
+  auto manager = ZVResourceManager::defaultManager();
+  if (!manager) throw std::logic_error("no resource manager");
+  return manager;
+}
+
+std::shared_ptr<Context> context() {
+  auto context = Context::current();
+  if (!context) throw std::logic_error("no context");
+  return context;
+}
+
+// The close button's delay, rounded to whole microseconds like the view's
+// own timers.
+dispatch::Duration closeButtonDelay(float duration) {
+  return std::chrono::round<std::chrono::microseconds>(std::chrono::duration<double>(
+      static_cast<double>(duration) + TS_ADDITION_TIME_FOR_SHOW_CLOSE_BUTTON));
+}
+
+}  // namespace
+
+ZVPlayerController::ZVPlayerController() : bufferSize_(TS_DEFAULT_VIDEO_BUFFER_SIZE) {}
+
+ZVPlayerController::~ZVPlayerController() = default;
+
+void ZVPlayerController::setDelegate(std::weak_ptr<ZVPlayerControllerDelegate> delegate) {
+  delegate_ = std::move(delegate);
+}
+
+std::shared_ptr<ZVVideoView> ZVPlayerController::view() const {
+  std::lock_guard lock(mutex_);
+  return videoView_;
+}
+
+std::string ZVPlayerController::videoFileName() const {
+  std::lock_guard lock(mutex_);
+  return videoFileName_;
+}
+
+void ZVPlayerController::setSoundEnable(bool soundEnable) { soundEnable_ = soundEnable; }
+
+void ZVPlayerController::setAllowSkipAfter(float seconds) { allowSkipAfter_ = seconds; }
+
+std::int32_t ZVPlayerController::bufferSize() const { return bufferSize_; }
+
+// --- The view's surroundings -------------------------------------------------------
+
+ZVVideoView::Environment ZVPlayerController::makeEnvironment() {
+  auto current = context();
+  auto display = Display::of(current);
+  auto media = current->media();
+  auto manager = resources();
+  auto configuration = ZVConfiguration::shared();
+  return ZVVideoView::Environment{
+      .presenter = display->presenter(),
+      .media = *media,
+      .lifecycle = display->lifecycle(),
+      .mainQueue = current->runtime().mainQueue(),
+      // The view owns its environment: the display and the factory it refers
+      // to stay alive as long as the view does.
+      .assetForFile = [display, media,
+                       manager](const std::string& fileName) -> std::shared_ptr<media::MediaAsset> {
+        const ZVAsset found = manager->assetForFile(fileName);
+        auto asset = std::make_shared<media::MediaAsset>(found.url);
+        // A file still downloading is read through its progressive loader,
+        // which the resource manager keeps alive beside the download.
+        if (auto loader =
+                std::dynamic_pointer_cast<media::ResourceLoaderDelegate>(found.loaderDelegate)) {
+          asset->setResourceLoaderDelegate(loader);
+        }
+        return asset;
+      },
+      .pathForURL = [manager](const std::string& url) -> std::filesystem::path {
+        return manager->pathToFileFromURL(url);
+      },
+      .soundOnButtonURL = configuration ? configuration->soundOnButtonURL() : std::nullopt,
+      .soundOffButtonURL = configuration ? configuration->soundOffButtonURL() : std::nullopt,
+  };
+}
+
+void ZVPlayerController::onMain(dispatch::Task task) {
+  auto& main = context()->runtime().mainQueue();
+  if (main.isCurrent()) {
+    task();
+  } else {
+    main.async(std::move(task));
+  }
+}
+
+std::shared_ptr<ZVVideoView> ZVPlayerController::makeView() {
+  auto view = std::make_shared<ZVVideoView>(makeEnvironment());
+  view->setDelegate(weak_from_this());
+  std::lock_guard lock(mutex_);
+  videoView_ = view;
+  return view;
+}
+
+// --- Operations of the placement controller -----------------------------------
+
+void ZVPlayerController::prepareFromURL(const std::string& url, const std::string& fileName) {
+  guarded(kClass, "prepareFromURL", [&] {
+    isFinishedPlaying_ = false;
+    {
+      std::lock_guard lock(mutex_);
+      videoFileName_ = fileName;
+    }
+    auto manager = resources();
+    std::weak_ptr<ZVPlayerController> weak = weak_from_this();
+    if (manager->isLoaded(fileName)) {
+      onMain([weak, fileName] {
+        guarded(kClass, "prepareFromURL1", [&] {
+          if (auto self = weak.lock()) {
+            self->makeView()->prepareItem(fileName, media::MediaTime::zero());
+          }
+        });
+      });
+      return;
+    }
+    onMain([weak] {
+      guarded(kClass, "prepareFromURL2", [&] {
+        if (auto self = weak.lock()) {
+          self->makeView();
+          self->needPrepareVideoView_ = true;
+        }
+      });
+    });
+    manager->loadURL(url, fileName, shared_from_this());
+  });
+}
+
+bool ZVPlayerController::isPreparedFile() {
+  return guarded(kClass, "isPreparedFile", false, [&] {
+    const std::string fileName = videoFileName();
+    if (fileName.empty()) return false;
+    auto manager = resources();
+    if (manager->isLoaded(fileName)) return true;
+    auto info = manager->getLoadInfo(fileName);
+    return info && info->loadedSize() > bufferSize_;
+  });
+}
+
+bool ZVPlayerController::isPrepared() {
+  return guarded(kClass, "isPrepared", false, [&] {
+    auto videoView = view();
+    return isPreparedFile() && videoView && videoView->isReady();
+  });
+}
+
+void ZVPlayerController::play() {
+  guarded(kClass, "play", [&] {
+    auto videoView = view();
+    if (!videoView) return;
+    videoView->soundEnable(soundEnable_);
+    videoView->allowSkipAfer(allowSkipAfter_);
+    if (auto d = delegate()) d->videoWindowWillDisplay();
+    videoView->show(videoFileName());
+  });
+}
+
+void ZVPlayerController::stop() {
+  guarded(kClass, "stop", [&] {
+    failDuringPlaying_ = false;
+    resources()->cancelLoading(videoFileName());
+    if (auto videoView = view()) videoView->stop();
+  });
+}
+
+// --- The video's download ----------------------------------------------------------
+
+void ZVPlayerController::startLoading(const std::string&) {
+  guarded(kClass, "startLoading", [&] {
+    auto info = resources()->getLoadInfo(videoFileName());
+    if (info && info->fullSize() > 0) {
+      bufferSize_ = static_cast<std::int32_t>(static_cast<float>(info->fullSize()) *
+                                              TS_DEFAULT_VIDEO_BUFFER_PERCENT);
+    }
+  });
+}
+
+// Download notices are meant for the main queue; one that comes from
+// elsewhere (a file that completed while it was being queued) is taken
+// there, behind the task that makes the view.
+void ZVPlayerController::receiveData(std::int64_t bytes) {
+  guarded(kClass, "receiveData", [&] {
+    auto& main = context()->runtime().mainQueue();
+    if (!main.isCurrent()) {
+      main.async([weak = weak_from_this(), bytes] {
+        if (auto self = weak.lock()) self->receiveData(bytes);
+      });
+      return;
+    }
+    progress();
+  });
+}
+
+void ZVPlayerController::finishLoading(const std::string& fileName) {
+  guarded(kClass, "finishLoading", [&] {
+    auto& main = context()->runtime().mainQueue();
+    if (!main.isCurrent()) {
+      main.async([weak = weak_from_this(), fileName] {
+        if (auto self = weak.lock()) self->finishLoading(fileName);
+      });
+      return;
+    }
+    progress();
+    if (auto d = delegate()) d->finishLoadingFile();
+  });
+}
+
+void ZVPlayerController::progress() {
+  if (needPrepareVideoView_ && isPreparedFile()) {
+    needPrepareVideoView_ = false;
+    if (auto videoView = view()) videoView->prepareItem(videoFileName(), media::MediaTime::zero());
+  }
+  if (failDuringPlaying_) resumeIfBuffered();
+}
+
+void ZVPlayerController::resumeIfBuffered() {
+  auto info = resources()->getLoadInfo(videoFileName());
+  if (!info) return;
+  if (info->isReady() || info->loadedSize() > loadedSizeOnFail_ + bufferSize_) {
+    failDuringPlaying_ = false;
+    if (auto videoView = view()) videoView->continuePlayingAfterError();
+  }
+}
+
+void ZVPlayerController::errorLoadingResource(const std::string& fileName, std::int32_t) {
+  guarded(kClass, "errorLoadingResource", [&] {
+    if (resources()->isLoaded(fileName)) return;
+    if (auto videoView = view()) videoView->stop();
+    if (auto d = delegate()) d->errorPlayingVideo(0);
+  });
+}
+
+// --- The video view's events ---------------------------------------------------------
+
+void ZVPlayerController::preparedVideoView() {
+  guarded(kClass, "preparedVideoView", [&] {
+    if (auto d = delegate()) d->playerControllerPrepared();
+  });
+}
+
+void ZVPlayerController::tapCloseView() {
+  guarded(kClass, "tapCloseView", [&] {
+    if (auto d = delegate()) d->tapCloseView();
+  });
+}
+
+void ZVPlayerController::didShowView() {
+  guarded(kClass, "didShowView", [&] {
+    if (auto d = delegate()) d->didShowView();
+    auto videoView = view();
+    if (!videoView) return;
+    // The close button comes at the latest 5 s after the video's nominal
+    // end, even when playback stalled on the way.
+    std::weak_ptr<ZVVideoView> weakView = videoView;
+    context()->runtime().mainQueue().after(closeButtonDelay(videoView->getDuration()), [weakView] {
+      guarded(kClass, "didShowViewDispatch", [&] {
+        if (auto shown = weakView.lock()) shown->showCloseButton();
+      });
+    });
+  });
+}
+
+void ZVPlayerController::didHideView() {
+  guarded(kClass, "didHideView", [&] {
+    if (auto d = delegate()) d->didHideView();
+  });
+}
+
+void ZVPlayerController::finishedPlaying() {
+  guarded(kClass, "finishedPlaying", [&] {
+    if (isFinishedPlaying_.exchange(true)) return;
+    if (auto d = delegate()) d->finishedPlaying();
+  });
+}
+
+void ZVPlayerController::errorPlayVideoItem() {
+  guarded(kClass, "errorPlayVideoItem", [&] {
+    if (auto d = delegate()) d->errorPlayingVideo(1);
+  });
+}
+
+void ZVPlayerController::failDuringPlayVideo(media::MediaTime, bool cacheVideo) {
+  guarded(kClass, "failDuringPlayVideo", [&] {
+    auto videoView = view();
+    if (!cacheVideo) {
+      if (videoView) videoView->continuePlayingAfterError();
+      return;
+    }
+    failDuringPlaying_ = true;
+    auto manager = resources();
+    const std::string fileName = videoFileName();
+    auto info = manager->getLoadInfo(fileName);
+    const bool waiting = !(info && info->isReady()) && !manager->isLoaded(fileName);
+    if (waiting) {
+      // Resumed by the download once `bufferSize_` more bytes are there.
+      loadedSizeOnFail_ = info ? info->loadedSize() : 0;
+      return;
+    }
+    failDuringPlaying_ = false;
+    if (videoView) videoView->continuePlayingAfterError();
+  });
+}
+
+}  // namespace zivora::ui
