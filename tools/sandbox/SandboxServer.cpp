@@ -230,8 +230,8 @@ void SandboxServer::installRoutes() {
   auto control = [this](const Request& request, Response& response) {
     handleControl(request, response);
   };
-  server_->Get(R"(/control/\w+)", control);
-  server_->Post(R"(/control/\w+)", control);
+  server_->Get(R"(/control/[\w-]+)", control);
+  server_->Post(R"(/control/[\w-]+)", control);
 }
 
 ReceivedRequest SandboxServer::recordOf(const httplib::Request& request) const {

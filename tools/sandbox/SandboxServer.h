@@ -100,6 +100,7 @@ class SandboxServer {
   // The ads that "getVideo" answers, by placement; a test may replace one
   // or add its own.
   AdCatalogue& catalogue() { return catalogue_; }
+  const AdCatalogue& catalogue() const { return catalogue_; }
   // Granted motivated rewards: "getMotivatedRewards" lists them,
   // "removeMotivatedRewards" drops them, and a "watchedAd" of an ad with
   // "motivationInfo" grants one.
