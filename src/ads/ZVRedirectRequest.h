@@ -11,12 +11,13 @@ namespace zivora {
 // sees a tracker's redirect answer (status and "Location") itself.
 class ZVRedirectRequest {
  public:
+  // The attribution tracker whose addresses are resolved by hand: a
+  // "targetURL" that contains this text (a plain substring test) is probed
+  // first, and the tracker's "Location" is opened instead.
+  static constexpr const char* kTrackerHost = "track.zivora-attribution.net";
+
   // The response (status 0 and `error` set when none came).
   using Completion = std::function<void(const platform::HttpResponse& response)>;
-
-  // The attribution tracker whose addresses are resolved by hand before
-  // opening (a plain substring test on the ad's target address).
-  static constexpr const char* kTrackerHost = "track.zivora-attribution.net";
 
   explicit ZVRedirectRequest(std::string url);
 

@@ -11,6 +11,7 @@
 #include "platform/linux/KeyValueDatabase.h"
 #include "platform/linux/PosixFileSystem.h"
 #include "platform/linux/SecretStoreChooser.h"
+#include "platform/linux/XdgOpener.h"
 #include "util/LogSink.h"
 
 namespace zivora {
@@ -79,6 +80,12 @@ std::shared_ptr<media::MediaFactory> Context::media() {
 platform::StreamingHttpClient& Context::downloads() const {
   if (!runtime_.downloads) throw std::logic_error("Context has no download client");
   return *runtime_.downloads;
+}
+
+std::shared_ptr<platform::UrlOpener> Context::opener() {
+  if (runtime_.opener) return runtime_.opener;
+  return instance<platform::UrlOpener>(
+      [this] { return std::make_shared<platform::XdgOpener>(runtime().globalQueue()); });
 }
 
 std::shared_ptr<platform::SecretStore> Context::secretStore() {

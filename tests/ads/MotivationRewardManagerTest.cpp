@@ -38,7 +38,7 @@ class MotivationRewardManagerTest : public ::testing::Test {
   }
 
   void failTransport(int times) {
-    for (int i = 0; i < times; ++i) http_->enqueue({0, "", "Connection refused"});
+    for (int i = 0; i < times; ++i) http_->enqueueFailure("Connection refused");
   }
 
   std::shared_ptr<test::VirtualRuntime> runtime_ = std::make_shared<test::VirtualRuntime>();

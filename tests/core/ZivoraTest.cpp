@@ -53,7 +53,7 @@ class ZivoraTest : public ::testing::Test {
   }
 
   void failNext(int count) {
-    for (int i = 0; i < count; ++i) http_->enqueue({0, "", "Connection refused"});
+    for (int i = 0; i < count; ++i) http_->enqueueFailure("Connection refused");
   }
 
   nlohmann::json lastRequestParams() {

@@ -28,7 +28,7 @@ class CountingDelegate final : public ZivoraDelegate {
 TEST(ZivoraThreaded, HostThreadsRaceTheHandshakeAndItsRetries) {
   test::TempDir root;
   auto http = std::make_shared<test::FakeHttpClient>();
-  for (int i = 0; i < 3; ++i) http->enqueue({0, "", "refused"});
+  for (int i = 0; i < 3; ++i) http->enqueueFailure("refused");
   auto adSide = std::make_shared<test::RecordingAdSide>();
   auto delegate = std::make_shared<CountingDelegate>();
   ZivoraInstance::start("app", HostOptions{.dataRoot = root.path().string()},

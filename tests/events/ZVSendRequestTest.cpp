@@ -89,7 +89,7 @@ TEST_F(ZVSendRequestTest, RepliesMapToObjectAndCode) {
   http_->enqueue(200, "[1,2]");
   http_->enqueue(200, "");
   http_->enqueue(500, "<html>oops</html>");
-  http_->enqueue({0, "", "Connection refused"});
+  http_->enqueueFailure("Connection refused");
 
   auto object = send("{}");
   EXPECT_EQ(object.code, 200);

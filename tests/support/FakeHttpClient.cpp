@@ -5,7 +5,12 @@ namespace zivora::test {
 platform::HttpResponse FakeHttpClient::perform(const platform::HttpRequest& request) {
   std::lock_guard lock(mutex_);
   requests_.push_back(request);
-  if (script_.empty()) return {.status = 200, .body = "{}"};
+  if (script_.empty()) {
+    platform::HttpResponse ok;
+    ok.status = 200;
+    ok.body = "{}";
+    return ok;
+  }
   auto response = script_.front();
   script_.pop_front();
   return response;
@@ -16,8 +21,18 @@ void FakeHttpClient::enqueue(platform::HttpResponse response) {
   script_.push_back(std::move(response));
 }
 
-void FakeHttpClient::enqueue(long status, std::string body) {
-  enqueue({.status = status, .body = std::move(body)});
+void FakeHttpClient::enqueue(long status, std::string body, Headers headers) {
+  platform::HttpResponse response;
+  response.status = status;
+  response.body = std::move(body);
+  response.headers = std::move(headers);
+  enqueue(std::move(response));
+}
+
+void FakeHttpClient::enqueueFailure(std::string error) {
+  platform::HttpResponse response;
+  response.error = std::move(error);
+  enqueue(std::move(response));
 }
 
 std::vector<platform::HttpRequest> FakeHttpClient::requests() const {

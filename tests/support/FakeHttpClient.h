@@ -2,6 +2,8 @@
 
 #include <deque>
 #include <mutex>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/HttpClient.h"
@@ -11,10 +13,14 @@ namespace zivora::test {
 // Records every request and answers from a script (default: 200 "{}").
 class FakeHttpClient final : public platform::HttpClient {
  public:
+  using Headers = std::vector<std::pair<std::string, std::string>>;
+
   platform::HttpResponse perform(const platform::HttpRequest& request) override;
 
   void enqueue(platform::HttpResponse response);
-  void enqueue(long status, std::string body);
+  void enqueue(long status, std::string body, Headers headers = {});
+  // A request that got no response at all (status 0).
+  void enqueueFailure(std::string error);
   std::vector<platform::HttpRequest> requests() const;
 
  private:

@@ -8,12 +8,13 @@
 #include <openssl/rand.h>
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 #include <memory>
 #include <stdexcept>
 #include <string>
+
+#include "DirectoryLock.h"
 
 namespace zivora::sandbox {
 namespace {
@@ -150,25 +151,6 @@ void generate(const CertificatePaths& paths) {
   writeCert(paths.serverCert, server.get());
   writeCert(paths.caFile, ca.get());
 }
-
-// An exclusive lock on DIR/.lock held for the object's lifetime.
-class DirectoryLock {
- public:
-  explicit DirectoryLock(const fs::path& directory)
-      : fd_(open((directory / ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644)) {
-    check(fd_ >= 0, "open the lock file");
-    if (flock(fd_, LOCK_EX) != 0) {
-      close(fd_);
-      check(false, "lock the certificate directory");
-    }
-  }
-  ~DirectoryLock() { close(fd_); }
-  DirectoryLock(const DirectoryLock&) = delete;
-  DirectoryLock& operator=(const DirectoryLock&) = delete;
-
- private:
-  int fd_;
-};
 
 }  // namespace
 

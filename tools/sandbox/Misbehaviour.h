@@ -21,6 +21,11 @@ struct Misbehaviour {
 
   Kind kind = Kind::HttpError;
   int errorCode = 1;
+  // The request name it waits for ("getVideo", "clickAd" ...); empty takes
+  // the next request of any name.
+  std::string requestName;
+
+  bool targets(std::string_view name) const { return requestName.empty() || requestName == name; }
 
   // The names used by the HTTP control endpoint: "http-error", "error-reply",
   // "garbage", "empty", "json-array", "json-scalar", "close-mid-body", "stall".

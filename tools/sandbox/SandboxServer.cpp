@@ -12,6 +12,7 @@
 #include "AnalyticsForm.h"
 #include "CertificateAuthority.h"
 #include "FileResponder.h"
+#include "SandboxMedia.h"
 #include "SignedForm.h"
 
 namespace zivora::sandbox {
@@ -69,13 +70,48 @@ std::filesystem::path defaultCertDirectory() {
 
 }  // namespace
 
-SandboxServer::SandboxServer(SandboxOptions options) : options_(std::move(options)) {
+SandboxServer::SandboxServer(SandboxOptions options)
+    : options_(std::move(options)),
+      catalogue_([this](const std::string& name) { return fileUrl(name); },
+                 [this] { return baseUrl(); }) {
   if (options_.certDirectory.empty()) options_.certDirectory = defaultCertDirectory();
+  if (options_.mediaDirectory.empty()) options_.mediaDirectory = SandboxMedia::defaultDirectory();
+  installProtocolHandlers();
+}
+
+void SandboxServer::installProtocolHandlers() {
   handlers_["getInitialization"] = [this](const json&) { return initializationReply(); };
   // The queued ad events: any 200 consumes them, the body is not read.
-  for (const char* name :
-       {"startWatchingAd", "watchedAd", "eventPurchase", "removeMotivatedRewards"})
+  for (const char* name : {"startWatchingAd", "eventPurchase"})
     handlers_[name] = [](const json&) { return json::object(); };
+  handlers_["watchedAd"] = [this](const json& request) { return watchedAd(request); };
+  handlers_["removeMotivatedRewards"] = [this](const json& request) {
+    const json ids = request.is_object() ? request.value("rewardIds", json::array()) : json();
+    std::vector<std::string> list;
+    if (ids.is_array()) {
+      for (const json& id : ids)
+        if (id.is_string()) list.push_back(id.get<std::string>());
+    }
+    rewards_.remove(list);
+    return json::object();
+  };
+  handlers_["getVideo"] = [this](const json& request) {
+    const json placement = request.is_object() ? request.value("placementId", json()) : json();
+    return catalogue_.adFor(placement.is_string() ? placement.get<std::string>() : "");
+  };
+  handlers_["clickAd"] = [](const json&) { return json::object(); };
+  handlers_["getMotivatedRewards"] = [this](const json&) { return rewards_.reply(); };
+}
+
+// Watching a motivated ad to its end earns the user one reward.
+json SandboxServer::watchedAd(const json& request) {
+  const json adId = request.is_object() ? request.value("adId", json()) : json();
+  if (!adId.is_string()) return json::object();
+  const auto ad = catalogue_.adWithId(adId.get<std::string>());
+  if (ad && ad->is_object() && ad->contains("motivationInfo")) {
+    rewards_.grant("Sandbox Quest", 10);
+  }
+  return json::object();
 }
 
 SandboxServer::~SandboxServer() { stop(); }
@@ -83,6 +119,7 @@ SandboxServer::~SandboxServer() { stop(); }
 int SandboxServer::start() {
   if (server_) throw std::runtime_error("the sandbox is already started");
   const CertificatePaths paths = CertificateAuthority::ensure(options_.certDirectory);
+  if (options_.makeMedia) SandboxMedia::ensure(options_.mediaDirectory);
   server_ = std::make_unique<httplib::SSLServer>(paths.serverCert.c_str(), paths.serverKey.c_str());
   if (!server_->is_valid()) throw std::runtime_error("the sandbox's TLS setup failed");
   // Without it every small TLS exchange waits on Nagle's algorithm.
@@ -143,9 +180,10 @@ void SandboxServer::setHandler(const std::string& requestName, RequestHandler ha
   handlers_[requestName] = std::move(handler);
 }
 
-void SandboxServer::misbehave(Misbehaviour::Kind kind, int count, int errorCode) {
+void SandboxServer::misbehave(Misbehaviour::Kind kind, int count, int errorCode,
+                              std::string requestName) {
   std::lock_guard lock(mutex_);
-  for (int i = 0; i < count; ++i) misbehaviours_.push_back({kind, errorCode});
+  for (int i = 0; i < count; ++i) misbehaviours_.push_back({kind, errorCode, requestName});
 }
 
 void SandboxServer::releaseStalled() {
@@ -183,11 +221,17 @@ void SandboxServer::installRoutes() {
   server_->Get(R"(/files/(.+))", [this](const Request& request, Response& response) {
     handleFile(request, response);
   });
+  server_->Get(R"(/track/([^/]+)/([^/]+))", [this](const Request& request, Response& response) {
+    handleTracker(request, response);
+  });
+  server_->Get(R"(/landing/([^/]+))", [this](const Request& request, Response& response) {
+    handleLanding(request, response);
+  });
   auto control = [this](const Request& request, Response& response) {
     handleControl(request, response);
   };
-  server_->Get(R"(/control/\w+)", control);
-  server_->Post(R"(/control/\w+)", control);
+  server_->Get(R"(/control/[\w-]+)", control);
+  server_->Post(R"(/control/[\w-]+)", control);
 }
 
 ReceivedRequest SandboxServer::recordOf(const httplib::Request& request) const {
@@ -222,7 +266,7 @@ void SandboxServer::handleAdRequest(const httplib::Request& request, httplib::Re
     response.set_content("event refused on request", "text/plain");
     return;
   }
-  if (auto misbehaviour = takeMisbehaviour()) {
+  if (auto misbehaviour = takeMisbehaviour(entry.requestName)) {
     if (misbehaviour->kind != Misbehaviour::Kind::Stall) return actOut(*misbehaviour, response);
     if (!stall()) {
       response.status = 503;
@@ -268,20 +312,45 @@ std::optional<FileMisbehaviour> SandboxServer::takeFileMisbehaviour() {
 
 void SandboxServer::handleFile(const httplib::Request& request, httplib::Response& response) {
   record(recordOf(request));
-  const FileResponder files(options_.filesDirectory);
   const std::string name = request.matches[1].str();
+  std::error_code error;
+  const bool own = !options_.filesDirectory.empty() && FileResponder::isPlainName(name) &&
+                   std::filesystem::exists(options_.filesDirectory / name, error);
+  const FileResponder files(own ? options_.filesDirectory : options_.mediaDirectory);
   if (auto misbehaviour = takeFileMisbehaviour()) {
     return files.misbehave(*misbehaviour, name, request, response, [this] { return stall(); });
   }
   files.respond(name, request, response);
 }
 
-std::optional<Misbehaviour> SandboxServer::takeMisbehaviour() {
+std::optional<Misbehaviour> SandboxServer::takeMisbehaviour(const std::string& requestName) {
   std::lock_guard lock(mutex_);
-  if (misbehaviours_.empty()) return std::nullopt;
-  Misbehaviour next = misbehaviours_.front();
-  misbehaviours_.pop_front();
-  return next;
+  auto next = std::find_if(misbehaviours_.begin(), misbehaviours_.end(),
+                           [&](const Misbehaviour& queued) { return queued.targets(requestName); });
+  if (next == misbehaviours_.end()) return std::nullopt;
+  Misbehaviour taken = *next;
+  misbehaviours_.erase(next);
+  return taken;
+}
+
+// The attribution tracker: 302 to the ad's landing page. "?status=N" answers
+// N instead and "?location=none" leaves "Location" out, for probes of the
+// tracker's odd answers.
+void SandboxServer::handleTracker(const httplib::Request& request, httplib::Response& response) {
+  record(recordOf(request));
+  const std::string adId = request.matches[2].str();
+  int status = 302;
+  if (request.has_param("status")) status = std::atoi(request.get_param_value("status").c_str());
+  response.status = (status >= 200 && status <= 599) ? status : 302;
+  if (request.get_param_value("location") != "none") {
+    response.set_header("Location", catalogue_.landingUrl(adId));
+  }
+  response.set_content("<html><body>moved</body></html>", "text/html");
+}
+
+void SandboxServer::handleLanding(const httplib::Request& request, httplib::Response& response) {
+  record(recordOf(request));
+  response.set_content("<html><body><h1>Sandbox Quest</h1></body></html>", "text/html");
 }
 
 void SandboxServer::actOut(const Misbehaviour& misbehaviour, httplib::Response& response) {
@@ -384,8 +453,18 @@ void SandboxServer::handleControl(const httplib::Request& request, httplib::Resp
     }
     const std::string count = request.get_param_value("count");
     const std::string code = request.get_param_value("error");
-    misbehave(*kind, count.empty() ? 1 : std::stoi(count), code.empty() ? 1 : std::stoi(code));
+    misbehave(*kind, count.empty() ? 1 : std::atoi(count.c_str()),
+              code.empty() ? 1 : std::atoi(code.c_str()), request.get_param_value("request"));
     response.set_content("{}", kJson);
+  } else if (path == "/control/grant-reward" && request.method == "POST") {
+    const std::string count = request.get_param_value("count");
+    const std::string amount = request.get_param_value("reward");
+    const std::string appName = request.get_param_value("appName");
+    for (int i = 0, n = count.empty() ? 1 : std::atoi(count.c_str()); i < n; ++i) {
+      rewards_.grant(appName.empty() ? "Sandbox Quest" : appName,
+                     amount.empty() ? 10 : std::atoi(amount.c_str()));
+    }
+    response.set_content(rewards_.reply().dump(), kJson);
   } else if (path == "/control/fail-events" && request.method == "POST") {
     const std::string count = request.get_param_value("count");
     failEvents(count.empty() ? 1 : std::atoi(count.c_str()));

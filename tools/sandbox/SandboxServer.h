@@ -17,9 +17,11 @@
 #include <thread>
 #include <vector>
 
+#include "AdCatalogue.h"
 #include "FileMisbehaviour.h"
 #include "Misbehaviour.h"
 #include "ReceivedRequest.h"
+#include "RewardLedger.h"
 
 namespace httplib {
 class SSLServer;
@@ -34,6 +36,12 @@ struct SandboxOptions {
   std::filesystem::path certDirectory{};
   // Served under /files/; empty serves nothing.
   std::filesystem::path filesDirectory{};
+  // The ads' generated media, also served under /files/ (a name in
+  // filesDirectory wins); kept across runs. Empty means
+  // $TMPDIR/zivora-sandbox-media.
+  std::filesystem::path mediaDirectory{};
+  // Whether start() makes the missing media (seconds on the first start).
+  bool makeMedia = true;
   std::string host = "127.0.0.1";
   // 0 lets the system choose a free port.
   int port = 0;
@@ -70,8 +78,10 @@ class SandboxServer {
   // "getVideo", ...). Requests without a handler get {"error": 1}.
   void setHandler(const std::string& requestName, RequestHandler handler);
 
-  // The next `count` ad endpoint requests get `kind` (after any already queued).
-  void misbehave(Misbehaviour::Kind kind, int count = 1, int errorCode = 1);
+  // The next `count` ad endpoint requests named `requestName` (any name when
+  // empty) get `kind`, after the faults already queued for them.
+  void misbehave(Misbehaviour::Kind kind, int count = 1, int errorCode = 1,
+                 std::string requestName = "");
   // What the analytics endpoint answers from now on (by default 200 with
   // {"Status":"Accepted"}).
   void setAnalyticsReply(int status, std::string body);
@@ -86,6 +96,17 @@ class SandboxServer {
   // The queued ad events received so far, in order.
   std::vector<ReceivedRequest> events() const;
   static bool isEventName(std::string_view requestName);
+
+  // The ads that "getVideo" answers, by placement; a test may replace one
+  // or add its own.
+  AdCatalogue& catalogue() { return catalogue_; }
+  const AdCatalogue& catalogue() const { return catalogue_; }
+  // Granted motivated rewards: "getMotivatedRewards" lists them,
+  // "removeMotivatedRewards" drops them, and a "watchedAd" of an ad with
+  // "motivationInfo" grants one.
+  RewardLedger& rewards() { return rewards_; }
+  // Where the generated media live.
+  const std::filesystem::path& mediaDirectory() const { return options_.mediaDirectory; }
 
   std::vector<ReceivedRequest> received() const;
   void clearReceived();
@@ -102,7 +123,11 @@ class SandboxServer {
   ReceivedRequest recordOf(const httplib::Request& request) const;
   nlohmann::json dispatch(const ReceivedRequest& entry);
   nlohmann::json initializationReply() const;
-  std::optional<Misbehaviour> takeMisbehaviour();
+  void installProtocolHandlers();
+  nlohmann::json watchedAd(const nlohmann::json& request);
+  void handleTracker(const httplib::Request& request, httplib::Response& response);
+  void handleLanding(const httplib::Request& request, httplib::Response& response);
+  std::optional<Misbehaviour> takeMisbehaviour(const std::string& requestName);
   std::optional<FileMisbehaviour> takeFileMisbehaviour();
   void handleFile(const httplib::Request& request, httplib::Response& response);
   bool takeEventFailure(const std::string& requestName);
@@ -122,6 +147,8 @@ class SandboxServer {
   std::deque<Misbehaviour> misbehaviours_;
   std::deque<FileMisbehaviour> fileMisbehaviours_;
   std::map<std::string, RequestHandler> handlers_;
+  AdCatalogue catalogue_;
+  RewardLedger rewards_;
   std::uint64_t releases_ = 0;
   int eventFailures_ = 0;
   int analyticsStatus_ = 200;

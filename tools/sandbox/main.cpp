@@ -1,8 +1,9 @@
 // zivora-sandbox: the sandbox ad server as a process, for the sample host,
 // manual runs and the soak test.
 //
-//   zivora-sandbox [--port N] [--certs DIR] [--files DIR] [--port-file FILE]
+//   zivora-sandbox [--port N] [--certs DIR] [--files DIR] [--media DIR] [--port-file FILE]
 //   zivora-sandbox --make-certs DIR
+//   zivora-sandbox --make-media [DIR]
 #include <signal.h>
 
 #include <cstdio>
@@ -14,11 +15,13 @@
 #include <string_view>
 
 #include "CertificateAuthority.h"
+#include "SandboxMedia.h"
 #include "SandboxServer.h"
 
 namespace {
 
 using zivora::sandbox::CertificateAuthority;
+using zivora::sandbox::SandboxMedia;
 using zivora::sandbox::SandboxOptions;
 using zivora::sandbox::SandboxServer;
 
@@ -26,12 +29,15 @@ struct CommandLine {
   SandboxOptions options;
   std::string portFile;
   std::string makeCertsIn;
+  std::string makeMediaIn;
 };
 
 int usage() {
   std::fprintf(stderr,
-               "usage: zivora-sandbox [--port N] [--certs DIR] [--files DIR] [--port-file FILE]\n"
-               "       zivora-sandbox --make-certs DIR\n");
+               "usage: zivora-sandbox [--port N] [--certs DIR] [--files DIR] [--media DIR]\n"
+               "                      [--port-file FILE]\n"
+               "       zivora-sandbox --make-certs DIR\n"
+               "       zivora-sandbox --make-media [DIR]\n");
   return 2;
 }
 
@@ -39,6 +45,12 @@ std::optional<CommandLine> parse(int argc, char** argv) {
   CommandLine line;
   for (int i = 1; i < argc; ++i) {
     const std::string_view flag = argv[i];
+    // Alone, it makes the media where a server started without --media
+    // looks for them.
+    if (flag == "--make-media" && i + 1 == argc) {
+      line.makeMediaIn = SandboxMedia::defaultDirectory().string();
+      continue;
+    }
     if (i + 1 >= argc) return std::nullopt;
     const std::string value = argv[++i];
     if (flag == "--port") {
@@ -47,6 +59,10 @@ std::optional<CommandLine> parse(int argc, char** argv) {
       line.options.certDirectory = value;
     } else if (flag == "--files") {
       line.options.filesDirectory = value;
+    } else if (flag == "--media") {
+      line.options.mediaDirectory = value;
+    } else if (flag == "--make-media") {
+      line.makeMediaIn = value;
     } else if (flag == "--port-file") {
       line.portFile = value;
     } else if (flag == "--make-certs") {
@@ -100,6 +116,10 @@ int main(int argc, char** argv) {
     if (!line) return usage();
     if (!line->makeCertsIn.empty()) {
       CertificateAuthority::ensure(line->makeCertsIn);
+      return 0;
+    }
+    if (!line->makeMediaIn.empty()) {
+      SandboxMedia::ensure(line->makeMediaIn);
       return 0;
     }
     return serve(*line);

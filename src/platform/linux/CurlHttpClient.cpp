@@ -11,6 +11,8 @@
 #include <memory>
 #include <mutex>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "platform/linux/CurlSupport.h"
 
@@ -25,17 +27,34 @@ using curl::globalInitResult;
 struct Transfer {
   std::size_t maxBodyBytes = 0;
   std::string body;
+  std::vector<std::pair<std::string, std::string>> headers;
   bool overCap = false;
   curl::IdleWatch watch;
 };
 
+std::string_view trimmed(std::string_view text) {
+  const auto first = text.find_first_not_of(" \t\r\n");
+  if (first == std::string_view::npos) return {};
+  const auto last = text.find_last_not_of(" \t\r\n");
+  return text.substr(first, last - first + 1);
+}
+
 // Called for every header line of every response in the exchange (1xx,
 // followed redirects, the final one). A status line starts a new response,
-// so only the final response's body is kept.
+// so only the final response's body and header fields are kept.
 size_t onHeader(char* data, size_t size, size_t count, void* user) {
   auto* transfer = static_cast<Transfer*>(user);
   std::string_view line(data, size * count);
-  if (line.starts_with("HTTP/")) transfer->body.clear();
+  if (line.starts_with("HTTP/")) {
+    transfer->body.clear();
+    transfer->headers.clear();
+    return size * count;
+  }
+  const auto colon = line.find(':');
+  if (colon != std::string_view::npos && colon > 0) {
+    transfer->headers.emplace_back(std::string(trimmed(line.substr(0, colon))),
+                                   std::string(trimmed(line.substr(colon + 1))));
+  }
   return size * count;
 }
 
@@ -105,10 +124,10 @@ void setMethodAndBody(CURL* easy, const HttpRequest& request) {
   }
 }
 
-void setTransportOptions(CURL* easy, const HttpClientOptions& options) {
+void setTransportOptions(CURL* easy, const HttpClientOptions& options, bool followRedirects) {
   curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
   curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
-  curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, 1L);
+  curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, followRedirects ? 1L : 0L);
   curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, "https");
   curl_easy_setopt(easy, CURLOPT_MAXREDIRS, kMaxRedirects);
   curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 1L);
@@ -190,7 +209,7 @@ HttpResponse CurlHttpClient::perform(const HttpRequest& request) {
     curl_easy_setopt(handle, CURLOPT_NOPROGRESS, 0L);
     curl_easy_setopt(handle, CURLOPT_XFERINFOFUNCTION, onProgress);
     curl_easy_setopt(handle, CURLOPT_XFERINFODATA, &transfer);
-    setTransportOptions(handle, options_);
+    setTransportOptions(handle, options_, request.followRedirects);
     if (share_->handle()) curl_easy_setopt(handle, CURLOPT_SHARE, share_->handle());
     setMethodAndBody(handle, request);
 
@@ -210,6 +229,7 @@ HttpResponse CurlHttpClient::perform(const HttpRequest& request) {
     curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &response.status);
     if (response.status == 0) return failure("no HTTP response");
     response.body = std::move(transfer.body);
+    response.headers = std::move(transfer.headers);
     return response;
   } catch (const std::exception& e) {
     return failure(fmt::format("request not sent: {}", e.what()));

@@ -1,0 +1,96 @@
+#include "platform/linux/XdgOpener.h"
+
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstring>
+#include <string_view>
+
+#include "util/ZVLog.h"
+
+extern char** environ;
+
+namespace zivora::platform {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr const char* kProgram = "xdg-open";
+// The first look comes soon (xdg-open usually hands over and exits at
+// once); later looks back off so a long-running child costs little.
+constexpr dispatch::Duration kFirstReap = 50ms;
+constexpr dispatch::Duration kLongestReap = 2s;
+// Log lines show at most this much of a refused address.
+constexpr std::size_t kLoggedLength = 200;
+
+bool startsWithNoCase(std::string_view text, std::string_view prefix) {
+  return text.size() >= prefix.size() &&
+         std::equal(prefix.begin(), prefix.end(), text.begin(), [](char a, char b) {
+           return std::tolower(static_cast<unsigned char>(a)) ==
+                  std::tolower(static_cast<unsigned char>(b));
+         });
+}
+
+// A refused address may hold control characters: keep them out of the log.
+std::string printable(const std::string& url) {
+  std::string shown = url.substr(0, kLoggedLength);
+  for (char& c : shown) {
+    if (c < 0x20 || c > 0x7e) c = '?';
+  }
+  return shown;
+}
+
+}  // namespace
+
+XdgOpener::XdgOpener(dispatch::Queue& reaper) : reaper_(reaper) {}
+
+bool XdgOpener::isOpenable(const std::string& url) {
+  const bool printableAscii =
+      std::all_of(url.begin(), url.end(), [](char c) { return c > 0x20 && c < 0x7f; });
+  if (!printableAscii) return false;
+  std::string_view rest;
+  if (startsWithNoCase(url, "https://")) {
+    rest = std::string_view(url).substr(8);
+  } else if (startsWithNoCase(url, "http://")) {
+    rest = std::string_view(url).substr(7);
+  } else {
+    return false;
+  }
+  return !rest.empty() && rest.front() != '/';
+}
+
+bool XdgOpener::canOpenURL(const std::string& url) { return isOpenable(url); }
+
+bool XdgOpener::openURL(const std::string& url) {
+  if (!isOpenable(url)) {
+    ZVLog::LogWarning("[XdgOpener][openURL] Refused to open: {}", printable(url));
+    return false;
+  }
+  std::string program = kProgram;
+  std::string argument = url;
+  char* argv[] = {program.data(), argument.data(), nullptr};
+  pid_t pid = 0;
+  const int error = ::posix_spawnp(&pid, kProgram, nullptr, nullptr, argv, environ);
+  if (error != 0) {
+    ZVLog::LogWarning("[XdgOpener][openURL] Can't start {}: {}", kProgram, std::strerror(error));
+    return false;
+  }
+  reapLater(reaper_, pid, kFirstReap);
+  return true;
+}
+
+// Captures the queue, not the opener: a look may still be pending when the
+// opener is gone, and the queue is alive whenever its task runs.
+void XdgOpener::reapLater(dispatch::Queue& queue, int pid, dispatch::Duration wait) {
+  queue.after(wait, [&queue, pid, wait] {
+    int status = 0;
+    pid_t done = ::waitpid(pid, &status, WNOHANG);
+    while (done < 0 && errno == EINTR) done = ::waitpid(pid, &status, WNOHANG);
+    if (done == 0) reapLater(queue, pid, std::min<dispatch::Duration>(wait * 2, kLongestReap));
+  });
+}
+
+}  // namespace zivora::platform

@@ -1,0 +1,106 @@
+// xdg-open as a real child process: a recording stand-in first on PATH
+// shows what the program received, and /proc shows it was reaped.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/linux/ThreadRuntime.h"
+#include "platform/linux/XdgOpener.h"
+#include "support/ScopedContext.h"
+#include "support/TempDir.h"
+
+namespace zivora::platform {
+namespace {
+
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
+
+// Writes its pid, its argument count and each argument (NUL-terminated) to
+// a record file, which appears complete by rename.
+constexpr const char* kRecorder = R"(#!/bin/sh
+out="$(dirname "$0")/record"
+{ echo "$$"; echo "$#"; for a in "$@"; do printf '%s\0' "$a"; done; } > "$out.tmp"
+mv "$out.tmp" "$out"
+)";
+
+class XdgOpenerIntegrationTest : public ::testing::Test {
+ protected:
+  XdgOpenerIntegrationTest() {
+    const fs::path script = bin_.path() / "xdg-open";
+    std::ofstream(script) << kRecorder;
+    fs::permissions(script, fs::perms::owner_all);
+    const char* path = std::getenv("PATH");
+    savedPath_ = path ? path : "";
+    ::setenv("PATH", (bin_.path().string() + ":" + savedPath_).c_str(), 1);
+  }
+  ~XdgOpenerIntegrationTest() override { ::setenv("PATH", savedPath_.c_str(), 1); }
+
+  // Polls a condition on a real process until a deadline.
+  template <class Condition>
+  static bool eventually(Condition condition, std::chrono::milliseconds limit = 5s) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!condition()) {
+      if (std::chrono::steady_clock::now() > deadline) return false;
+      std::this_thread::sleep_for(10ms);
+    }
+    return true;
+  }
+
+  struct Record {
+    std::string pid;
+    std::string count;
+    std::vector<std::string> arguments;
+  };
+
+  Record readRecord() const {
+    std::ifstream in(bin_.path() / "record", std::ios::binary);
+    Record record;
+    std::getline(in, record.pid);
+    std::getline(in, record.count);
+    for (std::string argument; std::getline(in, argument, '\0');)
+      record.arguments.push_back(argument);
+    return record;
+  }
+
+  test::TempDir bin_;
+  std::string savedPath_;
+  dispatch::ThreadRuntime runtime_;
+  test::ScopedContext scope_;
+  XdgOpener opener_{runtime_.globalQueue()};
+};
+
+TEST_F(XdgOpenerIntegrationTest, TheAddressIsTheOneArgumentVerbatimAndTheChildIsReaped) {
+  const std::string url =
+      "https://example.com/a;b$(touch${IFS}/tmp/zv-pwned)`id`'q'\"d\"&x=|y>z#frag";
+  ASSERT_TRUE(opener_.openURL(url));
+
+  ASSERT_TRUE(eventually([&] { return fs::exists(bin_.path() / "record"); }));
+  const Record record = readRecord();
+  EXPECT_EQ(record.count, "1");
+  ASSERT_EQ(record.arguments.size(), 1u);
+  EXPECT_EQ(record.arguments[0], url);
+  EXPECT_FALSE(fs::exists("/tmp/zv-pwned")) << "nothing in the address ran";
+
+  // A zombie keeps its /proc entry until its parent waits for it.
+  const fs::path proc = fs::path("/proc") / record.pid;
+  EXPECT_TRUE(eventually([&] { return !fs::exists(proc); }))
+      << "xdg-open " << record.pid << " was not reaped";
+}
+
+TEST_F(XdgOpenerIntegrationTest, AMissingProgramIsReportedNotThrown) {
+  ::setenv("PATH", (bin_.path() / "empty").c_str(), 1);
+  EXPECT_FALSE(opener_.openURL("https://example.com/"));
+  ASSERT_EQ(scope_.log().texts().size(), 1u);
+  EXPECT_TRUE(scope_.log().texts()[0].starts_with("[XdgOpener][openURL] Can't start xdg-open"));
+}
+
+}  // namespace
+}  // namespace zivora::platform
