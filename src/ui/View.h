@@ -62,6 +62,8 @@ class View : public std::enable_shared_from_this<View> {
   // Delivers a tap at `point` (superview coordinates); false when no view
   // took it.
   bool tap(Point point);
+  // What a tap on this view does, for the key and controller bindings.
+  void activate() { handleTap(); }
 
   // Counted by the animator: a view being animated ignores taps.
   void beginAnimation() { ++runningAnimations_; }

@@ -17,14 +17,15 @@ class Window : public View {
  public:
   explicit Window(Rect frame = {});
 
-  // Binds a key or controller action to a control of the screen.
-  void bindAction(ScreenAction action, std::weak_ptr<Button> button);
+  // Binds a key or controller action to a control of the screen (a button,
+  // or any view that takes taps).
+  void bindAction(ScreenAction action, std::weak_ptr<View> control);
   // Acts as a tap on the bound control would: nothing when the control is
   // gone, hidden, transparent or being animated. True when it acted.
   bool performAction(ScreenAction action);
 
  private:
-  std::map<ScreenAction, std::weak_ptr<Button>> bindings_;
+  std::map<ScreenAction, std::weak_ptr<View>> bindings_;
 };
 
 }  // namespace zivora::ui

@@ -23,7 +23,7 @@ void ZVPostVideoController::show() {
     window_->addSubview(view_);
     view_->setDelegate(weak_from_this());
     window_->bindAction(ScreenAction::Close, view_->closeButton());
-    window_->bindAction(ScreenAction::CallToAction, view_->installButton());
+    window_->bindAction(ScreenAction::CallToAction, view_->callToAction());
     showing_ = true;
     presenter_.present(window_);
   });

@@ -63,6 +63,11 @@ void ZVPostVideoView::addImage() {
   imageView_ = image;
 }
 
+std::shared_ptr<View> ZVPostVideoView::callToAction() const {
+  if (auto install = installButton_.lock()) return install;
+  return imageView_.lock();
+}
+
 void ZVPostVideoView::handleTap() {
   // Taps arrive here only once they have ended; a cancelled gesture never does.
   guarded("ZVPostVideoView", "handleTap", [&] {

@@ -34,6 +34,9 @@ class ZVPostVideoView : public View {
   // The controls, for the key and controller bindings and for tests.
   std::shared_ptr<Button> closeButton() const { return closeButton_.lock(); }
   std::shared_ptr<Button> installButton() const { return installButton_.lock(); }
+  // The call to action: the install button of a motivated ad, else the
+  // picture, which takes taps.
+  std::shared_ptr<View> callToAction() const;
   std::shared_ptr<ImageView> imageView() const { return imageView_.lock(); }
   std::shared_ptr<View> motivatedPanel() const { return panel_.lock(); }
 

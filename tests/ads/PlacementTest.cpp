@@ -17,6 +17,7 @@
 #include "support/FakeFileSystem.h"
 #include "support/FakeMediaFactory.h"
 #include "support/FakeMediaItem.h"
+#include "support/FakeMediaPlayer.h"
 #include "support/FakeStreamingClient.h"
 #include "support/RoutingHttpClient.h"
 #include "support/ScopedContext.h"
@@ -136,6 +137,14 @@ class PlacementTest : public ::testing::Test {
     runtime_->advanceBy(1s);
   }
 
+  // Plays for `seconds`, the player's clock moving with virtual time.
+  void playFor(double seconds) {
+    for (double t = 0; t < seconds - 1e-9; t += 0.05) {
+      media_->lastPlayer()->advanceBy(media::MediaTime::fromSeconds(0.05));
+      runtime_->advanceBy(50ms);
+    }
+  }
+
   void playToEnd() {
     media_->lastItem()->postPlayedToEnd();
     runtime_->runUntilIdle();
@@ -203,7 +212,7 @@ TEST_F(PlacementTest, AWatchedAdTellsTheHostEachStepInOrderAndEarnsTheReward) {
 TEST_F(PlacementTest, ASkippedAdIsDismissedWithoutWatchedEventOrReward) {
   cacheReady();
   showAndDisplay();
-  runtime_->advanceBy(6s);  // past the skip time of 5 s
+  playFor(6);  // past the skip time of 5 s
   act(ui::ScreenAction::Skip);
   EXPECT_EQ(count("videoDidDismiss rewarded"), 1u);
   act(ui::ScreenAction::Close);
