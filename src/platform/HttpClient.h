@@ -39,7 +39,7 @@ struct HttpResponse {
   // What went wrong when status is 0, for logs.
   std::string error;
   // The final response's header fields as received (names as sent).
-  std::vector<std::pair<std::string, std::string>> headers;
+  std::vector<std::pair<std::string, std::string>> headers{};
 
   // The first field named `name` (compared without regard to case), or
   // nullptr.
