@@ -58,7 +58,7 @@ class ZVPAnaliticsTest : public ::testing::Test {
                        .http = http_,
                        .files = files_,
                        .analytics = analytics_,
-                       .secretStore = std::make_shared<test::MemorySecretStore>()});
+                       .secretStore = secrets_});
     ZVPAnalitics::sendProfilingEnable(profiling);
   }
 
@@ -91,6 +91,8 @@ class ZVPAnaliticsTest : public ::testing::Test {
   test::TempDir root_;
   std::shared_ptr<test::FakeHttpClient> http_ = std::make_shared<test::FakeHttpClient>();
   std::shared_ptr<test::FakeFileSystem> files_ = std::make_shared<test::FakeFileSystem>();
+  // Outlives a context, as the keychain outlives a process.
+  std::shared_ptr<test::MemorySecretStore> secrets_ = std::make_shared<test::MemorySecretStore>();
   std::shared_ptr<ZVPAnalitics> analytics_;
   std::unique_ptr<test::ScopedContext> scope_;
 };
@@ -261,6 +263,25 @@ TEST_F(ZVPAnaliticsTest, SessionsFollowTheApplicationsTripsToTheBackground) {
   EXPECT_EQ(later[0].eventName(), "SessionFinished");
   EXPECT_EQ(later[0].integer("Start"), kStart);
   EXPECT_EQ(later[0].integer("Duration"), 33);
+}
+
+TEST_F(ZVPAnaliticsTest, AProcessKilledInTheForegroundReportsItsSessionAtTheNextStart) {
+  analytics_->appOpen();
+  runtime_->advanceBy(31s);  // the last tick that saw it running was at 30 s
+  start();                   // a new process on the same data root
+  runtime_->advanceBy(1min);
+  analytics_->appOpen();
+  runtime_->runUntilIdle();
+
+  auto all = records();
+  ASSERT_EQ(all.size(), 3u);
+  EXPECT_EQ(all[1].eventName(), "AppOpen");
+  EXPECT_EQ(all[2].eventName(), "SessionFinished");
+  EXPECT_EQ(all[2].integer("Start"), kStart);
+  EXPECT_EQ(all[2].integer("Duration"), 30);
+  // Numbering and identity go on across launches.
+  EXPECT_EQ(all[2].integer("bo_Order"), 3);
+  EXPECT_EQ(all[2].text("bo_DeviceId"), all[0].text("bo_DeviceId"));
 }
 
 }  // namespace
