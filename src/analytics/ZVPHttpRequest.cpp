@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <regex>
+#include <stdexcept>
 
 #include "analytics/ZVPConvertSavedEventForSend.h"
 #include "analytics/ZVPLog.h"
@@ -56,8 +57,10 @@ void ZVPHttpRequest::sendPost(std::string_view savedEvent, const CallBack& callB
     if (!isAscii(body)) body.clear();
     const std::string url = endpoint();
     ZVPLog::LogDebug("[HTTPRequest] send post url = {} Content = {}", url, body);
-    auto response =
-        Context::current()->http().perform(platform::HttpRequest::formPost(url, std::move(body)));
+    // The queue may still be draining after the context was dropped.
+    auto context = Context::current();
+    if (!context) throw std::logic_error("no context to send with");
+    auto response = context->http().perform(platform::HttpRequest::formPost(url, std::move(body)));
     if (response.status != TS_HTTP_STATUS_CODE_OK) {
       ZVPLog::LogDebug("Error getting, HTTP status code {}", response.status);
     }

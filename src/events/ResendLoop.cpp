@@ -19,6 +19,8 @@ ResendLoop::ResendLoop(std::shared_ptr<dispatch::Runtime> runtime, std::shared_p
   if (!options_.waitsForServer) isServerConnected_ = true;
 }
 
+bool ResendLoop::isCurrent() const noexcept { return serial_->isCurrent(); }
+
 bool ResendLoop::sendEvent(const std::string& json) noexcept {
   return guarded(
       options_.className, "sendEvent", false,
@@ -69,6 +71,12 @@ void ResendLoop::sendFirstEvent() {
   auto event = saver_->firstEvent();
   if (!event) {
     hasThread_ = false;
+    return;
+  }
+  if (options_.undeliverable && options_.undeliverable(*event)) {
+    saver_->removeFirstLine();
+    hasThread_ = false;
+    trySendEvent();
     return;
   }
   int code = TS_HTTP_ERROR;

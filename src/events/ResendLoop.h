@@ -31,6 +31,10 @@ struct ResendLoopOptions {
   // Sends one stored event and blocks until the reply is in; answers the
   // HTTP status (200 consumes the event; anything else keeps it).
   std::function<int(const std::string& event)> send;
+  // True for a stored event that no attempt could ever send (one that does
+  // not convert to its wire form). It is consumed, and the loop goes on,
+  // instead of blocking the queue behind it for ever. Null: none is.
+  std::function<bool(const std::string& event)> undeliverable = nullptr;
 };
 
 // Drains an event file oldest first, one request at a time, on a serial
@@ -58,6 +62,8 @@ class ResendLoop : public std::enable_shared_from_this<ResendLoop> {
 
   std::int32_t delayResendOffline() const noexcept { return delayResendOffline_.load(); }
   bool hasThread() const noexcept { return hasThread_.load(); }
+  // True while the caller runs on the loop's own queue.
+  bool isCurrent() const noexcept;
 
  private:
   void sendFirstEvent();

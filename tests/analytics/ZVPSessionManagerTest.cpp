@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "analytics/ZVPSessionManager.h"
+#include "platform/UserDefaults.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
 #include "support/VirtualRuntime.h"
@@ -70,6 +71,26 @@ TEST_F(ZVPSessionManagerTest, AProcessKilledInTheForegroundIsReportedByTheNextSt
   EXPECT_TRUE(sessions().empty());
   auto next = open();
   EXPECT_EQ(sessions(), (std::vector<std::pair<std::int64_t, std::int64_t>>{{kStart, 30}}));
+}
+
+TEST_F(ZVPSessionManagerTest, EveryThreeSecondTickStoresTheLastRunningTime) {
+  auto manager = open();
+  auto store = manager->configuration();
+  ASSERT_TRUE(store);
+  auto last = [&] { return store->integerForKey("ts_sesstionLastTime").value_or(0); };
+  EXPECT_EQ(store->integerForKey("ts_sesstionStartTime"), kStart);
+  EXPECT_EQ(last(), kStart);
+  runtime_->advanceBy(2999ms);
+  EXPECT_EQ(last(), kStart);
+  runtime_->advanceBy(1ms);
+  EXPECT_EQ(last(), kStart + 3);
+  runtime_->advanceBy(6s);
+  EXPECT_EQ(last(), kStart + 9);
+  // In the background the ticks go on but no longer move the last time.
+  lifecycle_.post(Event::DidEnterBackground);
+  runtime_->advanceBy(9s);
+  EXPECT_EQ(last(), kStart + 9);
+  EXPECT_TRUE(sessions().empty());
 }
 
 TEST_F(ZVPSessionManagerTest, ASessionShorterThanATickIsNotReported) {
