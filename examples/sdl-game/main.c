@@ -12,8 +12,9 @@
 
 typedef struct game {
   const char* placement;
-  int waiting; /* an ad was asked for and not yet answered */
-  int over;    /* --auto: the ad request ran its course */
+  int waiting;         /* an ad was asked for and not yet answered */
+  int over;            /* --auto: the ad request ran its course */
+  Uint32 dismissed_at; /* when the video gave way to the post-video screen */
   float x, dx;
 } game;
 
@@ -29,6 +30,24 @@ static void on_fail(void* user_data, const char* placement, uint64_t error) {
   printf("callback: video_did_fail_to_load %s %llu\n", placement, (unsigned long long)error);
   g->waiting = 0;
   g->over = 1;
+}
+
+static void on_dismiss(void* user_data, const char* placement) {
+  game* g = (game*)user_data;
+  printf("callback: video_did_dismiss %s\n", placement);
+  g->dismissed_at = SDL_GetTicks();
+}
+
+/* --auto stands in for the player: a second after the post-video screen has
+   appeared, Escape closes it, as a player's key press would. */
+static void press_escape(void) {
+  SDL_Event press;
+  memset(&press, 0, sizeof press);
+  press.type = SDL_KEYDOWN;
+  press.key.state = SDL_PRESSED;
+  press.key.keysym.scancode = SDL_SCANCODE_ESCAPE;
+  press.key.keysym.sym = SDLK_ESCAPE;
+  SDL_PushEvent(&press);
 }
 
 static void on_reward(void* user_data, const char* placement) {
@@ -120,6 +139,7 @@ int main(int argc, char** argv) {
   callbacks.video_did_fail_to_load = on_fail;
   callbacks.video_receive_reward = on_reward;
   callbacks.video_window_did_close = on_closed;
+  callbacks.video_did_dismiss = on_dismiss;
   zivora_set_callbacks(&callbacks);
   if (automatic) ask_for_ad(&g);
 
@@ -133,12 +153,16 @@ int main(int argc, char** argv) {
       if (event.type == SDL_KEYDOWN && event.key.keysym.sym == SDLK_r) ask_for_ad(&g);
     }
     zivora_pump();
+    if (automatic && g.dismissed_at && SDL_GetTicks() - g.dismissed_at > 1000) {
+      g.dismissed_at = 0;
+      press_escape();
+    }
     if (!zivora_is_presenting()) draw_game(renderer, &g);
-    if (automatic && (g.over || SDL_GetTicks() - started > 30000)) running = 0;
+    if (automatic && (g.over || SDL_GetTicks() - started > 60000)) running = 0;
     SDL_Delay(16);
   }
 
-  printf(g.over ? "placement answered\n" : "no answer within 30 s\n");
+  printf(g.over ? "placement answered\n" : "no answer within 60 s\n");
   fflush(stdout);
   SDL_DestroyRenderer(renderer);
   SDL_DestroyWindow(window);

@@ -23,9 +23,12 @@ std::mutex& installedMutex() {
   return mutex;
 }
 
+// Never destroyed: at process exit the SDK's threads may still be running
+// and holding the context, so the exit handlers must not tear it down under
+// them (a host that wants an orderly end resets the instance first).
 std::shared_ptr<Context>& installed() {
-  static std::shared_ptr<Context> context;
-  return context;
+  static auto* context = new std::shared_ptr<Context>();
+  return *context;
 }
 
 }  // namespace

@@ -40,9 +40,11 @@ std::mutex& instanceMutex() {
   return mutex;
 }
 
+// Never destroyed, like the installed context: exit handlers must not run
+// the instance's destructor while its queues are still working.
 std::shared_ptr<ZivoraInstance>& instanceSlot() {
-  static std::shared_ptr<ZivoraInstance> instance;
-  return instance;
+  static auto* instance = new std::shared_ptr<ZivoraInstance>();
+  return *instance;
 }
 
 HostOptions withDefaults(HostOptions host) {

@@ -96,7 +96,8 @@ EventFile::EventFile(EventFileOptions options)
 
 std::shared_ptr<std::mutex> EventFile::mutexFor(const std::filesystem::path& path) {
   static std::mutex registryMutex;
-  static std::map<std::string, std::shared_ptr<std::mutex>> registry;
+  // Never destroyed: queues may still write while the process exits.
+  static auto& registry = *new std::map<std::string, std::shared_ptr<std::mutex>>();
   std::error_code error;
   auto absolute = std::filesystem::absolute(path, error);
   std::string key = (error ? path : absolute).lexically_normal().string();
