@@ -11,6 +11,9 @@
 #include <thread>
 #include <vector>
 
+#include "platform/linux/CurlHttpClient.h"
+#include "util/PercentEncoding.h"
+
 extern char** environ;
 
 namespace demo {
@@ -73,5 +76,14 @@ std::string SandboxProcess::analyticsEndpoint() const {
 }
 
 std::string SandboxProcess::caFile() const { return (certs_ / "ca.pem").string(); }
+
+bool SandboxProcess::grantReward(const std::string& appName, int amount) const {
+  zivora::platform::CurlHttpClient client({.caFile = caFile()});
+  zivora::platform::HttpRequest request;
+  request.url = "https://127.0.0.1:" + std::to_string(port_) +
+                "/control/grant-reward?reward=" + std::to_string(amount) + "&appName=" +
+                zivora::PercentEncoding::encode(appName, zivora::PercentEncoding::Set::Unreserved);
+  return client.perform(request).status == 200;
+}
 
 }  // namespace demo

@@ -18,6 +18,9 @@ class SandboxProcess {
   std::string adEndpoint() const;
   std::string analyticsEndpoint() const;
   std::string caFile() const;
+  // Has the server grant the user a reward (as for an advertised game that
+  // was installed and opened); false when the server did not take it.
+  bool grantReward(const std::string& appName, int amount) const;
 
  private:
   pid_t pid_ = -1;
