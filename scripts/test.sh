@@ -25,14 +25,15 @@ cmake --build "build/release" -j "$jobs"
 say "release tests"
 ctest --test-dir build/release -j "$jobs" --output-on-failure
 
-say "AddressSanitizer + UndefinedBehaviorSanitizer build"
-configure asan -DZIVORA_SANITIZE=address,undefined
-cmake --build "build/asan" -j "$jobs"
+# One clang tree serves the sanitizer tests and the fuzz targets.
+say "AddressSanitizer + UndefinedBehaviorSanitizer build (clang, with the fuzz targets)"
+CC=clang CXX=clang++ configure clang-asan -DZIVORA_SANITIZE=address,undefined -DZIVORA_FUZZ=ON
+cmake --build "build/clang-asan" -j "$jobs"
 say "AddressSanitizer + UndefinedBehaviorSanitizer tests"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_checks=1 \
 LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp \
 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
-  ctest --test-dir build/asan -j "$jobs" --output-on-failure
+  ctest --test-dir build/clang-asan -j "$jobs" --output-on-failure
 
 say "ThreadSanitizer build (threaded tests)"
 configure tsan -DZIVORA_SANITIZE=thread
@@ -46,6 +47,6 @@ TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
   "${norandom[@]}" ctest --test-dir build/tsan -j "$jobs" --output-on-failure
 
 say "fuzzing (libFuzzer, ASan+UBSan)"
-bash scripts/fuzz.sh "${ZIVORA_FUZZ_SECONDS:-20}"
+ZIVORA_FUZZ_TREE=build/clang-asan bash scripts/fuzz.sh "${ZIVORA_FUZZ_SECONDS:-20}"
 
 say "all test trees passed"

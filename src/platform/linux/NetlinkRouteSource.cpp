@@ -98,6 +98,10 @@ std::optional<std::string> NetlinkRouteSource::defaultRouteInterface(int family)
       ssize_t got = ::recv(fd, buffer.data(), buffer.size(), 0);
       if (got <= 0) break;
       int length = static_cast<int>(got);
+      // The kernel's NLMSG_OK compares its unsigned length field with our
+      // signed count; clang flags the macro's own comparison.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wsign-compare"
       for (auto* message = reinterpret_cast<nlmsghdr*>(buffer.data()); NLMSG_OK(message, length);
            message = NLMSG_NEXT(message, length)) {
         if (message->nlmsg_type == NLMSG_DONE || message->nlmsg_type == NLMSG_ERROR) {
@@ -106,6 +110,7 @@ std::optional<std::string> NetlinkRouteSource::defaultRouteInterface(int family)
         }
         if (index == 0) index = defaultRouteIndex(message);
       }
+#pragma GCC diagnostic pop
     }
   }
   ::close(fd);
