@@ -31,6 +31,8 @@ class SdlPresenter : public Presenter {
   bool handleEvent(const SDL_Event& event);
   // Drains SDL's event queue and shows a new frame when one was drawn.
   void frame();
+  // The window the frames go to (for a host that reads back what it shows).
+  SDL_Window* window() const { return window_; }
 
  protected:
   void windowsChanged() override;

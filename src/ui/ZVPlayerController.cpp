@@ -70,7 +70,9 @@ ZVVideoView::Environment ZVPlayerController::makeEnvironment() {
   auto current = context();
   auto display = Display::of(current);
   auto media = current->media();
-  auto manager = resources();
+  // Held weakly: the manager holds this controller as the video's download
+  // listener, and the controller holds the view.
+  std::weak_ptr<ZVResourceManager> weakManager = resources();
   auto configuration = ZVConfiguration::shared();
   return ZVVideoView::Environment{
       .presenter = display->presenter(),
@@ -79,8 +81,10 @@ ZVVideoView::Environment ZVPlayerController::makeEnvironment() {
       .mainQueue = current->runtime().mainQueue(),
       // The view owns its environment: the display and the factory it refers
       // to stay alive as long as the view does.
-      .assetForFile = [display, media,
-                       manager](const std::string& fileName) -> std::shared_ptr<media::MediaAsset> {
+      .assetForFile = [display, media, weakManager](
+                          const std::string& fileName) -> std::shared_ptr<media::MediaAsset> {
+        auto manager = weakManager.lock();
+        if (!manager) throw std::logic_error("no resource manager");
         const ZVAsset found = manager->assetForFile(fileName);
         auto asset = std::make_shared<media::MediaAsset>(found.url);
         // A file still downloading is read through its progressive loader,
@@ -91,8 +95,9 @@ ZVVideoView::Environment ZVPlayerController::makeEnvironment() {
         }
         return asset;
       },
-      .pathForURL = [manager](const std::string& url) -> std::filesystem::path {
-        return manager->pathToFileFromURL(url);
+      .pathForURL = [weakManager](const std::string& url) -> std::filesystem::path {
+        auto manager = weakManager.lock();
+        return manager ? manager->pathToFileFromURL(url) : std::string();
       },
       .soundOnButtonURL = configuration ? configuration->soundOnButtonURL() : std::nullopt,
       .soundOffButtonURL = configuration ? configuration->soundOffButtonURL() : std::nullopt,

@@ -75,6 +75,32 @@ TEST_F(ByteRangeSourceThreadedTest, AReadWaitsUntilTheDelegateHasAnsweredEveryBy
   EXPECT_EQ(source_->contentLength(), 1 << 20);
 }
 
+TEST_F(ByteRangeSourceThreadedTest, AFlushBreaksTheWaitingReadAndRefusesReadsUntilItStops) {
+  auto interruptedRead = [this](std::int64_t offset) {
+    return std::async(std::launch::async, [this, offset] {
+      bool interrupted = false;
+      source_->read(offset, 4096, &interrupted);
+      return interrupted;
+    });
+  };
+  auto waiting = interruptedRead(0);
+  ASSERT_TRUE(delegate_->waitForRequest(0));
+  source_->setFlushing(true);
+  ASSERT_EQ(waiting.wait_for(20s), std::future_status::ready);
+  EXPECT_TRUE(waiting.get());
+  auto during = interruptedRead(8192);
+  ASSERT_EQ(during.wait_for(20s), std::future_status::ready);
+  EXPECT_TRUE(during.get());
+  source_->setFlushing(false);
+  // After the flush a read waits for its answer again, and a refusal is not
+  // an interruption.
+  delegate_->accept = false;
+  auto after = interruptedRead(8192);
+  ASSERT_EQ(after.wait_for(20s), std::future_status::ready);
+  EXPECT_FALSE(after.get());
+  EXPECT_EQ(delegate_->requests.size(), 1u);
+}
+
 TEST_F(ByteRangeSourceThreadedTest, ShutdownAndCancelledLoadingBreakAWaitingRead) {
   auto first = readAsync(0, 4096);
   ASSERT_TRUE(delegate_->waitForRequest(0));

@@ -51,7 +51,8 @@ bool accepts(int port) {
   return ok;
 }
 
-std::string configuration(const fs::path& work, const fs::path& root, int port) {
+std::string configuration(const fs::path& work, const fs::path& root, int port,
+                          std::int64_t limitRate) {
   return fmt::format(R"(daemon off;
 master_process on;
 worker_processes 1;
@@ -71,23 +72,24 @@ http {{
   server {{
     listen 127.0.0.1:{port};
     root {root};
+    limit_rate {rate};
   }}
 }}
 )",
                      fmt::arg("user", ::geteuid() == 0 ? "user root;" : ""),
                      fmt::arg("work", work.string()), fmt::arg("root", root.string()),
-                     fmt::arg("port", port));
+                     fmt::arg("port", port), fmt::arg("rate", limitRate > 0 ? limitRate : 0));
 }
 
 }  // namespace
 
-NginxServer::NginxServer(fs::path root) {
+NginxServer::NginxServer(fs::path root, std::int64_t limitRate) {
   std::string pattern = (fs::temp_directory_path() / "zivora-nginx-XXXXXX").string();
   if (!::mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
   workDirectory_ = pattern;
   port_ = freeLoopbackPort();
   const fs::path conf = workDirectory_ / "nginx.conf";
-  std::ofstream(conf) << configuration(workDirectory_, fs::absolute(root), port_);
+  std::ofstream(conf) << configuration(workDirectory_, fs::absolute(root), port_, limitRate);
 
   std::vector<std::string> args{"nginx",
                                 "-c",

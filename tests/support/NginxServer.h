@@ -13,8 +13,10 @@ namespace zivora::test {
 // started with.
 class NginxServer {
  public:
-  // Throws std::runtime_error when nginx cannot be started.
-  explicit NginxServer(std::filesystem::path root);
+  // Throws std::runtime_error when nginx cannot be started. A positive
+  // `limitRate` caps each response at that many bytes a second (nginx's
+  // limit_rate), so a client can overtake a download in progress.
+  explicit NginxServer(std::filesystem::path root, std::int64_t limitRate = 0);
   ~NginxServer();
   NginxServer(const NginxServer&) = delete;
   NginxServer& operator=(const NginxServer&) = delete;

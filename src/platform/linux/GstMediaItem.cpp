@@ -152,7 +152,10 @@ void freeBytes(gpointer bytes) { delete static_cast<std::vector<std::uint8_t>*>(
 void onNeedData(GstAppSrc* appsrc, guint length, gpointer data) {
   auto& streaming = streamingOf(data);
   const auto offset = streaming.readOffset.load();
-  auto answer = streaming.source->read(static_cast<std::int64_t>(offset), length);
+  bool interrupted = false;
+  auto answer = streaming.source->read(static_cast<std::int64_t>(offset), length, &interrupted);
+  // The source is flushing for a seek: appsrc answers the pull itself.
+  if (interrupted) return;
   if (answer.outcome == media::LoadingRequest::Outcome::Failed) {
     GST_ELEMENT_ERROR(appsrc, RESOURCE, READ, ("The read was refused or cancelled."), (nullptr));
     gst_app_src_end_of_stream(appsrc);
@@ -170,8 +173,25 @@ void onNeedData(GstAppSrc* appsrc, guint length, gpointer data) {
   gst_app_src_push_buffer(appsrc, buffer);
 }
 
+// A flushing seek (made on the main queue) waits for the demuxer's
+// streaming thread, which may be waiting in a read for the main queue to
+// answer it: the flush reaching the source breaks that read.
+GstPadProbeReturn onFlush(GstPad*, GstPadProbeInfo* info, gpointer data) {
+  GstEvent* event = GST_PAD_PROBE_INFO_EVENT(info);
+  auto& source = *streamingOf(data).source;
+  if (GST_EVENT_TYPE(event) == GST_EVENT_FLUSH_START) source.setFlushing(true);
+  if (GST_EVENT_TYPE(event) == GST_EVENT_FLUSH_STOP) source.setFlushing(false);
+  return GST_PAD_PROBE_OK;
+}
+
 void onSourceSetup(GstElement*, GstElement* source, gpointer data) {
   if (!GST_IS_APP_SRC(source)) return;
+  if (GstPad* pad = gst_element_get_static_pad(source, "src")) {
+    gst_pad_add_probe(
+        pad, GstPadProbeType(GST_PAD_PROBE_TYPE_EVENT_UPSTREAM | GST_PAD_PROBE_TYPE_EVENT_FLUSH),
+        onFlush, holdStreaming(*static_cast<StreamingRef*>(data)), releaseStreaming);
+    gst_object_unref(pad);
+  }
   g_object_set(source, "stream-type", GST_APP_STREAM_TYPE_RANDOM_ACCESS, "format", GST_FORMAT_BYTES,
                nullptr);
   GstAppSrcCallbacks callbacks{};

@@ -8,10 +8,16 @@ ByteRangeSource::ByteRangeSource(std::shared_ptr<MediaAsset> asset, dispatch::Qu
                                  std::function<void()> stalled)
     : asset_(std::move(asset)), mainQueue_(mainQueue), stalled_(std::move(stalled)) {}
 
-LoadingRequest::Answer ByteRangeSource::read(std::int64_t offset, std::int64_t length) {
+LoadingRequest::Answer ByteRangeSource::read(std::int64_t offset, std::int64_t length,
+                                             bool* interrupted) {
+  if (interrupted) *interrupted = false;
   auto request = std::make_shared<LoadingRequest>(offset, length);
   {
     std::lock_guard lock(mutex_);
+    if (flushing_ && !shutDown_) {
+      if (interrupted) *interrupted = true;
+      return {};
+    }
     if (shutDown_ || !asset_->trackRead(request)) return {};
     current_ = request;
   }
@@ -26,6 +32,10 @@ LoadingRequest::Answer ByteRangeSource::read(std::int64_t offset, std::int64_t l
   {
     std::lock_guard lock(mutex_);
     if (current_ == request) current_.reset();
+    if (interrupted && answer.outcome == LoadingRequest::Outcome::Failed && flushing_ &&
+        !shutDown_) {
+      *interrupted = true;
+    }
   }
   asset_->untrackRead(request);
   const auto known = request->contentInformationRequest().contentLength();
@@ -53,6 +63,16 @@ void ByteRangeSource::shutdown() {
     std::lock_guard lock(mutex_);
     shutDown_ = true;
     waiting = current_;
+  }
+  if (waiting) waiting->cancel();
+}
+
+void ByteRangeSource::setFlushing(bool flushing) {
+  std::shared_ptr<LoadingRequest> waiting;
+  {
+    std::lock_guard lock(mutex_);
+    flushing_ = flushing;
+    if (flushing) waiting = current_;
   }
   if (waiting) waiting->cancel();
 }

@@ -29,11 +29,19 @@ class ByteRangeSource : public std::enable_shared_from_this<ByteRangeSource> {
   ByteRangeSource& operator=(const ByteRangeSource&) = delete;
 
   // Blocks the calling (streaming) thread until the read is answered,
-  // finished or failed.
-  LoadingRequest::Answer read(std::int64_t offset, std::int64_t length);
+  // finished or failed. `interrupted` (when given) tells a read failed by a
+  // flush from one that was refused or cancelled.
+  LoadingRequest::Answer read(std::int64_t offset, std::int64_t length,
+                              bool* interrupted = nullptr);
 
   // Fails the waiting read and every later one. Idempotent, never blocks.
   void shutdown();
+
+  // Between the player's flush start and stop (a flushing seek): the
+  // waiting read and any new one fail at once as interrupted. The seek,
+  // made on the main queue, waits for the streaming thread, and a read may
+  // be waiting for the main queue to answer it.
+  void setFlushing(bool flushing);
 
   // Whether the player plays (a waiting read is then a stall). Switching it
   // on while a read waits reports the stall.
@@ -56,6 +64,7 @@ class ByteRangeSource : public std::enable_shared_from_this<ByteRangeSource> {
 
   std::mutex mutex_;
   bool shutDown_ = false;
+  bool flushing_ = false;
   std::shared_ptr<LoadingRequest> current_;
 };
 

@@ -1,0 +1,212 @@
+// Time from the player controller's prepare and play of a complete 720p30
+// H.264 file (10 s, made by the test support on first use) to its first
+// video frame drawn by the headless memory presenter, against
+// gst-launch-1.0 playing the same file into fakesinks.
+//
+// Ours: prepareFromURL() → prepared → play() → the view slides in (0.4 s,
+// left out of the figure) → the player starts → the first picture reaches
+// the player view and is drawn into the presenter's canvas. The first run
+// of the process includes GStreamer's initialisation (cold); the median of
+// the others is the warm figure.
+//
+// Baseline: `gst-launch-1.0 -v playbin uri=file://... video-sink="fakesink
+// silent=false" audio-sink=fakesink`, from the fork to the first buffer that
+// the video fakesink reports (its last-message line), then stopped. That
+// includes starting the process and GStreamer, which a host application
+// pays once: compare it with both figures.
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <future>
+#include <string>
+#include <vector>
+
+#include "core/Context.h"
+#include "platform/linux/CurlStreamingClient.h"
+#include "platform/linux/GstMediaFactory.h"
+#include "platform/linux/ThreadRuntime.h"
+#include "resources/ZVFilesSavedValidator.h"
+#include "resources/ZVResourceManager.h"
+#include "support/ScopedContext.h"
+#include "support/TempDir.h"
+#include "support/TestMedia.h"
+#include "ui/Display.h"
+#include "ui/ZVPlayerController.h"
+
+namespace {
+
+using namespace std::chrono;
+using namespace zivora;
+using Clock = steady_clock;
+
+constexpr int kRuns = 7;
+
+double ms(Clock::duration d) { return duration<double, std::milli>(d).count(); }
+
+double median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  return values[values.size() / 2];
+}
+
+// Plays as soon as the controller is prepared and notes the moments that
+// make up the figure.
+class Timing final : public ui::ZVPlayerControllerDelegate {
+ public:
+  void playerControllerPrepared() override {
+    prepared = Clock::now();
+    if (auto player = controller.lock()) player->play();
+  }
+  void didShowView() override { shown = Clock::now(); }
+  void errorPlayingVideo(std::int32_t error) override {
+    std::fprintf(stderr, "playback failed: %d\n", error);
+    failed = true;
+  }
+  std::weak_ptr<ui::ZVPlayerController> controller;
+  Clock::time_point prepared, shown;
+  bool failed = false;
+};
+
+// Milliseconds from prepareFromURL() to the first frame in the canvas,
+// without the slide-in.
+double controllerFirstFrame(dispatch::ThreadRuntime& runtime, ui::Presenter& presenter,
+                            const std::string& url, const std::string& name) {
+  auto controller = std::make_shared<ui::ZVPlayerController>();
+  auto timing = std::make_shared<Timing>();
+  timing->controller = controller;
+  controller->setDelegate(timing);
+  std::promise<Clock::time_point> drawn;
+  dispatch::TaskHandle watch;
+  std::shared_ptr<ui::Window> window;
+
+  const auto start = Clock::now();
+  controller->prepareFromURL(url, name);
+  runtime.mainQueue().async([&] {
+    window = std::make_shared<ui::Window>(presenter.screen().bounds());
+    window->addSubview(controller->view());
+    presenter.present(window);
+    // The memory presenter draws when asked: ask as soon as the player view
+    // holds a picture.
+    watch = runtime.mainQueue().every(microseconds(500), [&] {
+      auto picture = controller->view() ? controller->view()->getPlayerView() : nullptr;
+      if (timing->failed || !picture || !picture->hasPicture()) return;
+      watch.cancel();
+      presenter.renderFrame(true);
+      drawn.set_value(Clock::now());
+    });
+  });
+  auto future = drawn.get_future();
+  if (future.wait_for(30s) != std::future_status::ready) {
+    std::fprintf(stderr, "no frame within 30 s\n");
+    std::exit(1);
+  }
+  const auto firstFrame = future.get();
+  std::promise<void> gone;
+  runtime.mainQueue().async([&] {
+    watch.cancel();
+    controller->stop();
+    presenter.dismiss(*window);
+    window.reset();
+    controller.reset();
+    gone.set_value();
+  });
+  gone.get_future().wait();
+  return ms((timing->prepared - start) + (firstFrame - timing->shown));
+}
+
+// Milliseconds from starting gst-launch-1.0 to the first buffer at its video
+// fakesink.
+double launchFirstFrame(const std::string& file) {
+  int out[2];
+  if (::pipe(out) != 0) return -1;
+  const auto start = Clock::now();
+  const pid_t pid = fork();
+  if (pid == 0) {
+    ::dup2(out[1], STDOUT_FILENO);
+    ::close(out[0]);
+    ::close(out[1]);
+    const std::string uri = "uri=file://" + file;
+    execlp("gst-launch-1.0", "gst-launch-1.0", "-v", "playbin", uri.c_str(),
+           "video-sink=fakesink silent=false", "audio-sink=fakesink", nullptr);
+    _exit(127);
+  }
+  ::close(out[1]);
+  double result = -1;
+  std::string seen;
+  char buffer[4096];
+  pollfd wait{out[0], POLLIN, 0};
+  while (result < 0 && ::poll(&wait, 1, 30000) == 1) {
+    const ssize_t n = ::read(out[0], buffer, sizeof buffer);
+    if (n <= 0) break;
+    seen.append(buffer, static_cast<std::size_t>(n));
+    // The video fakesink's first "chain" line: a decoded frame arrived.
+    if (seen.find("last-message = chain") != std::string::npos) result = ms(Clock::now() - start);
+  }
+  ::close(out[0]);
+  if (pid > 0) {
+    ::kill(pid, SIGTERM);
+    int status = 0;
+    ::waitpid(pid, &status, 0);
+  }
+  return result;
+}
+
+}  // namespace
+
+int main() {
+  const std::string file = test::TestMedia::hd().string();
+  std::printf("file: %s (1280x720, 30 fps, 10 s, H.264)\n\n", file.c_str());
+
+  test::TempDir root;
+  auto runtime = std::make_shared<dispatch::ThreadRuntime>();
+  auto media = std::make_shared<platform::GstMediaFactory>(
+      runtime->mainQueue(), platform::GstPlaybackOptions{.audio = platform::AudioOutput::Discard});
+  auto downloads =
+      std::make_shared<platform::CurlStreamingClient>(platform::StreamingClientOptions{}, runtime);
+  test::ScopedContext scope({.dataRoot = root.path().string()},
+                            {.runtime = runtime, .downloads = downloads, .media = media});
+  ui::Display::of(Context::current())
+      ->setPresenter(std::make_unique<ui::Presenter>(ui::Screen{{1280, 720}, 1, {}},
+                                                     runtime->mainQueue(), runtime->clock()));
+
+  // The video is complete in the cache, as after a finished download.
+  const std::string url = "https://cdn.example/bench-720p.mp4";
+  auto manager = ZVResourceManager::defaultManager();
+  const std::string name = ZVResourceManager::convertURLToFileName(url);
+  std::filesystem::copy_file(file, manager->pathToFile(name));
+  ZVFilesSavedValidator::defaultValidator()->setFullLoaded(
+      name, static_cast<std::int64_t>(std::filesystem::file_size(file)));
+
+  std::vector<double> ours;
+  for (int i = 0; i < kRuns + 1; ++i) {
+    ours.push_back(controllerFirstFrame(*runtime, ui::Display::of(Context::current())->presenter(),
+                                        url, name));
+  }
+  const double cold = ours.front();
+  ours.erase(ours.begin());
+  std::vector<double> launch;
+  for (int i = 0; i < kRuns; ++i) launch.push_back(launchFirstFrame(file));
+
+  const double warm = median(ours);
+  const double baseline = median(launch);
+  std::printf(
+      "player controller, prepare + play -> first frame drawn (slide-in excluded):\n"
+      "  cold %.1f ms, warm median %.1f ms (min %.1f, max %.1f, %d runs)\n",
+      cold, warm, *std::min_element(ours.begin(), ours.end()),
+      *std::max_element(ours.begin(), ours.end()), kRuns);
+  std::printf(
+      "gst-launch-1.0 playbin -> first buffer at the video fakesink (whole process):\n"
+      "  median %.1f ms (min %.1f, max %.1f, %d runs)\n",
+      baseline, *std::min_element(launch.begin(), launch.end()),
+      *std::max_element(launch.begin(), launch.end()), kRuns);
+  std::printf("ratio warm / gst-launch: %.2f, cold / gst-launch: %.2f (target: at most 1.2)\n",
+              warm / baseline, cold / baseline);
+  return 0;
+}
