@@ -37,7 +37,9 @@ void ZVRedirectRequest::start(Completion completion) {
           // The caller waits for an answer: a failed probe still completes,
           // with status 0.
           if (response.status == 0 && response.error.empty()) response.error = "probe failed";
-          if (completion) completion(response);
+          if (completion) {
+            guarded("ZVRedirectRequest", "startDispatch", [&] { completion(response); });
+          }
         });
   });
 }

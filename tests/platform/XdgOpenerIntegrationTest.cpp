@@ -1,9 +1,10 @@
 // xdg-open as a real child process: a recording stand-in first on PATH
 // shows what the program received, and /proc shows it was reaped.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
+#include <pthread.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -23,11 +24,11 @@ namespace {
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
-// Writes its pid, its argument count and each argument (NUL-terminated) to
-// a record file, which appears complete by rename.
+// Writes its pid, its blocked signals, its argument count and each argument
+// (NUL-terminated) to a record file, which appears complete by rename.
 constexpr const char* kRecorder = R"(#!/bin/sh
 out="$(dirname "$0")/record"
-{ echo "$$"; echo "$#"; for a in "$@"; do printf '%s\0' "$a"; done; } > "$out.tmp"
+{ echo "$$"; grep SigBlk /proc/$$/status; echo "$#"; for a in "$@"; do printf '%s\0' "$a"; done; } > "$out.tmp"
 mv "$out.tmp" "$out"
 )";
 
@@ -56,6 +57,7 @@ class XdgOpenerIntegrationTest : public ::testing::Test {
 
   struct Record {
     std::string pid;
+    std::string blocked;
     std::string count;
     std::vector<std::string> arguments;
   };
@@ -64,6 +66,7 @@ class XdgOpenerIntegrationTest : public ::testing::Test {
     std::ifstream in(bin_.path() / "record", std::ios::binary);
     Record record;
     std::getline(in, record.pid);
+    std::getline(in, record.blocked);
     std::getline(in, record.count);
     for (std::string argument; std::getline(in, argument, '\0');)
       record.arguments.push_back(argument);
@@ -80,10 +83,19 @@ class XdgOpenerIntegrationTest : public ::testing::Test {
 TEST_F(XdgOpenerIntegrationTest, TheAddressIsTheOneArgumentVerbatimAndTheChildIsReaped) {
   const std::string url =
       "https://example.com/a;b$(touch${IFS}/tmp/zv-pwned)`id`'q'\"d\"&x=|y>z#frag";
-  ASSERT_TRUE(opener_.openURL(url));
+  // A host thread that blocks signals must not pass that on to the browser.
+  sigset_t blocked;
+  sigset_t previous;
+  sigemptyset(&blocked);
+  sigaddset(&blocked, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &blocked, &previous);
+  const bool opened = opener_.openURL(url);
+  pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+  ASSERT_TRUE(opened);
 
   ASSERT_TRUE(eventually([&] { return fs::exists(bin_.path() / "record"); }));
   const Record record = readRecord();
+  EXPECT_EQ(record.blocked, "SigBlk:\t0000000000000000");
   EXPECT_EQ(record.count, "1");
   ASSERT_EQ(record.arguments.size(), 1u);
   EXPECT_EQ(record.arguments[0], url);

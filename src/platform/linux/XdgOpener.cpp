@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <string_view>
 
@@ -43,6 +44,23 @@ std::string printable(const std::string& url) {
   return shown;
 }
 
+// The host may block or ignore signals on the calling thread; the browser
+// that xdg-open starts must not inherit that, or it could not be stopped.
+int spawn(char* const argv[], pid_t* pid) {
+  posix_spawnattr_t attributes;
+  if (int error = ::posix_spawnattr_init(&attributes); error != 0) return error;
+  sigset_t none;
+  sigset_t all;
+  sigemptyset(&none);
+  sigfillset(&all);
+  ::posix_spawnattr_setsigmask(&attributes, &none);
+  ::posix_spawnattr_setsigdefault(&attributes, &all);
+  ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+  const int error = ::posix_spawnp(pid, kProgram, nullptr, &attributes, argv, environ);
+  ::posix_spawnattr_destroy(&attributes);
+  return error;
+}
+
 }  // namespace
 
 XdgOpener::XdgOpener(dispatch::Queue& reaper) : reaper_(reaper) {}
@@ -73,7 +91,7 @@ bool XdgOpener::openURL(const std::string& url) {
   std::string argument = url;
   char* argv[] = {program.data(), argument.data(), nullptr};
   pid_t pid = 0;
-  const int error = ::posix_spawnp(&pid, kProgram, nullptr, nullptr, argv, environ);
+  const int error = spawn(argv, &pid);
   if (error != 0) {
     ZVLog::LogWarning("[XdgOpener][openURL] Can't start {}: {}", kProgram, std::strerror(error));
     return false;
