@@ -14,6 +14,10 @@ class ZVRedirectRequest {
   // The response (status 0 and `error` set when none came).
   using Completion = std::function<void(const platform::HttpResponse& response)>;
 
+  // The attribution tracker whose addresses are resolved by hand before
+  // opening (a plain substring test on the ad's target address).
+  static constexpr const char* kTrackerHost = "track.zivora-attribution.net";
+
   explicit ZVRedirectRequest(std::string url);
 
   // Runs the request on the global queue and calls `completion` there.

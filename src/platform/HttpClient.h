@@ -35,9 +35,9 @@ struct HttpResponse {
   // connection, TLS failure, timeout, connection closed mid-body, body over
   // the size cap).
   long status = 0;
-  std::string body;
+  std::string body{};
   // What went wrong when status is 0, for logs.
-  std::string error;
+  std::string error{};
   // The final response's header fields as received (names as sent).
   std::vector<std::pair<std::string, std::string>> headers{};
 

@@ -5,7 +5,7 @@ namespace zivora::test {
 platform::HttpResponse FakeHttpClient::perform(const platform::HttpRequest& request) {
   std::lock_guard lock(mutex_);
   requests_.push_back(request);
-  if (script_.empty()) return {200, "{}", ""};
+  if (script_.empty()) return {.status = 200, .body = "{}"};
   auto response = script_.front();
   script_.pop_front();
   return response;
@@ -17,7 +17,7 @@ void FakeHttpClient::enqueue(platform::HttpResponse response) {
 }
 
 void FakeHttpClient::enqueue(long status, std::string body) {
-  enqueue({status, std::move(body), ""});
+  enqueue({.status = status, .body = std::move(body)});
 }
 
 std::vector<platform::HttpRequest> FakeHttpClient::requests() const {
