@@ -1,0 +1,58 @@
+// Any bytes as the analytics queue's file, drained the way its loop drains
+// it: every line handed out is whole ASCII text that either converts to a
+// wire form or is one the loop discards; draining always ends; afterwards a
+// fresh record saved there is the next line read and converts.
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "analytics/ZVPConvertSavedEventForSend.h"
+#include "analytics/ZVPCustomParams.h"
+#include "analytics/ZVPFileSaver.h"
+#include "analytics/ZVPLog.h"
+
+namespace {
+
+bool isLiveAscii(const std::string& text) {
+  if (text.empty() || text[0] == '-') return false;
+  for (unsigned char c : text)
+    if (c > 0x7F || c == '\n') return false;
+  return true;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static const auto directory = std::filesystem::temp_directory_path() /
+                                ("zivora-analytics-queue-fuzz-" + std::to_string(::getpid()));
+  static const bool quiet = (zivora::ZVPLog::logEnable(false), true);
+  (void)quiet;
+  std::filesystem::create_directories(directory);
+  zivora::ZVPFileSaver saver(directory);
+  std::ofstream(saver.fullPath(), std::ios::binary | std::ios::trunc)
+      .write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+
+  std::size_t rounds = 0;
+  while (auto line = saver.getFirstEvent()) {
+    if (!isLiveAscii(*line) || ++rounds > size + 1) __builtin_trap();
+    zivora::ZVPConvertSavedEventForSend converted(*line, 1767225600);
+    if (converted.isError() && converted.getEvent()) __builtin_trap();
+    saver.removeFirstLine();
+  }
+
+  zivora::ZVPCustomParams record;
+  record.put("bo_AppId", "tessaro-profiling");
+  record.put("bo_Name", "Fresh");
+  record.put("bo_Order", 1);
+  const std::string fresh = *record.toStr();
+  if (saver.save(fresh)) {
+    if (saver.getFirstEvent() != fresh) __builtin_trap();
+    if (!zivora::ZVPConvertSavedEventForSend(fresh, 0).getEvent()) __builtin_trap();
+  }
+  saver.removeFile();
+  return 0;
+}
