@@ -175,12 +175,13 @@ TEST(DeviceFactsTest, LanguageFollowsTheLocaleVariablesInOrder) {
       {{{"LC_ALL", "POSIX"}}, "en"},
       {{}, "en"},
   };
-  for (const auto& [variables, expected] : cases) {
+  for (const auto& testCase : cases) {
+    const auto& variables = testCase.first;
     auto lookup = [&](const char* name) -> const char* {
       auto found = variables.find(name);
       return found == variables.end() ? nullptr : found->second.c_str();
     };
-    EXPECT_EQ(platform::DeviceFacts::language(lookup), expected);
+    EXPECT_EQ(platform::DeviceFacts::language(lookup), testCase.second);
   }
 }
 
