@@ -36,6 +36,6 @@ EventFileOptions analyticsEventFile(const std::filesystem::path& documentsDirect
 
 ZVPFileSaver::ZVPFileSaver(const std::filesystem::path& documentsDirectory,
                            std::shared_ptr<platform::FileIo> io)
-    : file_(std::make_shared<EventFile>(analyticsEventFile(documentsDirectory, std::move(io)))) {}
+    : EventFileSaver(analyticsEventFile(documentsDirectory, std::move(io))) {}
 
 }  // namespace zivora

@@ -35,6 +35,6 @@ EventFileOptions adEventFile(const std::filesystem::path& documentsDirectory,
 
 ZVFileSaver::ZVFileSaver(const std::filesystem::path& documentsDirectory,
                          std::shared_ptr<platform::FileIo> io)
-    : file_(std::make_shared<EventFile>(adEventFile(documentsDirectory, std::move(io)))) {}
+    : EventFileSaver(adEventFile(documentsDirectory, std::move(io))) {}
 
 }  // namespace zivora

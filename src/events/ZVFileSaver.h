@@ -2,35 +2,19 @@
 
 #include <filesystem>
 #include <memory>
-#include <optional>
-#include <string>
-#include <string_view>
 
-#include "events/EventFile.h"
+#include "events/EventFileSaver.h"
 
 namespace zivora {
 
 // The ad events' file, "ts_events.dat" in the documents directory, with the
 // log texts of the ad queue. The work is EventFile's.
-class ZVFileSaver {
+class ZVFileSaver : public EventFileSaver {
  public:
   static constexpr char kFileName[] = "ts_events.dat";
 
   explicit ZVFileSaver(const std::filesystem::path& documentsDirectory,
                        std::shared_ptr<platform::FileIo> io = nullptr);
-
-  // True when the event is durably on disk.
-  bool save(std::string_view event) noexcept { return file_->save(event); }
-  std::optional<std::string> getFirstEvent() noexcept { return file_->firstEvent(); }
-  bool hasSavedEvents() noexcept { return file_->hasSavedEvents(); }
-  void removeFirstLine() noexcept { file_->removeFirstLine(); }
-  void removeFile() noexcept { file_->removeFile(); }
-
-  const std::filesystem::path& fullPath() const { return file_->path(); }
-  const std::shared_ptr<EventFile>& file() const { return file_; }
-
- private:
-  std::shared_ptr<EventFile> file_;
 };
 
 }  // namespace zivora
