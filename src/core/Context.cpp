@@ -62,7 +62,19 @@ Context::Context(HostOptions host, RuntimeOptions runtime)
                                            : std::filesystem::path(host_.dataRoot);
 }
 
-Context::~Context() = default;
+Context::~Context() {
+  std::vector<std::function<void()>> actions;
+  {
+    std::lock_guard lock(teardownMutex_);
+    actions.swap(teardown_);
+  }
+  for (auto action = actions.rbegin(); action != actions.rend(); ++action) (*action)();
+}
+
+void Context::onTeardown(std::function<void()> action) {
+  std::lock_guard lock(teardownMutex_);
+  teardown_.push_back(std::move(action));
+}
 
 dispatch::Runtime& Context::runtime() const {
   if (!runtime_.runtime) throw std::logic_error("Context has no runtime");

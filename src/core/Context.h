@@ -2,11 +2,13 @@
 
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <typeindex>
+#include <vector>
 
 #include "zivora/HostOptions.h"
 
@@ -110,6 +112,11 @@ class Context {
   // The secret store, chosen on first use. Never null.
   std::shared_ptr<platform::SecretStore> secretStore();
 
+  // Runs `action` when the context goes, before its instances are released:
+  // an instance that others hold in a cycle (a display whose shown screens
+  // refer back to it) breaks the cycle there.
+  void onTeardown(std::function<void()> action);
+
   // The context's one instance of T, made by `make` on first use.
   template <class T, class Factory>
   std::shared_ptr<T> instance(Factory&& make) {
@@ -130,6 +137,9 @@ class Context {
 
   std::mutex secretStoreMutex_;
   std::shared_ptr<platform::SecretStore> secretStore_;
+
+  std::mutex teardownMutex_;
+  std::vector<std::function<void()>> teardown_;
 
   std::recursive_mutex instancesMutex_;
   std::map<std::type_index, std::shared_ptr<void>> instances_;

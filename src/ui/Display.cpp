@@ -16,7 +16,14 @@ Display::Display(std::weak_ptr<Context> context) : context_(std::move(context)) 
 
 std::shared_ptr<Display> Display::of(const std::shared_ptr<Context>& context) {
   std::weak_ptr<Context> weak = context;
-  return context->instance<Display>([&] { return std::make_shared<Display>(weak); });
+  return context->instance<Display>([&] {
+    auto display = std::make_shared<Display>(weak);
+    // Shown screens hold their views, and the views hold the display.
+    context->onTeardown([screens = std::weak_ptr<Display>(display)] {
+      if (auto display = screens.lock()) display->closeScreens();
+    });
+    return display;
+  });
 }
 
 Presenter& Display::presenter() {
@@ -60,6 +67,14 @@ bool Display::handleEvent(const SDL_Event& event) {
 void Display::refreshOrientation() {
   const Size size = presenter().screen().size;
   orientation_ = size.width > size.height ? TS_ORIENTATION_LANDSCAPE : TS_ORIENTATION_PORTRAIT;
+}
+
+void Display::closeScreens() {
+  std::unique_ptr<Presenter> presenter;
+  {
+    std::lock_guard lock(mutex_);
+    presenter.swap(presenter_);
+  }
 }
 
 bool Display::isPresenting() const {

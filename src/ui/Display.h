@@ -36,6 +36,8 @@ class Display {
   // Host-pumped hosts with their own window forward their events here.
   bool handleEvent(const SDL_Event& event);
   bool isPresenting() const;
+  // Drops the presenter and the screens it shows (the context is going).
+  void closeScreens();
 
   // 2 (landscape) when the presenting surface is wider than tall, else 1;
   // 1 until refreshOrientation() ran. Any thread, never blocks.

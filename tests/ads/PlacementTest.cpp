@@ -82,6 +82,10 @@ class PlacementTest : public ::testing::Test {
                 .files = disk_,
                 .media = media_,
                 .opener = opener_}) {
+    // The screens are drawn in memory, as on a machine without a display.
+    ui::Display::of(Context::current())
+        ->setPresenter(std::make_unique<ui::Presenter>(ui::Screen{{640, 360}, 1, {}},
+                                                       runtime_->mainQueue(), runtime_->clock()));
     auto configuration = ZVConfiguration::shared();
     configuration->setAppId("app-1");
     helper_->setDelegate(host_);
