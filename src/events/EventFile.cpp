@@ -183,7 +183,8 @@ void EventFile::repairTornTail(Handle& file, std::int64_t size) {
     }
     end = from;
   }
-  file.write(start, "-");
+  // As in markConsumed: a consumed tail must never read as a header.
+  file.write(start, size - start > 1 && file.read(start + 1, 1) == "!" ? "--" : "-");
   file.sync();
   options_.logRepair(
       fmt::format("torn tail of {} bytes at offset {} marked consumed", size - start, start));
@@ -243,7 +244,7 @@ std::optional<EventFile::Line> EventFile::firstLiveLine(Handle& file, std::int64
     }
     if (line->text[0] == '-') continue;
     if (!isAscii(line->text)) {
-      file.write(line->start, "-");
+      markConsumed(file, *line);
       options_.logRepair(fmt::format("line of {} bytes at offset {} is not ASCII; marked consumed",
                                      line->text.size(), line->start));
       continue;
@@ -292,12 +293,19 @@ void EventFile::removeFirstLine() noexcept {
   }
 }
 
+// A consumed line starts with '-'. One that went on with "!" and digits
+// would then read as a header when it is the file's first line, so its
+// second byte is overwritten as well.
+void EventFile::markConsumed(Handle& file, const Line& line) {
+  file.write(line.start, line.text.size() > 1 && line.text[1] == '!' ? "--" : "-");
+}
+
 // Marks `line` consumed, then points the header past it. The header is
 // written only where it lands wholly on consumed bytes and leaves the line
 // feed that ends `line` in place, so it can never swallow a live event.
 void EventFile::setIgnoreLine(Handle& file, const Line& line, std::int64_t size) {
   const std::int64_t next = line.start + static_cast<std::int64_t>(line.text.size()) + 1;
-  file.write(line.start, "-");
+  markConsumed(file, line);
   std::string header = fmt::format("-!{}\n-", next);
   if (static_cast<std::int64_t>(header.size()) < next) file.write(0, header);
   if (next >= size && size >= 2) unlinkFile();

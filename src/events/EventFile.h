@@ -74,6 +74,7 @@ class EventFile {
   std::optional<Line> readLine(Handle& file, std::int64_t offset, std::int64_t size);
   std::int64_t findOffset(Handle& file, std::int64_t size);
   std::optional<Line> firstLiveLine(Handle& file, std::int64_t size);
+  void markConsumed(Handle& file, const Line& line);
   void setIgnoreLine(Handle& file, const Line& line, std::int64_t size);
   void repairTornTail(Handle& file, std::int64_t size);
   void unlinkFile();

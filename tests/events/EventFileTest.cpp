@@ -132,6 +132,15 @@ TEST_F(EventFileTest, LinesThatCanNeverBeSentDoNotStallTheQueue) {
   writeAll(path_, a + "\n\n{\"e\":\"\xC3\xA9\"}\n" + b + "\n");
   EXPECT_EQ(drain(file), (std::vector<std::string>{a, b}));
   EXPECT_FALSE(repairs_.empty());
+
+  // A first line that, marked consumed, would read as a header saying
+  // "everything up to byte 99 is sent" must not take later events with it.
+  for (const std::string& damaged : {std::string("!99\xCD\n"), std::string("!99")}) {
+    writeAll(path_, damaged);
+    EXPECT_EQ(file.firstEvent(), std::nullopt);
+    ASSERT_TRUE(file.save(a));
+    EXPECT_EQ(file.firstEvent(), a) << damaged;
+  }
 }
 
 TEST_F(EventFileTest, SaveRefusesWhatCouldNotBeOneAsciiLine) {
