@@ -132,6 +132,8 @@ int main(int argc, char** argv) {
 
   zivora::ZivoraInstance::reset();
   sandbox.stop();
-  std::filesystem::remove_all(root);
+  // The SDK's queues may still be writing there as the process ends.
+  std::error_code ignored;
+  std::filesystem::remove_all(root, ignored);
   return 0;
 }

@@ -1,6 +1,7 @@
-/* A C host: initialises the SDK against an ad server, asks it to cache a
- * placement and prints every callback it hears until the placement is
- * answered (or 30 s pass).
+/* A C host: initialises the SDK against an ad server, caches a placement,
+ * shows it once cached, closes the post-video screen a second after it
+ * appears (as a player's button press would) and prints every callback it
+ * hears until the ad has paid its reward or failed (or 60 s pass).
  *
  *   c-host --server URL [--ca FILE] [--data-dir DIR] [--placement NAME] */
 #include <pthread.h>
@@ -12,6 +13,7 @@
 static pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
 static pthread_cond_t answered = PTHREAD_COND_INITIALIZER;
 static int done = 0;
+static int dismissed = 0; /* the post-video screen is up */
 
 static void finish(void) {
   pthread_mutex_lock(&lock);
@@ -23,7 +25,26 @@ static void finish(void) {
 static void on_cache(void* user_data, const char* placement) {
   (void)user_data;
   printf("callback: video_did_cache %s\n", placement);
-  finish();
+  zivora_show_video(placement);
+}
+
+static void on_dismiss(void* user_data, const char* placement) {
+  (void)user_data;
+  printf("callback: video_did_dismiss %s\n", placement);
+  pthread_mutex_lock(&lock);
+  dismissed = 1;
+  pthread_cond_signal(&answered);
+  pthread_mutex_unlock(&lock);
+}
+
+static void on_displayed(void* user_data, const char* placement) {
+  (void)user_data;
+  printf("callback: video_window_did_display %s\n", placement);
+}
+
+static void on_closed(void* user_data, const char* placement) {
+  (void)user_data;
+  printf("callback: video_window_did_close %s\n", placement);
 }
 
 static void on_fail(void* user_data, const char* placement, uint64_t error) {
@@ -35,6 +56,7 @@ static void on_fail(void* user_data, const char* placement, uint64_t error) {
 static void on_reward(void* user_data, const char* placement) {
   (void)user_data;
   printf("callback: video_receive_reward %s\n", placement);
+  finish();
 }
 
 static const char* argument(int argc, char** argv, const char* flag, const char* fallback) {
@@ -64,18 +86,32 @@ int main(int argc, char** argv) {
   callbacks.video_did_cache = on_cache;
   callbacks.video_did_fail_to_load = on_fail;
   callbacks.video_receive_reward = on_reward;
+  callbacks.video_did_dismiss = on_dismiss;
+  callbacks.video_window_did_display = on_displayed;
+  callbacks.video_window_did_close = on_closed;
   zivora_set_callbacks(&callbacks);
   zivora_cache_video(placement);
 
   clock_gettime(CLOCK_REALTIME, &deadline);
-  deadline.tv_sec += 30;
+  deadline.tv_sec += 60;
   pthread_mutex_lock(&lock);
   while (!done) {
+    if (dismissed) {
+      /* A second for the post-video screen to settle, then "close". */
+      struct timespec pause = {1, 0};
+      dismissed = 0;
+      pthread_mutex_unlock(&lock);
+      nanosleep(&pause, NULL);
+      printf("closing the post-video screen: %d\n",
+             zivora_perform_screen_action(ZIVORA_SCREEN_ACTION_CLOSE));
+      pthread_mutex_lock(&lock);
+      continue;
+    }
     if (pthread_cond_timedwait(&answered, &lock, &deadline) != 0) break;
   }
   ok = done;
   pthread_mutex_unlock(&lock);
-  printf(ok ? "placement answered\n" : "no answer within 30 s\n");
+  printf(ok ? "placement answered\n" : "no answer within 60 s\n");
   fflush(stdout);
   return ok ? 0 : 1;
 }

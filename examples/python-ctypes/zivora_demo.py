@@ -1,6 +1,8 @@
 #!/usr/bin/env python3
 """A Python host through ctypes (standard library only): initialises the SDK
-against an ad server, caches a placement and prints the callbacks it hears.
+against an ad server, caches a placement, shows it once cached, closes the
+post-video screen a second after it appears (as a player's button would) and
+prints the callbacks it hears until the reward is paid.
 
     zivora_demo.py --library /usr/local/lib/libzivora.so.0 --server URL [--ca FILE]
 """
@@ -8,6 +10,10 @@ import argparse
 import ctypes
 import sys
 import threading
+import time
+
+# zivora_screen_action's ZIVORA_SCREEN_ACTION_CLOSE.
+CLOSE = 3
 
 PLACEMENT_CALLBACK = ctypes.CFUNCTYPE(None, ctypes.c_void_p, ctypes.c_char_p)
 FAIL_CALLBACK = ctypes.CFUNCTYPE(None, ctypes.c_void_p, ctypes.c_char_p, ctypes.c_uint64)
@@ -82,13 +88,22 @@ def main():
     sdk.zivora_initialize(b"python-app", ctypes.byref(options))
 
     answered = threading.Event()
+    dismissed = threading.Event()
 
     def on_cache(_, placement):
         print("callback: video_did_cache", placement.decode(), flush=True)
-        answered.set()
+        sdk.zivora_show_video(placement)
 
     def on_fail(_, placement, error):
         print("callback: video_did_fail_to_load", placement.decode(), error, flush=True)
+        answered.set()
+
+    def on_dismiss(_, placement):
+        print("callback: video_did_dismiss", placement.decode(), flush=True)
+        dismissed.set()
+
+    def on_reward(_, placement):
+        print("callback: video_receive_reward", placement.decode(), flush=True)
         answered.set()
 
     callbacks = Callbacks()
@@ -96,14 +111,20 @@ def main():
     # The callback objects must outlive the SDK's use of them.
     callbacks.video_did_cache = keep_cache = PLACEMENT_CALLBACK(on_cache)
     callbacks.video_did_fail_to_load = keep_fail = FAIL_CALLBACK(on_fail)
+    callbacks.video_did_dismiss = keep_dismiss = PLACEMENT_CALLBACK(on_dismiss)
+    callbacks.video_receive_reward = keep_reward = PLACEMENT_CALLBACK(on_reward)
     sdk.zivora_set_callbacks(ctypes.byref(callbacks))
     sdk.zivora_cache_video(args.placement.encode())
 
+    # The player "presses close" a second after the post-video screen appears.
+    if dismissed.wait(60) and not answered.is_set():
+        time.sleep(1)
+        print("closing the post-video screen:", sdk.zivora_perform_screen_action(CLOSE), flush=True)
     ok = answered.wait(30)
-    print("placement answered" if ok else "no answer within 30 s", flush=True)
+    print("placement answered" if ok else "no answer in time", flush=True)
     # No callback may reach Python objects that are about to go.
     sdk.zivora_set_callbacks(None)
-    del keep_cache, keep_fail
+    del keep_cache, keep_fail, keep_dismiss, keep_reward
     return 0 if ok else 1
 
 

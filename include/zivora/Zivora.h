@@ -23,6 +23,14 @@ namespace zivora {
 // ZivoraErrorInitializationFailed while the SDK keeps retrying (after 5, 10,
 // 15 … seconds, at most 120 s apart). Problems are reported in the log as
 // lines starting "[Zivora]" and to the delegate as error codes.
+// What a host's button can ask of the ad screen shown.
+enum class ZivoraScreenAction {
+  Skip,          // skip the video, once skipping is allowed
+  Sound,         // switch the sound on or off
+  CallToAction,  // the post-video screen's call to action
+  Close,         // close the post-video screen
+};
+
 class ZIVORA_API Zivora {
  public:
   Zivora() = delete;
@@ -78,6 +86,13 @@ class ZIVORA_API Zivora {
   static bool handleEvent(const void* sdlEvent) noexcept;
   // An ad screen is on the display.
   static bool isPresenting() noexcept;
+  // Acts on the ad screen shown as the matching key or controller button
+  // would (see the README's bindings), for hosts whose input does not reach
+  // the SDK through SDL: a game engine's own input system, a remote, a
+  // test script. It runs on the SDK's main queue; a control that is not
+  // ready (a skip control before skipping is allowed) ignores it. False
+  // when no ad screen is shown.
+  static bool performScreenAction(ZivoraScreenAction action) noexcept;
 };
 
 }  // namespace zivora

@@ -123,6 +123,18 @@ ZIVORA_API int zivora_handle_event(const void* sdl_event);
  * window skips its drawing meanwhile. */
 ZIVORA_API int zivora_is_presenting(void);
 
+/* What a host's button can ask of the ad screen shown. */
+typedef enum zivora_screen_action {
+  ZIVORA_SCREEN_ACTION_SKIP = 0,           /* once skipping is allowed */
+  ZIVORA_SCREEN_ACTION_SOUND = 1,          /* sound on or off */
+  ZIVORA_SCREEN_ACTION_CALL_TO_ACTION = 2, /* the post-video screen's call to action */
+  ZIVORA_SCREEN_ACTION_CLOSE = 3           /* close the post-video screen */
+} zivora_screen_action;
+/* Acts on the ad screen shown as the matching key or controller button would,
+ * for hosts whose input does not come through SDL. Runs on the SDK's main
+ * queue; nonzero when an ad screen was shown to take it. */
+ZIVORA_API int zivora_perform_screen_action(zivora_screen_action action);
+
 /* The SDK's version banner. */
 ZIVORA_API const char* zivora_version(void);
 

@@ -19,7 +19,7 @@ namespace {
 constexpr std::int64_t kTransportFailed = 3;
 constexpr std::int64_t kBadResponse = 4;
 
-dispatch::Runtime& runtime() { return Context::current()->runtime(); }
+dispatch::Runtime& runtime() { return Context::require()->runtime(); }
 
 nlohmann::json requestBody() {
   auto configuration = ZVConfiguration::shared();
@@ -93,7 +93,7 @@ void MotivationRewardManager::fetch() {
 void MotivationRewardManager::repeateRequestAfterError() {
   std::weak_ptr<MotivationRewardManager> weak = weak_from_this();
   const auto delay = std::chrono::duration_cast<dispatch::Duration>(
-      Context::current()->runtimeOptions().retryTimeUnit);
+      Context::require()->runtimeOptions().retryTimeUnit);
   runtime().globalQueue().after(delay, [weak] {
     auto self = weak.lock();
     if (!self) return;

@@ -65,7 +65,7 @@ void ZVVideoManager::didError(std::uint64_t error,
                               const std::shared_ptr<ZVVideoViewController>& controller) {
   guarded(kClass, "didError", [&] {
     if (!remove(controller)) return;
-    Context::current()->runtime().mainQueue().async(
+    Context::require()->runtime().mainQueue().async(
         [delegate = delegate_, placement = controller->placementName(), error] {
           delegate->videoDidFailToLoad(placement, error);
         });

@@ -133,6 +133,12 @@ std::shared_ptr<Context> Context::current() {
   return installed();
 }
 
+std::shared_ptr<Context> Context::require() {
+  auto context = current();
+  if (!context) throw std::logic_error("no installed context");
+  return context;
+}
+
 void Context::install(std::shared_ptr<Context> context) {
   std::shared_ptr<Context> previous;
   {

@@ -84,6 +84,10 @@ class Context {
 
   // The installed context, or null before initialisation.
   static std::shared_ptr<Context> current();
+  // The installed context for work that cannot go on without one (a task
+  // that outlived a reset): throws std::logic_error when none is installed,
+  // which the caller's guard turns into its failure path.
+  static std::shared_ptr<Context> require();
   static void install(std::shared_ptr<Context> context);
 
   const HostOptions& host() const { return host_; }

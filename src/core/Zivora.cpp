@@ -142,6 +142,13 @@ bool Zivora::isPresenting() noexcept {
   });
 }
 
+bool Zivora::performScreenAction(ZivoraScreenAction action) noexcept {
+  return guarded(kClass, "performScreenAction", false, [&] {
+    auto instance = ZivoraInstance::current();
+    return instance && instance->performScreenAction(action);
+  });
+}
+
 std::size_t Zivora::pump() noexcept {
   return guarded(kClass, "pump", std::size_t{0}, [] {
     auto instance = ZivoraInstance::current();

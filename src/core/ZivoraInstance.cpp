@@ -477,4 +477,19 @@ bool ZivoraInstance::handleEvent(const void* sdlEvent) {
 
 bool ZivoraInstance::isPresenting() { return ui::Display::of(context_)->isPresenting(); }
 
+bool ZivoraInstance::performScreenAction(ZivoraScreenAction action) {
+  auto display = ui::Display::of(context_);
+  if (!display->isPresenting()) return false;
+  static constexpr ui::ScreenAction kActions[] = {ui::ScreenAction::Skip, ui::ScreenAction::Sound,
+                                                  ui::ScreenAction::CallToAction,
+                                                  ui::ScreenAction::Close};
+  const auto index = static_cast<std::size_t>(action);
+  if (index >= std::size(kActions)) return false;
+  context_->runtime().mainQueue().async([display, screenAction = kActions[index]] {
+    guarded(kClass, "performScreenAction",
+            [&] { display->presenter().performAction(screenAction); });
+  });
+  return true;
+}
+
 }  // namespace zivora

@@ -11,6 +11,7 @@
 #include "ads/ZVWaitInfo.h"
 #include "core/Context.h"
 #include "platform/dispatch/Queue.h"
+#include "zivora/Zivora.h"
 
 namespace zivora {
 
@@ -55,6 +56,7 @@ class ZivoraInstance : public std::enable_shared_from_this<ZivoraInstance> {
   // The host's SDL event, offered to the ad screens.
   bool handleEvent(const void* sdlEvent);
   bool isPresenting();
+  bool performScreenAction(ZivoraScreenAction action);
 
  private:
   ZivoraInstance(std::shared_ptr<Context> context, std::shared_ptr<AdSide> adSide);

@@ -179,6 +179,12 @@ int zivora_handle_event(const void* sdl_event) {
 
 int zivora_is_presenting(void) { return zivora::Zivora::isPresenting() ? 1 : 0; }
 
+int zivora_perform_screen_action(zivora_screen_action action) {
+  if (action < ZIVORA_SCREEN_ACTION_SKIP || action > ZIVORA_SCREEN_ACTION_CLOSE) return 0;
+  return zivora::Zivora::performScreenAction(static_cast<zivora::ZivoraScreenAction>(action)) ? 1
+                                                                                              : 0;
+}
+
 const char* zivora_version(void) { return zivora::ZivoraSDKVersionString; }
 
 }  // extern "C"

@@ -56,7 +56,7 @@ void ZVSendRequest::sendPost(std::optional<std::string_view> json,
     // The body travels as 7-bit ASCII; callers percent-encode free text.
     if (!isAscii(body)) body.clear();
 
-    auto response = Context::current()->http().perform(
+    auto response = Context::require()->http().perform(
         platform::HttpRequest::formPost(endpoint(), std::move(body)));
     if (response.status == TS_HTTP_STATUS_CODE_OK) {
       auto reply = JsonConvert::parseObject(response.body);

@@ -92,7 +92,7 @@ void ZVAssetLoaderDelegate::fillInContentInformation(
 
 void ZVAssetLoaderDelegate::sendFakeData(
     const std::shared_ptr<media::LoadingRequest>& loadingRequest) {
-  Context::current()->runtime().mainQueue().after(
+  Context::require()->runtime().mainQueue().after(
       std::chrono::duration_cast<dispatch::Duration>(kProbeDelay), [loadingRequest] {
         guarded(kClass, "sendFakeDataDispatch", [&] {
           const std::vector<std::uint8_t> probe{0x01, 0x02};

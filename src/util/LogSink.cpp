@@ -27,8 +27,9 @@ class StandardErrorSink final : public LogSink {
 }  // namespace
 
 std::shared_ptr<LogSink> LogSink::standardError() {
-  static const auto sink = std::make_shared<StandardErrorSink>();
-  return sink;
+  // Never destroyed: the SDK's threads may still log while the process exits.
+  static const auto* sink = new std::shared_ptr<LogSink>(std::make_shared<StandardErrorSink>());
+  return *sink;
 }
 
 }  // namespace zivora

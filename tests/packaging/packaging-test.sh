@@ -36,7 +36,10 @@ expect_answer() {  # name, command...
   local output
   output=$("$@" 2>&1) || { echo "$output"; echo "$name failed" >&2; return 1; }
   grep -q "placement answered" <<<"$output" || { echo "$output"; echo "$name: no answer" >&2; return 1; }
-  echo "$name: $(grep '^callback:' <<<"$output" | head -1)"
+  # Each host shows the whole ad: cached, shown, closed, rewarded.
+  grep -q "^callback: video_receive_reward" <<<"$output" ||
+    { echo "$output"; echo "$name: no reward" >&2; return 1; }
+  echo "$name: $(grep '^callback:' <<<"$output" | cut -d' ' -f2 | paste -sd' ')"
 }
 expect_answer "c-host (find_package)" "$work/c-host/c-host" --server "$server" --ca "$work/certs/ca.pem" \
   --data-dir "$work/data1"

@@ -1,0 +1,179 @@
+// From cacheVideo() to videoDidCache() for the sandbox's large ad (a video
+// of more than 5 MiB, its picture and the three button images) on loopback,
+// against curl doing the same requests and downloads in the same run: the
+// signed "getVideo" POST, then every file, one process, one connection.
+// Each SDK run starts on an empty data root, after its handshake.
+//   zivora_bench_cache [runs, default 5]
+#include <fmt/format.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "SandboxServer.h"
+#include "core/ZVConfiguration.h"
+#include "core/ZivoraInstance.h"
+#include "events/ZVSendRequest.h"
+#include "support/TempDir.h"
+#include "util/JsonConvert.h"
+#include "util/LogSink.h"
+#include "zivora/Zivora.h"
+
+extern char** environ;
+
+namespace {
+
+using namespace zivora;
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+constexpr char kPlacement[] = "large";
+
+class Quiet final : public LogSink {
+ public:
+  void write(LogLevel, std::string_view) override {}
+};
+
+// Waits for the placement's caching callback.
+class CacheWaiter final : public ZivoraDelegate {
+ public:
+  void videoDidCache(const std::string&) override { finish(true); }
+  void videoDidFailToLoad(const std::string&, std::uint64_t) override { finish(false); }
+  bool wait() {
+    std::unique_lock lock(mutex_);
+    changed_.wait_for(lock, std::chrono::seconds(120), [&] { return done_; });
+    return ok_;
+  }
+
+ private:
+  void finish(bool ok) {
+    std::lock_guard lock(mutex_);
+    done_ = true;
+    ok_ = ok;
+    changed_.notify_all();
+  }
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  bool done_ = false, ok_ = false;
+};
+
+double seconds(Clock::duration d) { return std::chrono::duration<double>(d).count(); }
+
+void run(std::vector<std::string> args) {
+  std::vector<char*> argv;
+  for (auto& arg : args) argv.push_back(arg.data());
+  argv.push_back(nullptr);
+  pid_t pid = -1;
+  if (::posix_spawnp(&pid, argv[0], nullptr, nullptr, argv.data(), environ) != 0)
+    throw std::runtime_error("cannot run " + args[0]);
+  int status = 0;
+  ::waitpid(pid, &status, 0);
+  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) throw std::runtime_error(args[0] + " failed");
+}
+
+bool waitForHandshake() {
+  const auto deadline = Clock::now() + std::chrono::seconds(30);
+  while (Clock::now() < deadline) {
+    auto configuration = ZVConfiguration::shared();
+    if (configuration && configuration->closeButtonURL()) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return false;
+}
+
+double sdkRun(const sandbox::SandboxServer& server) {
+  zivora::test::TempDir root;
+  ZivoraInstance::start("bench-app",
+                        HostOptions{.dataRoot = root.path().string(),
+                                    .applicationName = "zivora-bench",
+                                    .adEndpoint = server.adEndpoint(),
+                                    .analyticsEndpoint = server.analyticsEndpoint(),
+                                    .caFile = server.caFile(),
+                                    .screenWidth = 1280,
+                                    .screenHeight = 720},
+                        RuntimeOptions{.log = std::make_shared<Quiet>()});
+  auto waiter = std::make_shared<CacheWaiter>();
+  Zivora::setDelegate(waiter);
+  if (!waitForHandshake()) throw std::runtime_error("no handshake");
+  const auto start = Clock::now();
+  Zivora::cacheVideo(kPlacement);
+  const bool cached = waiter->wait();
+  const double elapsed = seconds(Clock::now() - start);
+  ZivoraInstance::reset();
+  if (!cached) throw std::runtime_error("the ad was not cached");
+  return elapsed;
+}
+
+// The same exchange by curl: the signed request, then each file.
+double curlRun(const sandbox::SandboxServer& server, const nlohmann::json& initialization) {
+  zivora::test::TempDir scratch;
+  const std::string params = JsonConvert::serialize({{"getVideo",
+                                                      {{"randomUID", "bench"},
+                                                       {"appId", "bench-app"},
+                                                       {"placementId", kPlacement},
+                                                       {"orientation", 2},
+                                                       {"isMobileNetwork", false}}}});
+  const std::string body =
+      "Params=" + *ZVSendRequest::urlEncode(params) + "&md5=" + ZVSendRequest::getMD5(params);
+  const fs::path reply = scratch.path() / "ad.json";
+  const auto start = Clock::now();
+  run({"curl", "-s", "-f", "--cacert", server.caFile(), "-H",
+       "Content-Type: application/x-www-form-urlencoded", "--data-binary", body, "-o",
+       reply.string(), server.adEndpoint()});
+  std::ifstream in(reply);
+  const auto ad = nlohmann::json::parse(in);
+  std::vector<std::string> args{"curl", "-s", "-f", "--cacert", server.caFile()};
+  int index = 0;
+  auto fetch = [&](const std::string& url) {
+    args.insert(args.end(), {"-o", (scratch.path() / std::to_string(index++)).string(), url});
+  };
+  fetch(ad.at("imageURL"));
+  for (const char* key : {"closeButtonURL", "soundOnButtonURL", "soundOffButtonURL"})
+    fetch(initialization.at(key));
+  fetch(ad.at("videoURL"));
+  run(args);
+  return seconds(Clock::now() - start);
+}
+
+double median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  return values[values.size() / 2];
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const int runs = argc > 1 ? std::max(1, std::atoi(argv[1])) : 5;
+  // Ad screens are never opened here; keep SDL away from any display.
+  setenv("SDL_VIDEODRIVER", "dummy", 1);
+  zivora::test::TempDir certs;
+  sandbox::SandboxServer server({.certDirectory = certs.path()});
+  server.start();
+  const nlohmann::json initialization = {{"closeButtonURL", server.fileUrl("close.png")},
+                                         {"soundOnButtonURL", server.fileUrl("sound_on.png")},
+                                         {"soundOffButtonURL", server.fileUrl("sound_off.png")}};
+
+  std::vector<double> sdk, curl;
+  curlRun(server, initialization);  // warms the sandbox's file cache
+  for (int i = 0; i < runs; ++i) {
+    sdk.push_back(sdkRun(server));
+    curl.push_back(curlRun(server, initialization));
+  }
+  const double sdkMedian = median(sdk), curlMedian = median(curl);
+  fmt::print(
+      "cacheVideo to videoDidCache, large ad, median of {}: SDK {:.3f} s, curl {:.3f} s, "
+      "ratio {:.2f} (target: 1.2 or less)\n",
+      runs, sdkMedian, curlMedian, sdkMedian / curlMedian);
+  return 0;
+}
