@@ -3,12 +3,15 @@
 // against curl doing the same requests and downloads in the same run: the
 // signed "getVideo" POST, then every file, one process, one connection.
 // Each SDK run starts on an empty data root, after its handshake.
-//   zivora_bench_cache [runs, default 5]
+//   zivora_bench_cache [runs, default 5] [--trace]
+// --trace prints the SDK's log lines with the milliseconds since cacheVideo(),
+// to see where a run spends its time.
 #include <fmt/format.h>
 #include <spawn.h>
 #include <sys/wait.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
@@ -18,6 +21,7 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -40,9 +44,22 @@ using Clock = std::chrono::steady_clock;
 
 constexpr char kPlacement[] = "large";
 
-class Quiet final : public LogSink {
+// Drops the SDK's log, or prints it stamped with the time since the mark.
+class BenchLog final : public LogSink {
  public:
-  void write(LogLevel, std::string_view) override {}
+  explicit BenchLog(bool trace) : trace_(trace) {}
+  void mark() { start_.store(Clock::now().time_since_epoch().count()); }
+  void unmark() { start_.store(0); }
+  void write(LogLevel, std::string_view text) override {
+    if (!trace_ || start_.load() == 0) return;
+    const auto since = Clock::now().time_since_epoch() - Clock::duration(start_.load());
+    fmt::print(stderr, "{:8.1f} ms  {}\n", std::chrono::duration<double, std::milli>(since).count(),
+               text.substr(0, 160));
+  }
+
+ private:
+  const bool trace_;
+  std::atomic<Clock::rep> start_{0};
 };
 
 // Waits for the placement's caching callback.
@@ -92,7 +109,7 @@ bool waitForHandshake() {
   return false;
 }
 
-double sdkRun(const sandbox::SandboxServer& server) {
+double sdkRun(const sandbox::SandboxServer& server, const std::shared_ptr<BenchLog>& log) {
   zivora::test::TempDir root;
   ZivoraInstance::start("bench-app",
                         HostOptions{.dataRoot = root.path().string(),
@@ -102,14 +119,16 @@ double sdkRun(const sandbox::SandboxServer& server) {
                                     .caFile = server.caFile(),
                                     .screenWidth = 1280,
                                     .screenHeight = 720},
-                        RuntimeOptions{.log = std::make_shared<Quiet>()});
+                        RuntimeOptions{.log = log});
   auto waiter = std::make_shared<CacheWaiter>();
   Zivora::setDelegate(waiter);
   if (!waitForHandshake()) throw std::runtime_error("no handshake");
   const auto start = Clock::now();
+  log->mark();
   Zivora::cacheVideo(kPlacement);
   const bool cached = waiter->wait();
   const double elapsed = seconds(Clock::now() - start);
+  log->unmark();
   ZivoraInstance::reset();
   if (!cached) throw std::runtime_error("the ad was not cached");
   return elapsed;
@@ -154,7 +173,16 @@ double median(std::vector<double> values) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const int runs = argc > 1 ? std::max(1, std::atoi(argv[1])) : 5;
+  int runs = 5;
+  bool trace = false;
+  for (int i = 1; i < argc; ++i) {
+    if (std::string_view(argv[i]) == "--trace") {
+      trace = true;
+    } else {
+      runs = std::max(1, std::atoi(argv[i]));
+    }
+  }
+  const auto log = std::make_shared<BenchLog>(trace);
   // Ad screens are never opened here; keep SDL away from any display.
   setenv("SDL_VIDEODRIVER", "dummy", 1);
   zivora::test::TempDir certs;
@@ -167,7 +195,7 @@ int main(int argc, char** argv) {
   std::vector<double> sdk, curl;
   curlRun(server, initialization);  // warms the sandbox's file cache
   for (int i = 0; i < runs; ++i) {
-    sdk.push_back(sdkRun(server));
+    sdk.push_back(sdkRun(server, log));
     curl.push_back(curlRun(server, initialization));
   }
   const double sdkMedian = median(sdk), curlMedian = median(curl);

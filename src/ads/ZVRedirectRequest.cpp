@@ -16,6 +16,7 @@ platform::HttpResponse probe(Context& context, const std::string& url) {
   request.method = "GET";
   request.url = url;
   request.followRedirects = false;
+  request.freshConnection = true;
   platform::HttpResponse response = context.http().perform(request);
   // Only the status and "Location" matter; the page is never read.
   response.body.clear();

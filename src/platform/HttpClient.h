@@ -17,6 +17,10 @@ struct HttpRequest {
   // Off: a redirect answer is the response (a tracker probe reads its
   // "Location" itself). On: redirects to https addresses are followed.
   bool followRedirects = true;
+  // On: a one-off request to a third party, on a connection of its own that
+  // is closed afterwards, so that a server's framing mistakes (a body after
+  // a 304, say) cannot spill into later requests on a shared connection.
+  bool freshConnection = false;
 
   // A form POST as both servers take it: the body's byte count and the
   // form content type.

@@ -173,6 +173,7 @@ TEST(NginxDownloadIntegrationTest, DownloadsAndResumesFromNginx) {
 
   manager->loadURL(nginx.url("absent.mp4"), listener);
   EXPECT_EQ(listener->wait(20s), 1);
+  EXPECT_EQ(nginx.connectionsUsed(), 1u) << "the second download reuses the open connection";
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 
 #include <chrono>
 #include <fstream>
+#include <set>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -61,7 +62,7 @@ error_log {work}/error.log warn;
 pid {work}/nginx.pid;
 events {{ worker_connections 64; }}
 http {{
-  log_format sent '$body_bytes_sent';
+  log_format sent '$body_bytes_sent $connection';
   access_log {work}/access.log sent;
   client_body_temp_path {work}/body;
   proxy_temp_path {work}/proxy;
@@ -137,9 +138,17 @@ NginxServer::~NginxServer() {
 
 std::int64_t NginxServer::bodyBytesSent() const {
   std::ifstream log(workDirectory_ / "access.log");
-  std::int64_t total = 0, bytes = 0;
-  while (log >> bytes) total += bytes;
+  std::int64_t total = 0, bytes = 0, connection = 0;
+  while (log >> bytes >> connection) total += bytes;
   return total;
+}
+
+std::size_t NginxServer::connectionsUsed() const {
+  std::ifstream log(workDirectory_ / "access.log");
+  std::set<std::int64_t> connections;
+  std::int64_t bytes = 0, connection = 0;
+  while (log >> bytes >> connection) connections.insert(connection);
+  return connections.size();
 }
 
 std::string NginxServer::url(const std::string& name) const {

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <string>
@@ -25,6 +26,8 @@ class NginxServer {
   std::string url(const std::string& name) const;
   // Body bytes nginx has written to its sockets so far (its access log).
   std::int64_t bodyBytesSent() const;
+  // How many connections the logged requests came on.
+  std::size_t connectionsUsed() const;
 
  private:
   std::filesystem::path workDirectory_;

@@ -5,7 +5,6 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <exception>
 #include <memory>
@@ -14,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/linux/CurlHandlePool.h"
 #include "platform/linux/CurlSupport.h"
 
 namespace zivora::platform {
@@ -77,13 +77,9 @@ bool isContentLength(std::string_view name) {
   return name.size() == 14 && strncasecmp(name.data(), "Content-Length", 14) == 0;
 }
 
-struct EasyDeleter {
-  void operator()(CURL* easy) const { curl_easy_cleanup(easy); }
-};
 struct ListDeleter {
   void operator()(curl_slist* list) const { curl_slist_free_all(list); }
 };
-using EasyHandle = std::unique_ptr<CURL, EasyDeleter>;
 using HeaderList = std::unique_ptr<curl_slist, ListDeleter>;
 
 // libcurl sets Content-Length from the body itself; a second copy from the
@@ -144,43 +140,9 @@ HttpResponse failure(std::string error) {
 
 }  // namespace
 
-class CurlHttpClient::ConnectionShare {
- public:
-  ConnectionShare() : handle_(curl_share_init()) {
-    if (!handle_) return;
-    curl_share_setopt(handle_, CURLSHOPT_LOCKFUNC, lock);
-    curl_share_setopt(handle_, CURLSHOPT_UNLOCKFUNC, unlock);
-    curl_share_setopt(handle_, CURLSHOPT_USERDATA, this);
-    curl_share_setopt(handle_, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
-    curl_share_setopt(handle_, CURLSHOPT_SHARE, CURL_LOCK_DATA_DNS);
-  }
-  ~ConnectionShare() {
-    if (handle_) curl_share_cleanup(handle_);
-  }
-  ConnectionShare(const ConnectionShare&) = delete;
-  ConnectionShare& operator=(const ConnectionShare&) = delete;
-
-  // Null when libcurl could not make one: every request then connects anew.
-  CURLSH* handle() const { return handle_; }
-
- private:
-  static void lock(CURL*, curl_lock_data data, curl_lock_access, void* self) {
-    static_cast<ConnectionShare*>(self)->mutexFor(data).lock();
-  }
-  static void unlock(CURL*, curl_lock_data data, void* self) {
-    static_cast<ConnectionShare*>(self)->mutexFor(data).unlock();
-  }
-  std::mutex& mutexFor(curl_lock_data data) {
-    return mutexes_[static_cast<std::size_t>(data) % mutexes_.size()];
-  }
-
-  CURLSH* handle_;
-  std::array<std::mutex, CURL_LOCK_DATA_LAST> mutexes_;
-};
-
 CurlHttpClient::CurlHttpClient(HttpClientOptions options) : options_(std::move(options)) {
   globalInitResult();
-  share_ = std::make_unique<ConnectionShare>();
+  pool_ = CurlHandlePool::make();
 }
 
 CurlHttpClient::~CurlHttpClient() = default;
@@ -190,7 +152,7 @@ HttpResponse CurlHttpClient::perform(const HttpRequest& request) {
     if (CURLcode init = globalInitResult(); init != CURLE_OK) {
       return failure(fmt::format("libcurl initialisation failed: {}", curl_easy_strerror(init)));
     }
-    EasyHandle easy(curl_easy_init());
+    CurlHandlePool::Lease easy = pool_->acquire();
     if (!easy) return failure("libcurl could not create a handle");
     HeaderList headers = makeHeaderList(request);
     Transfer transfer;
@@ -210,7 +172,10 @@ HttpResponse CurlHttpClient::perform(const HttpRequest& request) {
     curl_easy_setopt(handle, CURLOPT_XFERINFOFUNCTION, onProgress);
     curl_easy_setopt(handle, CURLOPT_XFERINFODATA, &transfer);
     setTransportOptions(handle, options_, request.followRedirects);
-    if (share_->handle()) curl_easy_setopt(handle, CURLOPT_SHARE, share_->handle());
+    if (request.freshConnection) {
+      curl_easy_setopt(handle, CURLOPT_FRESH_CONNECT, 1L);
+      curl_easy_setopt(handle, CURLOPT_FORBID_REUSE, 1L);
+    }
     setMethodAndBody(handle, request);
 
     const CURLcode result = curl_easy_perform(handle);

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "platform/dispatch/Runtime.h"
+#include "platform/linux/CurlHandlePool.h"
 #include "platform/linux/CurlSupport.h"
 
 namespace zivora::platform {
@@ -52,11 +53,13 @@ class CurlStreamingClient::Transfer final : public DownloadTask,
                                             public std::enable_shared_from_this<Transfer> {
  public:
   Transfer(DownloadRequest request, std::shared_ptr<DownloadTaskDelegate> delegate,
-           dispatch::Queue& main, const StreamingClientOptions& options)
+           dispatch::Queue& main, const StreamingClientOptions& options,
+           std::shared_ptr<CurlHandlePool> pool)
       : request_(std::move(request)),
         delegate_(std::move(delegate)),
         main_(main),
-        options_(options) {}
+        options_(options),
+        pool_(std::move(pool)) {}
 
   void cancel() override {
     cancelled_ = true;
@@ -83,7 +86,7 @@ class CurlStreamingClient::Transfer final : public DownloadTask,
     if (CURLcode init = curl::globalInitResult(); init != CURLE_OK) {
       return fmt::format("libcurl initialisation failed: {}", curl_easy_strerror(init));
     }
-    std::unique_ptr<CURL, void (*)(CURL*)> easy(curl_easy_init(), curl_easy_cleanup);
+    CurlHandlePool::Lease easy = pool_->acquire();
     if (!easy) return "libcurl could not create a handle";
     curl_slist* list = nullptr;
     for (const auto& [name, value] : request_.headers) {
@@ -194,6 +197,7 @@ class CurlStreamingClient::Transfer final : public DownloadTask,
   bool accepted_ = false;
   dispatch::Queue& main_;
   const StreamingClientOptions& options_;
+  std::shared_ptr<CurlHandlePool> pool_;
 
   // The worker's own.
   DownloadResponse head_;
@@ -209,7 +213,7 @@ class CurlStreamingClient::Transfer final : public DownloadTask,
 
 CurlStreamingClient::CurlStreamingClient(StreamingClientOptions options,
                                          std::shared_ptr<dispatch::Runtime> runtime)
-    : options_(std::move(options)), runtime_(std::move(runtime)) {
+    : options_(std::move(options)), runtime_(std::move(runtime)), pool_(CurlHandlePool::make()) {
   curl::globalInitResult();
 }
 
@@ -229,7 +233,7 @@ std::shared_ptr<DownloadTask> CurlStreamingClient::start(
     DownloadRequest request, std::shared_ptr<DownloadTaskDelegate> delegate) {
   reapFinished();
   auto transfer = std::make_shared<Transfer>(std::move(request), std::move(delegate),
-                                             runtime_->mainQueue(), options_);
+                                             runtime_->mainQueue(), options_, pool_);
   std::lock_guard lock(mutex_);
   workers_.push_back({transfer, std::thread([transfer] { transfer->run(); })});
   return transfer;

@@ -15,6 +15,8 @@ class Runtime;
 
 namespace zivora::platform {
 
+class CurlHandlePool;
+
 struct StreamingClientOptions {
   // A CA bundle (PEM) that replaces the system store; verification stays on.
   std::string caFile;
@@ -24,11 +26,11 @@ struct StreamingClientOptions {
 };
 
 // StreamingHttpClient on libcurl: each transfer runs on a worker thread of
-// its own and posts its head, chunks and completion to the main queue in
-// order. While more than a few chunks wait there, the worker holds the
-// transfer back, so a slow or host-pumped main queue bounds the memory a
-// download takes. Only http and https are spoken, also for redirects (at
-// most 5).
+// its own, on an easy handle borrowed from a pool (so consecutive downloads
+// from one server share its open connection), and posts its head, chunks and completion to the main
+// queue in order. While more than a few chunks wait there, the worker holds the transfer back, so a
+// slow or host-pumped main queue bounds the memory a download takes. Only http and https are
+// spoken, also for redirects (at most 5).
 class CurlStreamingClient final : public StreamingHttpClient {
  public:
   CurlStreamingClient(StreamingClientOptions options, std::shared_ptr<dispatch::Runtime> runtime);
@@ -49,6 +51,7 @@ class CurlStreamingClient final : public StreamingHttpClient {
 
   StreamingClientOptions options_;
   std::shared_ptr<dispatch::Runtime> runtime_;
+  std::shared_ptr<CurlHandlePool> pool_;
   std::mutex mutex_;
   std::vector<Worker> workers_;
 };
