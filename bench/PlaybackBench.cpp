@@ -7,10 +7,13 @@
 //    next items). Baseline: the wall time of a whole gst-launch-1.0 process
 //    that prerolls the file into a fakesink and stops after one buffer.
 // 2. 10 s of playback: CPU time (user + system) and peak RSS of a child
-//    process that plays the file through the seam to its end (frames
-//    converted to RGBA and copied to the sink), against gst-launch-1.0
-//    playing the same file in real time to fakesinks, once as playbin picks
-//    the format (I420, no conversion) and once converted to RGBA like ours.
+//    process that plays the file to its end, once through the seam alone
+//    (frames converted to RGBA and handed to the sink) and once as an ad
+//    plays headless: the player controller's video view in a window of the
+//    memory presenter, the whole screen composed at the display's frame
+//    rate. Baseline: gst-launch-1.0 playing the same file in real time to
+//    fakesinks, once as playbin picks the format (I420, no conversion) and
+//    once converted to RGBA by videoconvert.
 
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -19,13 +22,24 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
 #include <future>
 #include <string>
 #include <vector>
 
+#include "core/Context.h"
+#include "platform/linux/CurlStreamingClient.h"
 #include "platform/linux/GstMediaFactory.h"
 #include "platform/linux/ThreadRuntime.h"
+#include "resources/ZVFilesSavedValidator.h"
+#include "resources/ZVResourceManager.h"
+#include "support/ScopedContext.h"
+#include "support/TempDir.h"
 #include "support/TestMedia.h"
+#include "ui/Animator.h"
+#include "ui/Display.h"
+#include "ui/Presenter.h"
+#include "ui/ZVPlayerController.h"
 
 namespace {
 
@@ -135,6 +149,71 @@ int playToEnd(const std::string& file) {
   return ok ? 0 : 1;
 }
 
+// Starts playing when prepared; notes the end.
+class PlayToEnd final : public zivora::ui::ZVPlayerControllerDelegate {
+ public:
+  void playerControllerPrepared() override {
+    if (auto player = controller.lock()) player->play();
+  }
+  void finishedPlaying() override { ended.set_value(true); }
+  void errorPlayingVideo(std::int32_t) override { ended.set_value(false); }
+  std::weak_ptr<zivora::ui::ZVPlayerController> controller;
+  std::promise<bool> ended;
+};
+
+// The child: plays the file to its end as an ad does headless, composing
+// the screen in memory at the display's frame rate.
+int renderToEnd(const std::string& file) {
+  using namespace zivora;
+  test::TempDir root;
+  auto runtime = std::make_shared<dispatch::ThreadRuntime>();
+  auto media = std::make_shared<platform::GstMediaFactory>(
+      runtime->mainQueue(), platform::GstPlaybackOptions{.audio = platform::AudioOutput::Discard});
+  auto downloads =
+      std::make_shared<platform::CurlStreamingClient>(platform::StreamingClientOptions{}, runtime);
+  test::ScopedContext scope({.dataRoot = root.path().string()},
+                            {.runtime = runtime, .downloads = downloads, .media = media});
+  auto display = ui::Display::of(Context::current());
+  display->setPresenter(std::make_unique<ui::Presenter>(ui::Screen{{1280, 720}, 1, {}},
+                                                        runtime->mainQueue(), runtime->clock()));
+  // The video is complete in the cache, as after a finished download.
+  const std::string url = "https://cdn.example/bench-720p.mp4";
+  const std::string name = ZVResourceManager::convertURLToFileName(url);
+  std::filesystem::copy_file(file, ZVResourceManager::defaultManager()->pathToFile(name));
+  ZVFilesSavedValidator::defaultValidator()->setFullLoaded(
+      name, static_cast<std::int64_t>(std::filesystem::file_size(file)));
+
+  auto controller = std::make_shared<ui::ZVPlayerController>();
+  auto delegate = std::make_shared<PlayToEnd>();
+  delegate->controller = controller;
+  controller->setDelegate(delegate);
+  controller->prepareFromURL(url, name);
+  std::shared_ptr<ui::Window> window;
+  dispatch::TaskHandle frames;
+  int drawn = 0;
+  runtime->mainQueue().async([&] {
+    auto& presenter = display->presenter();
+    window = std::make_shared<ui::Window>(presenter.screen().bounds());
+    window->addSubview(controller->view());
+    presenter.present(window);
+    frames = runtime->mainQueue().every(ui::Animator::kFrameInterval, [&] {
+      if (display->presenter().renderFrame()) ++drawn;
+    });
+  });
+  const bool ok = delegate->ended.get_future().get();
+  std::promise<void> gone;
+  runtime->mainQueue().async([&] {
+    std::fprintf(stderr, "screens composed: %d\n", drawn);
+    frames.cancel();
+    controller->stop();
+    display->presenter().dismiss(*window);
+    window.reset();
+    gone.set_value();
+  });
+  gone.get_future().wait();
+  return ok ? 0 : 1;
+}
+
 void report(const char* what, const ChildUsage& usage) {
   std::printf("%-52s wall %6.2f s  cpu %6.2f s  peak RSS %7.1f MiB  exit %d\n", what, usage.seconds,
               usage.cpuSeconds, static_cast<double>(usage.peakRssKiB) / 1024.0,
@@ -145,6 +224,7 @@ void report(const char* what, const ChildUsage& usage) {
 
 int main(int argc, char** argv) {
   if (argc == 3 && std::string(argv[1]) == "--play-child") return playToEnd(argv[2]);
+  if (argc == 3 && std::string(argv[1]) == "--render-child") return renderToEnd(argv[2]);
   const std::string file = zivora::test::TestMedia::hd().string();
   const std::string uri = "uri=file://" + file;
   std::printf("file: %s (1280x720, 30 fps, 10 s, H.264)\n\n", file.c_str());
@@ -177,6 +257,8 @@ int main(int argc, char** argv) {
 
   report("seam: 10 s playback to the end, RGBA frames to sink",
          runChild({argv[0], "--play-child", file}));
+  report("headless ad screen: 10 s playback, composed at 60 Hz",
+         runChild({argv[0], "--render-child", file}));
   report("gst-launch playbin, fakesinks (sync)",
          runChild({"gst-launch-1.0", "-q", "playbin", uri, "video-sink=\"fakesink sync=true\"",
                    "audio-sink=fakesink"}));

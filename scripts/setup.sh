@@ -19,7 +19,7 @@ packages=(
   # playback, presentation, drawing and text
   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-plugins-base
   gstreamer1.0-plugins-good gstreamer1.0-libav gstreamer1.0-tools gstreamer1.0-plugins-ugly
-  libsdl2-dev libsdl2-image-dev libcairo2-dev libpango1.0-dev fonts-dejavu-core
+  libyuv-dev libsdl2-dev libsdl2-image-dev libcairo2-dev libpango1.0-dev fonts-dejavu-core
   xvfb xauth iproute2
   # command-line tools the tests, the format check and benchmarks use
   openssl curl sqlite3 ca-certificates clang-format python3

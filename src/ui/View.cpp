@@ -151,13 +151,39 @@ void View::fillBackground(cairo_t* cr) const {
   cairo_fill(cr);
 }
 
+// The bounds and every visible subview's extent, with a margin for what
+// is drawn just past a frame (text outlines, antialiased edges).
+Rect View::drawnExtent() const {
+  constexpr double kMargin = 4;
+  double minX = -kMargin, minY = -kMargin;
+  double maxX = frame_.width() + kMargin, maxY = frame_.height() + kMargin;
+  for (const auto& view : subviews_) {
+    if (view->hidden_) continue;
+    const Rect inner = view->drawnExtent();
+    const double x = view->frame_.minX() + view->translation_.x;
+    const double y = view->frame_.minY() + view->translation_.y;
+    minX = std::min(minX, x + inner.minX());
+    minY = std::min(minY, y + inner.minY());
+    maxX = std::max(maxX, x + inner.maxX());
+    maxY = std::max(maxY, y + inner.maxY());
+  }
+  return {{minX, minY}, {maxX - minX, maxY - minY}};
+}
+
 void View::render(cairo_t* cr) {
   if (hidden_ || alpha_ <= 0) return clearNeedsDisplay();
   needsDisplay_ = false;
   cairo_save(cr);
   cairo_translate(cr, frame_.minX() + translation_.x, frame_.minY() + translation_.y);
   const bool translucent = alpha_ < 1;
-  if (translucent) cairo_push_group(cr);
+  if (translucent) {
+    // A group is as large as the clip: kept to what this view draws, a
+    // small translucent control does not blend the whole screen.
+    const Rect extent = drawnExtent();
+    cairo_rectangle(cr, extent.minX(), extent.minY(), extent.width(), extent.height());
+    cairo_clip(cr);
+    cairo_push_group(cr);
+  }
   if (backgroundColor_) {
     cairo_set_source_rgba(cr, backgroundColor_->red, backgroundColor_->green,
                           backgroundColor_->blue, backgroundColor_->alpha);

@@ -27,6 +27,8 @@ class View : public std::enable_shared_from_this<View> {
   const Rect& frame() const { return frame_; }
   void setFrame(const Rect& frame);
   Rect bounds() const { return {{0, 0}, frame_.size}; }
+  // What drawing the view may cover, in its own coordinates.
+  Rect drawnExtent() const;
 
   bool isHidden() const { return hidden_; }
   void setHidden(bool hidden);

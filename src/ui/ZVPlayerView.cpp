@@ -1,6 +1,7 @@
 #include "ui/ZVPlayerView.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace zivora::ui {
 
@@ -23,24 +24,21 @@ void ZVPlayerView::videoFrame(const media::VideoFrame& frame) {
   }
   width_ = frame.width;
   height_ = frame.height;
-  pixels_.resize(static_cast<std::size_t>(width_) * height_ * 4);
-  // RGBA bytes to cairo's native-endian ARGB words; video is opaque, so no
-  // premultiplying is needed.
+  // The frame is in cairo's layout already; only the row padding goes.
+  const auto row = static_cast<std::size_t>(width_) * 4;
+  pixels_.resize(row * static_cast<std::size_t>(height_));
   for (int y = 0; y < height_; ++y) {
-    const std::uint8_t* in = frame.pixels.data() + static_cast<std::size_t>(y) * frame.stride;
-    auto* out =
-        reinterpret_cast<std::uint32_t*>(pixels_.data() + static_cast<std::size_t>(y) * width_ * 4);
-    for (int x = 0; x < width_; ++x, in += 4) {
-      out[x] = 0xFF000000u | (std::uint32_t(in[0]) << 16) | (std::uint32_t(in[1]) << 8) | in[2];
-    }
+    std::memcpy(pixels_.data() + row * static_cast<std::size_t>(y),
+                frame.pixels.data() + static_cast<std::size_t>(frame.stride) * y, row);
   }
   setNeedsDisplay();
 }
 
 void ZVPlayerView::draw(cairo_t* cr) {
   if (width_ <= 0 || height_ <= 0) return;
-  cairo_surface_t* picture = cairo_image_surface_create_for_data(
-      pixels_.data(), CAIRO_FORMAT_ARGB32, width_, height_, width_ * 4);
+  // Video is opaque: as RGB24 the picture is copied, not blended.
+  cairo_surface_t* picture = cairo_image_surface_create_for_data(pixels_.data(), CAIRO_FORMAT_RGB24,
+                                                                 width_, height_, width_ * 4);
   const Size box = bounds().size;
   const double scale = std::min(box.width / width_, box.height / height_);
   cairo_translate(cr, (box.width - width_ * scale) / 2, (box.height - height_ * scale) / 2);

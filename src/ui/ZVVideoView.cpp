@@ -81,8 +81,9 @@ void ZVVideoView::addVideoView() {
 
 void ZVVideoView::addHiddenButton() {
   hiddenButton_ = std::make_shared<Button>(bounds());
-  hiddenButton_->setBackgroundColor(Color::black());
-  hiddenButton_->setAlpha(kFullScreenButtonAlpha);
+  // The alpha goes into the colour: the same single translucent fill, with
+  // no full-screen group to blend every frame.
+  hiddenButton_->setBackgroundColor(Color{0, 0, 0, kFullScreenButtonAlpha});
   hiddenButton_->setAction([this] { swithUIHandler(); });
   addSubview(hiddenButton_);
 }

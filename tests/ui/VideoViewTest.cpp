@@ -86,9 +86,9 @@ class VideoViewTest : public ::testing::Test {
     for (int y = 0; y < height; ++y) {
       for (int x = 0; x < width; ++x) {
         std::uint8_t* p = frame.pixels.data() + (y * width + x) * 4;
-        p[0] = 0x80;
-        p[1] = static_cast<std::uint8_t>(y * 255 / height);
-        p[2] = static_cast<std::uint8_t>(x * 255 / width);
+        p[0] = static_cast<std::uint8_t>(x * 255 / width);   // blue
+        p[1] = static_cast<std::uint8_t>(y * 255 / height);  // green
+        p[2] = 0x80;                                         // red
         p[3] = 0xff;
       }
     }

@@ -28,7 +28,7 @@ std::string withSound(const std::string& video, int seconds) {
 
 std::string clip(int seconds) {
   return withSound("videotestsrc num-buffers=" + std::to_string(seconds * 30) +
-                       " ! video/x-raw,width=640,height=360,framerate=30/1 "
+                       " ! video/x-raw,format=I420,width=640,height=360,framerate=30/1 "
                        "! x264enc speed-preset=ultrafast key-int-max=30",
                    seconds);
 }
@@ -38,7 +38,7 @@ std::string clip(int seconds) {
 std::string large() {
   return withSound(
       "videotestsrc pattern=snow num-buffers=300 "
-      "! video/x-raw,width=1280,height=720,framerate=30/1 "
+      "! video/x-raw,format=I420,width=1280,height=720,framerate=30/1 "
       "! x264enc speed-preset=ultrafast pass=cbr bitrate=4600 vbv-buf-capacity=1000 "
       "key-int-max=60",
       10);
@@ -99,8 +99,10 @@ int runQuietly(std::vector<std::string> arguments) {
 
 }  // namespace
 
+// The number goes up whenever the generated media change, so that files
+// cached by an older build are not served.
 fs::path SandboxMedia::defaultDirectory() {
-  return fs::temp_directory_path() / "zivora-sandbox-media";
+  return fs::temp_directory_path() / "zivora-sandbox-media-2";
 }
 
 std::vector<std::string> SandboxMedia::names() {

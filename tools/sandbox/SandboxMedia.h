@@ -21,7 +21,7 @@ class SandboxMedia {
   static constexpr const char* kSoundOnButton = "sound_on.png";
   static constexpr const char* kSoundOffButton = "sound_off.png";
 
-  // $TMPDIR/zivora-sandbox-media
+  // $TMPDIR/zivora-sandbox-media-2
   static std::filesystem::path defaultDirectory();
 
   // Every file name above.

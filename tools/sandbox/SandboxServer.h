@@ -38,7 +38,7 @@ struct SandboxOptions {
   std::filesystem::path filesDirectory{};
   // The ads' generated media, also served under /files/ (a name in
   // filesDirectory wins); kept across runs. Empty means
-  // $TMPDIR/zivora-sandbox-media.
+  // $TMPDIR/zivora-sandbox-media-2.
   std::filesystem::path mediaDirectory{};
   // Whether start() makes the missing media (seconds on the first start).
   bool makeMedia = true;

@@ -4,7 +4,9 @@
 #include <gst/app/gstappsink.h>
 #include <gst/app/gstappsrc.h>
 #include <gst/video/video.h>
+#include <libyuv/convert_argb.h>
 
+#include <bit>
 #include <mutex>
 #include <optional>
 #include <vector>
@@ -44,6 +46,8 @@ struct GstMediaItem::Streaming {
   void offerFrame(media::VideoFrame frame) {
     if (frame.presentationTime.isValid()) lastFrameTime.store(frame.presentationTime.nanoseconds());
     std::lock_guard lock(frameMutex);
+    // A picture the main queue had no time for: its buffer serves again.
+    if (latestFrame) keep(std::move(latestFrame->pixels));
     latestFrame = std::move(frame);
     if (frameDeliveryPending) return;
     frameDeliveryPending = true;
@@ -61,6 +65,24 @@ struct GstMediaItem::Streaming {
     frameDeliveryPending = false;
     return std::exchange(latestFrame, std::nullopt);
   }
+
+  // Pictures of one video are all the same size: a buffer handed back after
+  // a frame was drawn takes the next picture, so no frame pays for a fresh
+  // allocation (page faults and zeroing of a few MiB).
+  std::vector<std::uint8_t> takeSpareBuffer() {
+    std::lock_guard lock(frameMutex);
+    return std::exchange(spareBuffer, {});
+  }
+  void giveBackBuffer(std::vector<std::uint8_t> buffer) {
+    std::lock_guard lock(frameMutex);
+    keep(std::move(buffer));
+  }
+
+ private:
+  void keep(std::vector<std::uint8_t> buffer) {
+    if (buffer.capacity() > spareBuffer.capacity()) spareBuffer = std::move(buffer);
+  }
+  std::vector<std::uint8_t> spareBuffer;
 };
 
 namespace {
@@ -104,30 +126,73 @@ GstBusSyncReply onBusMessage(GstBus*, GstMessage* message, gpointer data) {
   return GST_BUS_DROP;
 }
 
-std::optional<media::VideoFrame> frameOf(GstSample* sample) {
+// libyuv's ARGB is B, G, R, A in memory: cairo's ARGB32 on a little-endian
+// machine, and GStreamer's BGRA.
+static_assert(std::endian::native == std::endian::little,
+              "frames are handed over as B, G, R, A bytes");
+
+// The matrix of a YUV picture as its caps name it.
+const libyuv::YuvConstants& matrixOf(const GstVideoColorimetry& colorimetry) {
+  const bool full = colorimetry.range == GST_VIDEO_COLOR_RANGE_0_255;
+  switch (colorimetry.matrix) {
+    case GST_VIDEO_COLOR_MATRIX_BT709:
+      return full ? libyuv::kYuvF709Constants : libyuv::kYuvH709Constants;
+    case GST_VIDEO_COLOR_MATRIX_BT2020:
+      return full ? libyuv::kYuvV2020Constants : libyuv::kYuv2020Constants;
+    default:
+      return full ? libyuv::kYuvJPEGConstants : libyuv::kYuvI601Constants;
+  }
+}
+
+// Decoders hand over I420, which libyuv turns into the screens' pixel
+// layout in a fraction of what the pipeline's generic converter takes; any
+// other format arrives converted to BGRA already.
+void copyPixels(const GstVideoFrame& video, media::VideoFrame& frame) {
+  const GstVideoInfo& info = video.info;
+  if (GST_VIDEO_INFO_FORMAT(&info) == GST_VIDEO_FORMAT_I420) {
+    frame.stride = frame.width * 4;
+    frame.pixels.resize(static_cast<std::size_t>(frame.stride) *
+                        static_cast<std::size_t>(frame.height));
+    auto plane = [&](int index) {
+      return static_cast<const std::uint8_t*>(GST_VIDEO_FRAME_PLANE_DATA(&video, index));
+    };
+    libyuv::I420ToARGBMatrix(plane(0), GST_VIDEO_FRAME_PLANE_STRIDE(&video, 0), plane(1),
+                             GST_VIDEO_FRAME_PLANE_STRIDE(&video, 1), plane(2),
+                             GST_VIDEO_FRAME_PLANE_STRIDE(&video, 2), frame.pixels.data(),
+                             frame.stride, &matrixOf(info.colorimetry), frame.width, frame.height);
+    return;
+  }
+  frame.stride = GST_VIDEO_FRAME_PLANE_STRIDE(&video, 0);
+  const auto* pixels = static_cast<const std::uint8_t*>(GST_VIDEO_FRAME_PLANE_DATA(&video, 0));
+  frame.pixels.assign(pixels, pixels + static_cast<std::size_t>(frame.stride) *
+                                           static_cast<std::size_t>(frame.height));
+}
+
+std::optional<media::VideoFrame> frameOf(GstSample* sample, std::vector<std::uint8_t> reuse) {
   GstVideoInfo info;
   GstBuffer* buffer = gst_sample_get_buffer(sample);
   if (!buffer || !gst_video_info_from_caps(&info, gst_sample_get_caps(sample))) return std::nullopt;
-  GstMapInfo map;
-  if (!gst_buffer_map(buffer, &map, GST_MAP_READ)) return std::nullopt;
+  GstVideoFrame video;
+  if (!gst_video_frame_map(&video, &info, buffer, GST_MAP_READ)) return std::nullopt;
   media::VideoFrame frame;
+  frame.pixels = std::move(reuse);
   frame.width = GST_VIDEO_INFO_WIDTH(&info);
   frame.height = GST_VIDEO_INFO_HEIGHT(&info);
-  frame.stride = GST_VIDEO_INFO_PLANE_STRIDE(&info, 0);
   if (GST_BUFFER_PTS_IS_VALID(buffer)) {
     frame.presentationTime =
         MediaTime::fromNanoseconds(static_cast<std::int64_t>(GST_BUFFER_PTS(buffer)));
   }
-  const auto size = std::min<std::size_t>(
-      map.size, static_cast<std::size_t>(frame.stride) * static_cast<std::size_t>(frame.height));
-  frame.pixels.assign(map.data, map.data + size);
-  gst_buffer_unmap(buffer, &map);
+  copyPixels(video, frame);
+  gst_video_frame_unmap(&video);
   return frame;
 }
 
 GstFlowReturn takeSample(GstSample* sample, gpointer data) {
   if (!sample) return GST_FLOW_OK;
-  if (auto frame = frameOf(sample)) streamingOf(data).offerFrame(std::move(*frame));
+  auto& streaming = streamingOf(data);
+  if (auto frame = frameOf(sample, streaming.takeSpareBuffer())) {
+    streaming.offerFrame(std::move(*frame));
+  }
   gst_sample_unref(sample);
   return GST_FLOW_OK;
 }
@@ -282,7 +347,8 @@ bool GstMediaItem::start(AudioOutput audio) {
 GstElement* GstMediaItem::makeVideoSink() {
   GstElement* sink = gst_element_factory_make("appsink", nullptr);
   if (!sink) return nullptr;
-  GstCaps* caps = gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "RGBA", nullptr);
+  // I420 first: what H.264 decoders give, taken as it comes.
+  GstCaps* caps = gst_caps_from_string("video/x-raw, format=(string){ I420, BGRA }");
   g_object_set(sink, "caps", caps, "sync", TRUE, "max-buffers", 2u, nullptr);
   gst_caps_unref(caps);
   GstAppSinkCallbacks callbacks{};
@@ -388,7 +454,9 @@ void GstMediaItem::stalled() {
 
 void GstMediaItem::deliverFrame() {
   auto frame = streaming_->takeFrame();
-  if (frame && frameSink_) frameSink_->videoFrame(*frame);
+  if (!frame) return;
+  if (frameSink_) frameSink_->videoFrame(*frame);
+  streaming_->giveBackBuffer(std::move(frame->pixels));
 }
 
 void GstMediaItem::setPlaying(bool playing) {

@@ -28,7 +28,8 @@ struct GstPlaybackOptions {
   dispatch::Duration prerollTimeout = std::chrono::seconds(10);
 };
 
-// An item on a playbin pipeline: video to an RGBA appsink, audio to the
+// An item on a playbin pipeline: video to an appsink (I420 pictures turned
+// into cairo's layout by libyuv, anything else converted to BGRA), audio to the
 // chosen sink, a "customLoader://" asset read through an appsrc in
 // random-access mode. The pipeline prerolls as soon as the item is made.
 // Bus messages and frames reach the main queue through weak references, so

@@ -7,7 +7,9 @@
 
 namespace zivora::media {
 
-// One decoded picture: RGBA, 8 bits a channel, `stride` bytes a row.
+// One decoded picture in cairo's ARGB32 layout: a native-endian 32-bit word
+// 0xAARRGGBB a pixel (B, G, R, A in memory on little-endian machines),
+// opaque, `stride` bytes a row. The screens draw it as it is.
 struct VideoFrame {
   int width = 0;
   int height = 0;
