@@ -200,7 +200,7 @@ bool ZVResourceLoader::validateRange(const std::optional<std::string>& contentRa
     }
     info.setLoadedSize(offset);
     if (contentLength && !contentLength->empty()) {
-      info.setFullSize(saturated(offset + integerValue(*contentLength)));
+      info.setFullSize(rangeFullSize(offset, *contentLength));
     } else {
       info.setFullSize(parseRangeForSize(*contentRange));
     }
@@ -226,6 +226,13 @@ std::int64_t ZVResourceLoader::integerValue(std::string_view text) {
     value = value * 10 + digit;
   }
   return negative ? -value : value;
+}
+
+std::int32_t ZVResourceLoader::rangeFullSize(std::int32_t offset, std::string_view contentLength) {
+  // A length near the int64 limits must not overflow the sum.
+  const std::int64_t length =
+      std::clamp<std::int64_t>(integerValue(contentLength), INT32_MIN, INT32_MAX);
+  return saturated(offset + length);
 }
 
 std::int32_t ZVResourceLoader::parseRange(const std::optional<std::string_view>& contentRange) {
