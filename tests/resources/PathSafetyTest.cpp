@@ -222,6 +222,22 @@ TEST_P(PlantedLinkTest, AResumeAnsweredWithARangeStillWritesOnlyTheCacheFile) {
   expectPlantedFilesUntouched();
 }
 
+TEST_P(PlantedLinkTest, ACompleteFileSwappedForALinkIsNoLongerComplete) {
+  start();
+  const std::string content(21, 'v');
+  download(kVideo, content);
+  ASSERT_TRUE(manager()->isLoaded(cacheFile().filename().string()));
+  // A target of the very same size as the recorded file.
+  writeFile(outside() / "created.txt", content);
+  fs::remove(cacheFile());
+  fs::create_symlink(target(), cacheFile());
+
+  EXPECT_FALSE(manager()->isLoaded(cacheFile().filename().string()));
+  EXPECT_NE(manager()->assetForFile(cacheFile().filename().string()).url.rfind("file://", 0), 0u);
+  fs::remove(outside() / "created.txt");
+  expectPlantedFilesUntouched();
+}
+
 INSTANTIATE_TEST_SUITE_P(Targets, PlantedLinkTest, ::testing::Bool(),
                          [](const auto& info) { return info.param ? "Existing" : "Dangling"; });
 
