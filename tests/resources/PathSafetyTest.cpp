@@ -3,7 +3,6 @@
 // planted under a cache name, not odd or huge resource addresses. Real
 // files in a temporary directory; the SDK runs on virtual time against a
 // scripted ad server and download server.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
