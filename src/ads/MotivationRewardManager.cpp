@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "ads/ZVMotivatedRewardsReply.h"
 #include "analytics/ZVPAnalitics.h"
 #include "core/Context.h"
 #include "core/ZVConfiguration.h"
@@ -30,17 +31,6 @@ nlohmann::json requestBody() {
     if (auto user = configuration->appUserId()) fields[TS_API_APP_USER_ID] = *user;
   }
   return {{TS_API_GET_MOTIVATED_REWARDS, fields}};
-}
-
-std::string textOrEmpty(const nlohmann::json& element, const char* key) {
-  if (!element.is_object() || !JsonConvert::has(element, key)) return "";
-  const auto& value = element.at(key);
-  return value.is_string() ? value.get<std::string>() : "";
-}
-
-std::int32_t amountOf(const nlohmann::json& element) {
-  if (!element.is_object() || !JsonConvert::has(element, TS_API_REWARD)) return 0;
-  return static_cast<std::int32_t>(JsonConvert::integerValue(element.at(TS_API_REWARD)));
 }
 
 }  // namespace
@@ -116,19 +106,9 @@ void MotivationRewardManager::repeateRequestAfterError() {
 void MotivationRewardManager::receiveResponse(const nlohmann::json* response) {
   try {
     if (!response || !response->is_object()) return failRequestRewards(kBadResponse);
-    if (JsonConvert::has(*response, TS_API_ERROR)) {
-      return failRequestRewards(JsonConvert::integerValue(response->at(TS_API_ERROR)));
-    }
-    std::vector<ZVMotivatedRewardInfo> rewards;
-    if (JsonConvert::has(*response, TS_API_REWARDS)) {
-      const auto& list = response->at(TS_API_REWARDS);
-      if (!list.is_array()) throw std::runtime_error("\"rewards\" is not an array");
-      for (const auto& element : list) {
-        rewards.emplace_back(textOrEmpty(element, TS_API_REWARD_ID),
-                             textOrEmpty(element, TS_API_APP_NAME), amountOf(element));
-      }
-    }
-    receiveMotivatedRewards(std::move(rewards));
+    auto reply = ZVMotivatedRewardsReply::read(*response);
+    if (reply.error) return failRequestRewards(*reply.error);
+    receiveMotivatedRewards(std::move(reply.rewards));
   } catch (const std::exception& e) {
     ZVLog::LogDebug("[MotivationRewardManager][receiveResponse] Error! {}", e.what());
     failRequestRewards(kBadResponse);

@@ -1,5 +1,6 @@
 #include "ads/ZVVideoViewController.h"
 
+#include "ads/ZVAdReply.h"
 #include "ads/ZVRedirectRequest.h"
 #include "analytics/ZVPAnalitics.h"
 #include "core/Context.h"
@@ -44,25 +45,6 @@ Context& context() {
 dispatch::Runtime& runtime() { return context().runtime(); }
 
 std::shared_ptr<ui::Display> display() { return ui::Display::of(Context::current()); }
-
-// The value of `key` when the ad holds it as a string.
-std::optional<std::string> textOf(const nlohmann::json& ad, const char* key) {
-  if (!JsonConvert::has(ad, key) || !ad.at(key).is_string()) return std::nullopt;
-  return ad.at(key).get<std::string>();
-}
-
-// A value sent on as text (an ad id may come as a number); "" when absent.
-std::string describeOf(const nlohmann::json& ad, const char* key) {
-  if (!JsonConvert::has(ad, key) || ad.at(key).is_null()) return "";
-  return JsonConvert::textValue(ad.at(key));
-}
-
-std::optional<std::string> currencyIconURL(const nlohmann::json& ad) {
-  if (!JsonConvert::has(ad, "motivationInfo")) return std::nullopt;
-  const auto& info = ad.at("motivationInfo");
-  if (!info.is_object()) return std::nullopt;
-  return textOf(info, "currencyIconURL");
-}
 
 std::filesystem::path pathForURL(const std::string& url) {
   auto manager = ZVResourceManager::defaultManager();
@@ -268,7 +250,7 @@ void ZVVideoViewController::parseResponse(const std::optional<std::string>& data
 }
 
 bool ZVVideoViewController::isValid(const nlohmann::json& ad) const {
-  return JsonConvert::has(ad, TS_API_VIDEO_URL) && JsonConvert::has(ad, TS_API_IMAGE_URL);
+  return ZVAdReply::isValid(ad);
 }
 
 // --- Reading the ad ---------------------------------------------------------------
@@ -286,20 +268,14 @@ void ZVVideoViewController::loadAdResource(const nlohmann::json* ad) {
       std::lock_guard lock(mutex_);
       jsonAd_ = *ad;
     }
-    if (JsonConvert::has(*ad, TS_API_ERROR)) {
+    if (auto refused = ZVAdReply::error(*ad)) {
       loading_ = ready_ = showing_ = showAfterCached_ = invokedShow_ = false;
-      fail(static_cast<std::uint64_t>(JsonConvert::integerValue(ad->at(TS_API_ERROR))));
+      fail(*refused);
       return;
     }
     reserveAllResources(*ad);
-    float skipAfter = -1.0f;
-    if (JsonConvert::has(*ad, TS_API_SKIP_VIDEO) &&
-        JsonConvert::isNumber(ad->at(TS_API_SKIP_VIDEO)))
-      skipAfter = ad->at(TS_API_SKIP_VIDEO).get<float>();
-    bool sound = true;
-    if (JsonConvert::has(*ad, TS_API_SOUND_ENABLE))
-      sound = JsonConvert::boolValue(ad->at(TS_API_SOUND_ENABLE));
-    playerController_->setSoundEnable(sound);
+    const float skipAfter = ZVAdReply::skipAfter(*ad);
+    playerController_->setSoundEnable(ZVAdReply::soundEnable(*ad));
     playerController_->setAllowSkipAfter(skipAfter);
 
     auto helper = std::make_shared<ZVArrayLoaderHelper>();
@@ -309,7 +285,7 @@ void ZVVideoViewController::loadAdResource(const nlohmann::json* ad) {
       loaderHelper_ = helper;
     }
     // A picture address that is not text counts as missing.
-    auto image = textOf(*ad, TS_API_IMAGE_URL);
+    auto image = ZVAdReply::imageURL(*ad);
     if (!image) {
       ZVLog::LogWarning(
           "[ZVVideoViewController][loadAdResource] Error! post image url equals nil.");
@@ -317,7 +293,7 @@ void ZVVideoViewController::loadAdResource(const nlohmann::json* ad) {
       return;
     }
     helper->addNewForLoad(image, false);
-    if (auto icon = currencyIconURL(*ad)) helper->addNewForLoad(icon, false);
+    if (auto icon = ZVAdReply::currencyIconURL(*ad)) helper->addNewForLoad(icon, false);
     auto configuration = ZVConfiguration::shared();
     if (configuration) {
       helper->addNewForLoad(configuration->closeButtonURL(), false);
@@ -336,13 +312,14 @@ void ZVVideoViewController::reserveAllResources(const nlohmann::json& ad) {
       hadReservations = reservedNames_.has_value();
     }
     if (hadReservations) unreserveAllResources();
-    std::vector<std::optional<std::string>> urls{textOf(ad, TS_API_IMAGE_URL), currencyIconURL(ad)};
+    std::vector<std::optional<std::string>> urls{ZVAdReply::imageURL(ad),
+                                                 ZVAdReply::currencyIconURL(ad)};
     if (auto configuration = ZVConfiguration::shared()) {
       urls.push_back(configuration->closeButtonURL());
       urls.push_back(configuration->soundOnButtonURL());
       urls.push_back(configuration->soundOffButtonURL());
     }
-    urls.push_back(textOf(ad, TS_API_VIDEO_URL));
+    urls.push_back(ZVAdReply::videoURL(ad));
     std::vector<std::string> names;
     for (const auto& url : urls) {
       if (url) names.push_back(fileNameOf(*url));
@@ -395,7 +372,7 @@ void ZVVideoViewController::errorLoadingResourcesByHelper(std::int32_t error) {
 
 void ZVVideoViewController::loadVideoFile(const nlohmann::json& ad) {
   guarded(kClass, "loadVideoFile", [&] {
-    auto video = textOf(ad, TS_API_VIDEO_URL);
+    auto video = ZVAdReply::videoURL(ad);
     if (!video) {
       repeateRequestAfterError(kServerFailure);
       return;
@@ -421,7 +398,7 @@ bool ZVVideoViewController::isReadyAllResources() {
 bool ZVVideoViewController::isDownloadedVideo() {
   return guarded(kClass, "isDownloadedVideo", false, [&] {
     auto ad = jsonAd();
-    auto video = ad ? textOf(*ad, TS_API_VIDEO_URL) : std::nullopt;
+    auto video = ad ? ZVAdReply::videoURL(*ad) : std::nullopt;
     auto manager = ZVResourceManager::defaultManager();
     return video && manager && manager->isLoaded(fileNameOf(*video));
   });
@@ -533,7 +510,7 @@ void ZVVideoViewController::showWindow() {
 
 std::string ZVVideoViewController::adId() const {
   auto ad = jsonAd();
-  return ad ? describeOf(*ad, TS_API_AD_ID) : "";
+  return ad ? ZVAdReply::adId(*ad) : "";
 }
 
 void ZVVideoViewController::hideWindow() {
@@ -704,8 +681,7 @@ void ZVVideoViewController::click() {
       self.tellHost([](ZivoraDelegate& host, const std::string& placement) {
         host.videoPostViewDidClick(placement);
       });
-      self.openTarget(
-          describeOf(self.jsonAd().value_or(nlohmann::json::object()), TS_API_KEY_TARGET_URL));
+      self.openTarget(ZVAdReply::targetURL(self.jsonAd().value_or(nlohmann::json::object())));
     });
   });
 }
@@ -713,8 +689,7 @@ void ZVVideoViewController::click() {
 void ZVVideoViewController::openTarget(const std::string& target) {
   const auto ad = jsonAd().value_or(nlohmann::json::object());
   const bool tracked = target.find(ZVRedirectRequest::kTrackerHost) != std::string::npos;
-  const bool dontOverride = JsonConvert::has(ad, TS_API_DONT_OVERRIDE_REDIRECTION) &&
-                            JsonConvert::boolValue(ad.at(TS_API_DONT_OVERRIDE_REDIRECTION));
+  const bool dontOverride = ZVAdReply::dontOverrideRedirection(ad);
   if (!tracked || dontOverride) {
     openURL(target);
     clickHandedOver();

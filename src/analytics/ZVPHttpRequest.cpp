@@ -106,11 +106,13 @@ std::optional<std::string> ZVPHttpRequest::addAdditionParams(std::string_view sa
       "ZVPHttpRequest", "addAdditionParams", std::optional<std::string>(),
       [&]() -> std::optional<std::string> {
         static const std::regex kNameField("p([0-9]+)name=");
-        int highest = 0;
+        // Wide enough that the next two numbers after the largest an int
+        // field number can be never overflow.
+        std::int64_t highest = 0;
         const std::string line(savedEvent);
         for (auto it = std::sregex_iterator(line.begin(), line.end(), kNameField);
              it != std::sregex_iterator(); ++it) {
-          highest = std::max(highest, std::stoi((*it)[1].str()));
+          highest = std::max<std::int64_t>(highest, std::stoi((*it)[1].str()));
         }
         auto event = concatenateWithEvent(line, TS_CLIENT_TIME, TS_PARAMETER_TYPE_INTEGER,
                                           highest + 1, fmt::format("{}", nowSeconds()));
@@ -122,7 +124,8 @@ std::optional<std::string> ZVPHttpRequest::addAdditionParams(std::string_view sa
 }
 
 std::optional<std::string> ZVPHttpRequest::concatenateWithEvent(std::string event, const char* name,
-                                                                const char* type, int number,
+                                                                const char* type,
+                                                                std::int64_t number,
                                                                 std::string_view value) {
   return guarded(
       "ZVPHttpRequest", "concatenateWithEvent", std::optional<std::string>(),

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -29,7 +30,7 @@ class ZVPHttpRequest {
  private:
   static std::string endpoint();
   static std::optional<std::string> concatenateWithEvent(std::string event, const char* name,
-                                                         const char* type, int number,
+                                                         const char* type, std::int64_t number,
                                                          std::string_view value);
 };
 

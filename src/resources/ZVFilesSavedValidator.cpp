@@ -13,10 +13,13 @@ namespace {
 
 constexpr char kClass[] = "ZVFilesSavedValidator";
 
-// 0 when the file is missing, as an unreadable size counts.
+// 0 when the file is missing, as an unreadable size counts; a link in the
+// file's place is not the file, whatever the size of what it points to.
 std::int64_t sizeOnDisk(const std::string& path) {
   struct stat info {};
-  return ::stat(path.c_str(), &info) == 0 ? static_cast<std::int64_t>(info.st_size) : 0;
+  return ::lstat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode)
+             ? static_cast<std::int64_t>(info.st_size)
+             : 0;
 }
 
 }  // namespace

@@ -30,10 +30,16 @@ std::int32_t saturated(std::int64_t value) {
   return static_cast<std::int32_t>(std::clamp<std::int64_t>(value, INT32_MIN, INT32_MAX));
 }
 
+// A cache file is a regular file in the cache directory; a link planted
+// under its name is never followed, neither to resume from nor to write to.
+bool isRegularFile(const std::string& path, struct stat& info) {
+  return ::lstat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
+}
+
 // -1 when there is no file.
 std::int64_t sizeOf(const std::string& path) {
   struct stat info {};
-  return ::stat(path.c_str(), &info) == 0 ? static_cast<std::int64_t>(info.st_size) : -1;
+  return isRegularFile(path, info) ? static_cast<std::int64_t>(info.st_size) : -1;
 }
 
 bool hasFreeSpace() {
@@ -183,11 +189,11 @@ bool ZVResourceLoader::validateRange(const std::optional<std::string>& contentRa
     if (!entity) return false;
     auto& info = *entity->infoStatus();
     struct stat status {};
-    if (::stat(info.fileFullPath().c_str(), &status) != 0) {
+    if (!isRegularFile(info.fileFullPath(), status)) {
       ZVLog::LogDebug("[ZVResourceLoader][validateRange] File didn't find.");
       return false;
     }
-    const int probe = ::open(info.fileFullPath().c_str(), O_WRONLY | O_CLOEXEC);
+    const int probe = ::open(info.fileFullPath().c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW);
     if (probe < 0) {
       ZVLog::LogDebug("[ZVResourceLoader][validateRange] Fail open file.");
       return false;
@@ -200,7 +206,7 @@ bool ZVResourceLoader::validateRange(const std::optional<std::string>& contentRa
     }
     info.setLoadedSize(offset);
     if (contentLength && !contentLength->empty()) {
-      info.setFullSize(saturated(offset + integerValue(*contentLength)));
+      info.setFullSize(rangeFullSize(offset, *contentLength));
     } else {
       info.setFullSize(parseRangeForSize(*contentRange));
     }
@@ -226,6 +232,13 @@ std::int64_t ZVResourceLoader::integerValue(std::string_view text) {
     value = value * 10 + digit;
   }
   return negative ? -value : value;
+}
+
+std::int32_t ZVResourceLoader::rangeFullSize(std::int32_t offset, std::string_view contentLength) {
+  // A length near the int64 limits must not overflow the sum.
+  const std::int64_t length =
+      std::clamp<std::int64_t>(integerValue(contentLength), INT32_MIN, INT32_MAX);
+  return saturated(offset + length);
 }
 
 std::int32_t ZVResourceLoader::parseRange(const std::optional<std::string_view>& contentRange) {
@@ -318,8 +331,14 @@ void ZVResourceLoader::openFile(bool truncate) {
   if (!entity) return;
   std::lock_guard lock(fileMutex_);
   if (fd_ >= 0) ::close(fd_);
-  const int flags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | (truncate ? O_TRUNC : 0);
-  fd_ = ::open(entity->infoStatus()->fileFullPath().c_str(), flags, 0644);
+  const std::string& path = entity->infoStatus()->fileFullPath();
+  // Whatever else stands under the name (a link above all) is replaced by
+  // a fresh file; O_NOFOLLOW refuses a link planted between the two steps.
+  struct stat info {};
+  if (::lstat(path.c_str(), &info) == 0 && !S_ISREG(info.st_mode)) ::unlink(path.c_str());
+  const int flags =
+      O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW | (truncate ? O_TRUNC : 0);
+  fd_ = ::open(path.c_str(), flags, 0644);
 }
 
 void ZVResourceLoader::closeFile() {

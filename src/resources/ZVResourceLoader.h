@@ -54,6 +54,9 @@ class ZVResourceLoader : public std::enable_shared_from_this<ZVResourceLoader> {
   // A header's integer value: leading blanks, a sign and digits, else 0;
   // saturated instead of overflowing.
   static std::int64_t integerValue(std::string_view text);
+  // The full size a partial reply announces: the resume offset plus its
+  // Content-Length, saturated to the int32 range whatever the header says.
+  static std::int32_t rangeFullSize(std::int32_t offset, std::string_view contentLength);
   void errorDownload(const std::shared_ptr<ZVFileStatusEntity>& entity, std::int32_t error);
 
   std::shared_ptr<ZVDownloadDelegate> delegate() const { return delegate_.lock(); }

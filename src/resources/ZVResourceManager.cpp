@@ -327,8 +327,10 @@ void ZVResourceManager::removeLink(const std::string& fileName) {
 }
 
 int ZVResourceManager::fileHandler(const std::string& fileName) {
-  return guarded(kClass, "fileHandler", -1,
-                 [&] { return ::open(pathToFile(fileName).c_str(), O_RDONLY | O_CLOEXEC); });
+  return guarded(kClass, "fileHandler", -1, [&] {
+    // Only the cache's own file is served, never a link's target.
+    return ::open(pathToFile(fileName).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+  });
 }
 
 void ZVResourceManager::finishLoading(const std::string& fileName) {

@@ -108,5 +108,16 @@ TEST(ZVPHttpRequestTest, OlderFieldsAreAppendedAfterTheHighestNumber) {
   EXPECT_TRUE(ZVPHttpRequest::validateResponse(R"({ "Status" : "Accepted" })"));
 }
 
+TEST(ZVPHttpRequestTest, FieldNumbersAtTheLimitOfAnIntStillGetTheirSuccessors) {
+  test::ScopedContext scope;
+  const std::string line = "AppId=a&p2147483647name=b&p2147483647type=String&p2147483647value=x";
+  auto extended = ZVPHttpRequest::addAdditionParams(line);
+  ASSERT_TRUE(extended);
+  EXPECT_NE(extended->find("&p2147483648name=bo_ClientTime"), std::string::npos);
+  EXPECT_NE(extended->find("&p2147483649name=bo_HashSum"), std::string::npos);
+  // A number past any int is refused as a whole, never wrapped.
+  EXPECT_FALSE(ZVPHttpRequest::addAdditionParams("p99999999999name=b"));
+}
+
 }  // namespace
 }  // namespace zivora

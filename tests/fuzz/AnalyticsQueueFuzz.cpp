@@ -2,14 +2,11 @@
 // it: every line handed out is whole ASCII text that either converts to a
 // wire form or is one the loop discards; draining always ends; afterwards a
 // fresh record saved there is the next line read and converts.
-#include <unistd.h>
-
 #include <cstddef>
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
 #include <string>
 
+#include "FuzzScratchFile.h"
 #include "analytics/ZVPConvertSavedEventForSend.h"
 #include "analytics/ZVPCustomParams.h"
 #include "analytics/ZVPFileSaver.h"
@@ -27,14 +24,11 @@ bool isLiveAscii(const std::string& text) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static const auto directory = std::filesystem::temp_directory_path() /
-                                ("zivora-analytics-queue-fuzz-" + std::to_string(::getpid()));
+  static const zivora::test::FuzzScratchFile scratch(zivora::ZVPFileSaver::kFileName);
   static const bool quiet = (zivora::ZVPLog::logEnable(false), true);
   (void)quiet;
-  std::filesystem::create_directories(directory);
-  zivora::ZVPFileSaver saver(directory);
-  std::ofstream(saver.fullPath(), std::ios::binary | std::ios::trunc)
-      .write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+  zivora::ZVPFileSaver saver(scratch.directory());
+  scratch.fill(data, size);
 
   std::size_t rounds = 0;
   while (auto line = saver.getFirstEvent()) {

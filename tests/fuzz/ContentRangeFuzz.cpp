@@ -39,5 +39,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   if (value < 0 && (trimmed.empty() || trimmed.front() != '-')) std::abort();
   if (value > 0 && !trimmed.empty() && trimmed.front() == '-') std::abort();
+
+  // The full size of a resumed file: offset plus length, never overflowing.
+  if (offset >= 0) {
+    const std::int32_t full = ZVResourceLoader::rangeFullSize(offset, length);
+    if (value >= 0 && full < offset) std::abort();
+    if (value <= 0 && full > offset) std::abort();
+  }
   return 0;
 }

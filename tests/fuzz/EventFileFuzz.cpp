@@ -1,14 +1,11 @@
 // Any bytes as an event file. The reader hands out only whole ASCII event
 // lines, always makes progress, and after it has drained the file a new
 // event saved there is the next one read, whatever the file held before.
-#include <unistd.h>
-
 #include <cstddef>
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
 #include <string>
 
+#include "FuzzScratchFile.h"
 #include "events/EventFile.h"
 
 namespace {
@@ -23,12 +20,10 @@ bool isEventLine(const std::string& text) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static const auto path = std::filesystem::temp_directory_path() /
-                           ("zivora-event-file-fuzz-" + std::to_string(::getpid()) + ".dat");
-  std::ofstream(path, std::ios::binary | std::ios::trunc)
-      .write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+  static const zivora::test::FuzzScratchFile scratch("events.dat");
+  scratch.fill(data, size);
 
-  zivora::EventFile file(zivora::EventFileOptions{.path = path});
+  zivora::EventFile file(zivora::EventFileOptions{.path = scratch.path()});
   std::size_t rounds = 0;
   while (auto event = file.firstEvent()) {
     if (!isEventLine(*event) || ++rounds > size + 1) __builtin_trap();
@@ -36,6 +31,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   const std::string fresh = "{\"fresh\":1}";
   if (file.save(fresh) && file.firstEvent() != fresh) __builtin_trap();
-  std::filesystem::remove(path);
   return 0;
 }
