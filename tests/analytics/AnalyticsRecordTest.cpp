@@ -2,6 +2,7 @@
 
 #include "analytics/ZVPConvertSavedEventForSend.h"
 #include "analytics/ZVPCustomParams.h"
+#include "analytics/ZVPHttpRequest.h"
 #include "support/ScopedContext.h"
 #include "util/PercentEncoding.h"
 #include "util/ZVHash.h"
@@ -108,6 +109,19 @@ TEST(ConvertSavedEventTest, ReadingStopsAfterTheMaximumNumberOfParameters) {
   const std::string& event = *converted.getEvent();
   EXPECT_NE(event.find("{\"k9999\":"), std::string::npos);
   EXPECT_EQ(event.find("{\"k10000\":"), std::string::npos);
+}
+
+TEST(ZVPHttpRequestTest, OlderFieldsAreAppendedAfterTheHighestNumber) {
+  test::ScopedContext scope;
+  const std::string line = "p1name=a&p1type=String&p1value=x&p12name=b&p12type=Integer&p12value=1";
+  auto extended = ZVPHttpRequest::addAdditionParams(line);
+  ASSERT_TRUE(extended);
+  EXPECT_EQ(extended->rfind(line + "&p13name=bo_ClientTime&p13type=Integer&p13value=", 0), 0u);
+  EXPECT_NE(extended->find("&p14name=bo_HashSum&p14type=String&p14value=" +
+                           ZVPHttpRequest::hashMD5(line)),
+            std::string::npos);
+  EXPECT_FALSE(ZVPHttpRequest::validateResponse(std::nullopt));
+  EXPECT_TRUE(ZVPHttpRequest::validateResponse(R"({ "Status" : "Accepted" })"));
 }
 
 }  // namespace

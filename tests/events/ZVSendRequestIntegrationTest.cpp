@@ -60,15 +60,6 @@ TEST_F(ZVSendRequestIntegrationTest, RoundTripOverTlsDeliversTheSignedForm) {
   EXPECT_EQ(received[0].params, R"({"getInitialization":{"appId":"a b"}})");
 }
 
-TEST_F(ZVSendRequestIntegrationTest, AnUntrustedServerGivesNoResponse) {
-  test::TempDir otherCerts;
-  sandbox::SandboxServer other{sandbox::SandboxOptions{.certDirectory = otherCerts.path()}};
-  other.start();
-  // Trusting another authority than the one that signed the server.
-  EXPECT_EQ(post(other.caFile()).code, -2);
-  EXPECT_TRUE(sandbox_.received().empty());
-}
-
 TEST_F(ZVSendRequestIntegrationTest, UnusableTwoHundredRepliesKeepTheirStatus) {
   for (auto kind : {Misbehaviour::Kind::Garbage, Misbehaviour::Kind::EmptyBody,
                     Misbehaviour::Kind::JsonArray, Misbehaviour::Kind::JsonScalar}) {
