@@ -236,19 +236,6 @@ TEST_F(GstMediaPlayerIntegrationTest, AnItemSeekedBeforeItIsReadyStartsExactlyTh
   });
 }
 
-TEST_F(GstMediaPlayerIntegrationTest, MuteSwitchesThePipelinesSound) {
-  open(MediaAsset::fromFile(test::TestMedia::clip()), false);
-  ASSERT_TRUE(recorder_.waitFor([](Recorder& r) { return r.readyCount > 0; }));
-  onMain([this] {
-    EXPECT_FALSE(player_->isMuted());
-    player_->setMuted(true);
-    EXPECT_TRUE(player_->isMuted());
-    player_->setMuted(false);
-    EXPECT_FALSE(player_->isMuted());
-    EXPECT_EQ(player_->rate(), 0.0f);
-  });
-}
-
 TEST_F(GstMediaPlayerIntegrationTest, BrokenFilesFailWithoutPlayingToTheEnd) {
   const auto clip = contents(test::TestMedia::clip());
   for (const auto& path : {writeFile("truncated.mp4", clip.substr(0, clip.size() * 2 / 5)),
