@@ -13,6 +13,7 @@
 
 #include "platform/linux/XdgOpener.h"
 #include "support/ScopedContext.h"
+#include "support/ScopedEnv.h"
 #include "support/TempDir.h"
 #include "support/WatchedRuntime.h"
 
@@ -35,11 +36,7 @@ class XdgOpenerIntegrationTest : public ::testing::Test {
     const fs::path script = bin_.path() / "xdg-open";
     std::ofstream(script) << kRecorder;
     fs::permissions(script, fs::perms::owner_all);
-    const char* path = std::getenv("PATH");
-    savedPath_ = path ? path : "";
-    ::setenv("PATH", (bin_.path().string() + ":" + savedPath_).c_str(), 1);
   }
-  ~XdgOpenerIntegrationTest() override { ::setenv("PATH", savedPath_.c_str(), 1); }
 
   struct Record {
     std::string pid;
@@ -60,7 +57,8 @@ class XdgOpenerIntegrationTest : public ::testing::Test {
   }
 
   test::TempDir bin_;
-  std::string savedPath_;
+  // The recorder comes first; the shell's own tools stay reachable.
+  test::ScopedEnv path_{"PATH", bin_.path().string() + ":" + (std::getenv("PATH") ?: "")};
   // The opener looks for its child's exit in tasks on the global queue; the
   // record exists by the time the look that reaps the child has run.
   test::WatchedRuntime runtime_;
@@ -96,7 +94,7 @@ TEST_F(XdgOpenerIntegrationTest, TheAddressIsTheOneArgumentVerbatimAndTheChildIs
 }
 
 TEST_F(XdgOpenerIntegrationTest, AMissingProgramIsReportedNotThrown) {
-  ::setenv("PATH", (bin_.path() / "empty").c_str(), 1);
+  test::ScopedEnv empty("PATH", (bin_.path() / "empty").string());
   EXPECT_FALSE(opener_.openURL("https://example.com/"));
   ASSERT_EQ(scope_.log().texts().size(), 1u);
   EXPECT_TRUE(scope_.log().texts()[0].starts_with("[XdgOpener][openURL] Can't start xdg-open"));
