@@ -58,7 +58,8 @@ class XdgOpenerIntegrationTest : public ::testing::Test {
 
   test::TempDir bin_;
   // The recorder comes first; the shell's own tools stay reachable.
-  test::ScopedEnv path_{"PATH", bin_.path().string() + ":" + (std::getenv("PATH") ?: "")};
+  const char* systemPath_ = std::getenv("PATH");
+  test::ScopedEnv path_{"PATH", bin_.path().string() + ":" + (systemPath_ ? systemPath_ : "")};
   // The opener looks for its child's exit in tasks on the global queue; the
   // record exists by the time the look that reaps the child has run.
   test::WatchedRuntime runtime_;
