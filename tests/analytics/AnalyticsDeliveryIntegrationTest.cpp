@@ -2,20 +2,18 @@
 // analytics endpoint, which reads each body by position and checks its md5.
 #include <gtest/gtest.h>
 
-#include <thread>
-
 #include "SandboxServer.h"
 #include "analytics/ZVPConvertSavedEventForSend.h"
 #include "analytics/ZVPCustomParams.h"
 #include "analytics/ZVPEventController.h"
 #include "analytics/ZVPHttpRequest.h"
 #include "platform/linux/CurlHttpClient.h"
-#include "platform/linux/ThreadRuntime.h"
 #include "sandbox/SandboxTestSupport.h"
 #include "support/AnalyticsBody.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
 #include "support/VirtualRuntime.h"
+#include "support/WatchedRuntime.h"
 
 namespace zivora {
 namespace {
@@ -137,23 +135,11 @@ class AnalyticsQueueIntegrationTest : public ::testing::Test {
     return seqs;
   }
 
-  // Polls for a state that the loop reaches on its own threads; the limit
-  // only bounds a failing run.
-  template <class Predicate>
-  static bool eventually(Predicate predicate, std::chrono::seconds limit = 30s) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!predicate()) {
-      if (std::chrono::steady_clock::now() > deadline) return false;
-      std::this_thread::sleep_for(1ms);
-    }
-    return true;
-  }
-
   test::TempDir root_;
   std::unique_ptr<sandbox::SandboxServer> server_ = std::make_unique<sandbox::SandboxServer>(
       sandbox::SandboxOptions{.certDirectory = test::sandboxCertDirectory()});
   int port_ = 0;
-  std::shared_ptr<dispatch::ThreadRuntime> runtime_ = std::make_shared<dispatch::ThreadRuntime>();
+  std::shared_ptr<test::WatchedRuntime> runtime_ = std::make_shared<test::WatchedRuntime>();
   std::unique_ptr<test::ScopedContext> scope_;
   std::unique_ptr<ZVPEventController> controller_;
 };
@@ -163,13 +149,13 @@ TEST_F(AnalyticsQueueIntegrationTest, AThousandRecordsQueuedWhileTheServerIsDown
   constexpr int kRecords = 1000;
   for (int i = 0; i < kRecords; ++i) ASSERT_TRUE(controller_->sendEvent(record(i)));
   // Several attempts have failed and the loop is backing off.
-  ASSERT_TRUE(eventually([&] { return controller_->loop().delayResendOffline() >= 8; }));
+  ASSERT_TRUE(runtime_->waitUntil([&] { return controller_->loop().delayResendOffline() >= 8; }));
 
   server_ = std::make_unique<sandbox::SandboxServer>(
       sandbox::SandboxOptions{.certDirectory = test::sandboxCertDirectory(), .port = port_});
   server_->start();
   ASSERT_TRUE(server_->waitForReceived(kRecords, 100s));
-  ASSERT_TRUE(eventually([&] { return !controller_->saver().hasSavedEvents(); }));
+  ASSERT_TRUE(runtime_->waitUntil([&] { return !controller_->saver().hasSavedEvents(); }));
   std::vector<std::int64_t> expected(kRecords);
   for (int i = 0; i < kRecords; ++i) expected[i] = i;
   EXPECT_EQ(receivedSeqs(), expected);
@@ -182,7 +168,7 @@ TEST_F(AnalyticsQueueIntegrationTest, ARefusingServerKeepsTheRecordUntilItAccept
   EXPECT_TRUE(controller_->saver().hasSavedEvents());
   server_->setAnalyticsReply(200, R"({"Status":"Accepted"})");
   controller_->sendEvent(record(2));
-  ASSERT_TRUE(eventually([&] { return !controller_->saver().hasSavedEvents(); }));
+  ASSERT_TRUE(runtime_->waitUntil([&] { return !controller_->saver().hasSavedEvents(); }));
   auto seqs = receivedSeqs();
   ASSERT_GE(seqs.size(), 4u);
   // The first record again and again, then once accepted, then the second.

@@ -2,6 +2,7 @@
 
 #include "analytics/ZVPConvertSavedEventForSend.h"
 #include "analytics/ZVPCustomParams.h"
+#include "analytics/ZVPHttpRequest.h"
 #include "support/ScopedContext.h"
 #include "util/PercentEncoding.h"
 #include "util/ZVHash.h"
@@ -108,6 +109,30 @@ TEST(ConvertSavedEventTest, ReadingStopsAfterTheMaximumNumberOfParameters) {
   const std::string& event = *converted.getEvent();
   EXPECT_NE(event.find("{\"k9999\":"), std::string::npos);
   EXPECT_EQ(event.find("{\"k10000\":"), std::string::npos);
+}
+
+TEST(ZVPHttpRequestTest, OlderFieldsAreAppendedAfterTheHighestNumber) {
+  test::ScopedContext scope;
+  const std::string line = "p1name=a&p1type=String&p1value=x&p12name=b&p12type=Integer&p12value=1";
+  auto extended = ZVPHttpRequest::addAdditionParams(line);
+  ASSERT_TRUE(extended);
+  EXPECT_EQ(extended->rfind(line + "&p13name=bo_ClientTime&p13type=Integer&p13value=", 0), 0u);
+  EXPECT_NE(extended->find("&p14name=bo_HashSum&p14type=String&p14value=" +
+                           ZVPHttpRequest::hashMD5(line)),
+            std::string::npos);
+  EXPECT_FALSE(ZVPHttpRequest::validateResponse(std::nullopt));
+  EXPECT_TRUE(ZVPHttpRequest::validateResponse(R"({ "Status" : "Accepted" })"));
+}
+
+TEST(ZVPHttpRequestTest, FieldNumbersAtTheLimitOfAnIntStillGetTheirSuccessors) {
+  test::ScopedContext scope;
+  const std::string line = "AppId=a&p2147483647name=b&p2147483647type=String&p2147483647value=x";
+  auto extended = ZVPHttpRequest::addAdditionParams(line);
+  ASSERT_TRUE(extended);
+  EXPECT_NE(extended->find("&p2147483648name=bo_ClientTime"), std::string::npos);
+  EXPECT_NE(extended->find("&p2147483649name=bo_HashSum"), std::string::npos);
+  // A number past any int is refused as a whole, never wrapped.
+  EXPECT_FALSE(ZVPHttpRequest::addAdditionParams("p99999999999name=b"));
 }
 
 }  // namespace

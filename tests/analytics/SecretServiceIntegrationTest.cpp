@@ -1,22 +1,18 @@
 // Identities in a real gnome-keyring on a private session bus that the test
-// starts itself and stops by the pids it started.
+// starts itself as its own children.
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
 #include <optional>
 #include <string>
-#include <thread>
 
 #include "analytics/ZVPDeviceInfoHelper.h"
 #include "analytics/ZVPSaveKeychain.h"
 #include "platform/linux/LibsecretSecretStore.h"
+#include "support/ChildProcess.h"
 #include "support/ScopedContext.h"
+#include "support/ScopedEnv.h"
 #include "support/TempDir.h"
 #include "zivora/ZVConstants.h"
 
@@ -25,29 +21,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// One environment variable set for the test's life and restored after.
-class ScopedEnv {
- public:
-  ScopedEnv(const char* name, const std::string& value) : name_(name) {
-    if (const char* old = std::getenv(name)) previous_ = old;
-    ::setenv(name, value.c_str(), 1);
-  }
-  ~ScopedEnv() {
-    if (previous_) {
-      ::setenv(name_, previous_->c_str(), 1);
-    } else {
-      ::unsetenv(name_);
-    }
-  }
-  ScopedEnv(const ScopedEnv&) = delete;
-  ScopedEnv& operator=(const ScopedEnv&) = delete;
-
- private:
-  const char* name_;
-  std::optional<std::string> previous_;
-};
-
-// A session bus and an unlocked gnome-keyring serving secrets on it.
+// A session bus and an unlocked gnome-keyring serving secrets on it, both
+// children of the test.
 class PrivateKeyring {
  public:
   explicit PrivateKeyring(const std::filesystem::path& home) {
@@ -55,76 +30,38 @@ class PrivateKeyring {
     ::chmod((home / "runtime").c_str(), 0700);
     home_.emplace("HOME", home.string());
     runtimeDir_.emplace("XDG_RUNTIME_DIR", (home / "runtime").string());
-    if (!startBus()) {
+    // The bus prints its address once it accepts connections.
+    bus_ = test::ChildProcess::start({"dbus-daemon", "--session", "--nofork", "--print-address=1"},
+                                     {.input = {}, .captureOutput = true});
+    auto address = bus_ ? bus_->readLine(10s) : std::nullopt;
+    if (!address || address->empty()) {
       reason_ = "dbus-daemon --session did not start";
       return;
     }
-    busAddress_.emplace("DBUS_SESSION_BUS_ADDRESS", address_);
-    if (!startKeyring()) {
+    busAddress_.emplace("DBUS_SESSION_BUS_ADDRESS", *address);
+    keyring_ = test::ChildProcess::start(
+        {"gnome-keyring-daemon", "--foreground", "--unlock", "--components=secrets"},
+        {.input = "PASSWORD"});
+    if (!keyring_) {
       reason_ = "gnome-keyring-daemon did not start";
       return;
     }
-    // The daemon claims its name some time after it starts; a bounded wait
-    // on a real process, not a timer under test.
-    for (int i = 0; i < 200 && !platform::LibsecretSecretStore::available(); ++i)
-      std::this_thread::sleep_for(50ms);
+    // The daemon claims its name some time after it starts; gdbus returns
+    // as soon as the name has an owner.
+    auto wait = test::ChildProcess::start(
+        {"gdbus", "wait", "--session", "--timeout", "30", "org.freedesktop.secrets"}, {});
+    if (wait) wait->waitForExit();
     if (!platform::LibsecretSecretStore::available())
       reason_ = "org.freedesktop.secrets has no owner or its default collection is locked";
-  }
-
-  ~PrivateKeyring() {
-    stop(keyringPid_, true);
-    stop(busPid_, false);
   }
 
   // Empty when the keyring answers.
   const std::string& unavailableReason() const { return reason_; }
 
  private:
-  bool startBus() {
-    FILE* out = ::popen("dbus-daemon --session --fork --print-address=1 --print-pid=1", "r");
-    if (!out) return false;
-    char line[512];
-    if (std::fgets(line, sizeof line, out)) address_ = line;
-    if (std::fgets(line, sizeof line, out)) busPid_ = std::atoi(line);
-    ::pclose(out);
-    while (!address_.empty() && (address_.back() == '\n')) address_.pop_back();
-    return !address_.empty() && busPid_ > 0;
-  }
-
-  bool startKeyring() {
-    int input[2];
-    if (::pipe(input) != 0) return false;
-    pid_t pid = ::fork();
-    if (pid == 0) {
-      ::dup2(input[0], STDIN_FILENO);
-      ::close(input[0]);
-      ::close(input[1]);
-      ::execlp("gnome-keyring-daemon", "gnome-keyring-daemon", "--foreground", "--unlock",
-               "--components=secrets", static_cast<char*>(nullptr));
-      ::_exit(127);
-    }
-    ::close(input[0]);
-    if (pid > 0) {
-      keyringPid_ = pid;
-      [[maybe_unused]] auto written = ::write(input[1], "PASSWORD", 8);
-    }
-    ::close(input[1]);
-    return pid > 0;
-  }
-
-  // Only the processes this object started, by their pids.
-  // The bus daemon forked itself away, so only the keyring is reaped.
-  static void stop(pid_t pid, bool child) {
-    if (pid <= 0) return;
-    ::kill(pid, SIGTERM);
-    if (child) ::waitpid(pid, nullptr, 0);
-  }
-
-  std::optional<ScopedEnv> home_, runtimeDir_, busAddress_;
-  std::string address_;
-  pid_t busPid_ = -1;
-  pid_t keyringPid_ = -1;
+  std::optional<test::ScopedEnv> home_, runtimeDir_, busAddress_;
+  // The keyring stops before the bus it is on.
+  std::unique_ptr<test::ChildProcess> bus_, keyring_;
   std::string reason_;
 };
 

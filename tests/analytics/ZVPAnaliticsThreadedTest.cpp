@@ -6,28 +6,27 @@
 #include <thread>
 
 #include "analytics/ZVPAnalitics.h"
-#include "platform/linux/ThreadRuntime.h"
 #include "support/AnalyticsBody.h"
 #include "support/FakeHttpClient.h"
 #include "support/MemorySecretStore.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
+#include "support/WatchedRuntime.h"
 
 namespace zivora {
 namespace {
-
-using namespace std::chrono_literals;
 
 TEST(ZVPAnaliticsThreaded, ConcurrentReportsAllArriveInEachThreadsOrder) {
   test::TempDir root;
   auto http = std::make_shared<test::FakeHttpClient>();
   auto analytics = std::make_shared<ZVPAnalitics>();
+  auto runtime = std::make_shared<test::WatchedRuntime>();
   auto scope = std::make_unique<test::ScopedContext>(
       HostOptions{.dataRoot = root.path().string(),
                   .analyticsEndpoint = "https://analytics.test/ProfilingEvent.php",
                   .screenWidth = 800,
                   .screenHeight = 600},
-      RuntimeOptions{.runtime = std::make_shared<dispatch::ThreadRuntime>(),
+      RuntimeOptions{.runtime = runtime,
                      .http = http,
                      .analytics = analytics,
                      .secretStore = std::make_shared<test::MemorySecretStore>()});
@@ -51,9 +50,7 @@ TEST(ZVPAnaliticsThreaded, ConcurrentReportsAllArriveInEachThreadsOrder) {
   for (auto& host : hosts) host.join();
 
   const std::size_t expected = 1 + kThreads * kEach;
-  const auto deadline = std::chrono::steady_clock::now() + 60s;
-  while (http->requests().size() < expected && std::chrono::steady_clock::now() < deadline)
-    std::this_thread::sleep_for(1ms);  // polls the queue's progress; bounded for a failing run
+  runtime->waitUntil([&] { return http->requests().size() >= expected; });
   auto requests = http->requests();
   ASSERT_EQ(requests.size(), expected);
 

@@ -63,16 +63,6 @@ TEST_F(ZVPSessionManagerTest, AShortAbsenceContinuesTheSessionALongOneEndsIt) {
   EXPECT_EQ(sessions().size(), 1u);
 }
 
-TEST_F(ZVPSessionManagerTest, AProcessKilledInTheForegroundIsReportedByTheNextStart) {
-  auto manager = open();
-  runtime_->advanceBy(31s);  // ticks at 3, 6 ... 30
-  manager.reset();
-  runtime_->advanceBy(100s);
-  EXPECT_TRUE(sessions().empty());
-  auto next = open();
-  EXPECT_EQ(sessions(), (std::vector<std::pair<std::int64_t, std::int64_t>>{{kStart, 30}}));
-}
-
 TEST_F(ZVPSessionManagerTest, EveryThreeSecondTickStoresTheLastRunningTime) {
   auto manager = open();
   auto store = manager->configuration();

@@ -7,6 +7,7 @@
 #include "events/EventFile.h"
 #include "events/ZVFileSaver.h"
 #include "support/FaultyFileIo.h"
+#include "support/Files.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
 
@@ -14,15 +15,6 @@ namespace zivora {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string readAll(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-void writeAll(const fs::path& path, const std::string& bytes) {
-  std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
-}
 
 std::string event(std::size_t length, char fill = 'x') {
   std::string text = "{\"e\":\"";
@@ -63,11 +55,11 @@ TEST_F(EventFileTest, ConsumingTheFirstOfTwoEventsWritesTheHeaderInPlace) {
   const std::string a = event(120, 'a'), b = event(80, 'b');
   ASSERT_TRUE(file.save(a));
   ASSERT_TRUE(file.save(b));
-  EXPECT_EQ(readAll(path_), a + "\n" + b + "\n");
+  EXPECT_EQ(test::readFile(path_), a + "\n" + b + "\n");
 
   EXPECT_EQ(file.firstEvent(), a);
   file.removeFirstLine();
-  EXPECT_EQ(readAll(path_), "-!121\n-" + a.substr(7) + "\n" + b + "\n");
+  EXPECT_EQ(test::readFile(path_), "-!121\n-" + a.substr(7) + "\n" + b + "\n");
   EXPECT_EQ(file.firstEvent(), b);
 
   file.removeFirstLine();
@@ -91,7 +83,7 @@ TEST_F(EventFileTest, AFullFileRefusesEventsUntilDrainedAndDeleted) {
   const std::string line = event(1023);
   std::string bytes;
   for (int i = 0; i < 10239; ++i) bytes += line + "\n";
-  writeAll(path_, bytes);
+  test::writeFile(path_, bytes);
   EXPECT_TRUE(file.save(line));
   ASSERT_EQ(fs::file_size(path_), 10485760u);
   EXPECT_FALSE(file.save(event(40)));
@@ -109,19 +101,19 @@ TEST_F(EventFileTest, HeadersThatCannotBeTrusted) {
   // Pointing at the end: everything is consumed, the reader deletes the file.
   std::string consumed = "-" + event(39).substr(1) + "\n";
   std::string header = "-!" + std::to_string(consumed.size()) + "\n-";
-  writeAll(path_, header + consumed.substr(header.size()));
+  test::writeFile(path_, header + consumed.substr(header.size()));
   EXPECT_FALSE(file.firstEvent());
   EXPECT_FALSE(fs::exists(path_));
 
   // Beyond the end: the same.
-  writeAll(path_, "-!999\n-" + consumed.substr(7) + e + "\n");
+  test::writeFile(path_, "-!999\n-" + consumed.substr(7) + e + "\n");
   EXPECT_FALSE(file.firstEvent());
   EXPECT_FALSE(fs::exists(path_));
 
   // Unparsable, or not at a line start: read from 0, where the marks still hold.
   for (std::string bad : {"-!x", "-!", "-!12345678901234567890", "-!3"}) {
     std::string first = bad + "\n-" + consumed.substr(bad.size() + 2);
-    writeAll(path_, first + e + "\n");
+    test::writeFile(path_, first + e + "\n");
     EXPECT_EQ(file.firstEvent(), e) << bad;
   }
 }
@@ -129,14 +121,14 @@ TEST_F(EventFileTest, HeadersThatCannotBeTrusted) {
 TEST_F(EventFileTest, LinesThatCanNeverBeSentDoNotStallTheQueue) {
   auto file = open();
   const std::string a = event(30, 'a'), b = event(30, 'b');
-  writeAll(path_, a + "\n\n{\"e\":\"\xC3\xA9\"}\n" + b + "\n");
+  test::writeFile(path_, a + "\n\n{\"e\":\"\xC3\xA9\"}\n" + b + "\n");
   EXPECT_EQ(drain(file), (std::vector<std::string>{a, b}));
   EXPECT_FALSE(repairs_.empty());
 
   // A first line that, marked consumed, would read as a header saying
   // "everything up to byte 99 is sent" must not take later events with it.
   for (const std::string& damaged : {std::string("!99\xCD\n"), std::string("!99")}) {
-    writeAll(path_, damaged);
+    test::writeFile(path_, damaged);
     EXPECT_EQ(file.firstEvent(), std::nullopt);
     ASSERT_TRUE(file.save(a));
     EXPECT_EQ(file.firstEvent(), a) << damaged;
@@ -154,7 +146,7 @@ TEST_F(EventFileTest, SaveRefusesWhatCouldNotBeOneAsciiLine) {
 TEST_F(EventFileTest, ATornTailIsNeverReturnedAndNeverGluedToTheNextEvent) {
   auto file = open();
   const std::string a = event(30, 'a'), c = event(30, 'c');
-  writeAll(path_, a + "\n{\"torn\":");
+  test::writeFile(path_, a + "\n{\"torn\":");
   EXPECT_EQ(file.firstEvent(), a);
   file.removeFirstLine();
   EXPECT_FALSE(file.firstEvent());
@@ -162,7 +154,7 @@ TEST_F(EventFileTest, ATornTailIsNeverReturnedAndNeverGluedToTheNextEvent) {
 
   ASSERT_TRUE(file.save(c));
   EXPECT_EQ(file.firstEvent(), c);
-  EXPECT_NE(readAll(path_).find("\n-\"torn\":\n" + c + "\n"), std::string::npos);
+  EXPECT_NE(test::readFile(path_).find("\n-\"torn\":\n" + c + "\n"), std::string::npos);
   EXPECT_EQ(repairs_.size(), 1u);
 }
 
@@ -201,7 +193,7 @@ TEST_F(EventFileTest, AFullDiskRefusesTheEventAndLeavesTheFileIntact) {
   auto full = std::make_shared<test::FaultyFileIo>();
   full->failWrites(ENOSPC);
   EXPECT_FALSE(open(full).save(b));
-  EXPECT_EQ(readAll(path_), a + "\n");
+  EXPECT_EQ(test::readFile(path_), a + "\n");
 
   auto trickling = std::make_shared<test::FaultyFileIo>();
   trickling->shortWrites(3);

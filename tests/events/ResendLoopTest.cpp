@@ -116,26 +116,5 @@ TEST_F(ResendLoopTest, OnlyOneRequestIsInFlightAndEventsArrivingMeanwhileFollow)
             (std::vector<std::string>{"{\"n\":1}", "{\"n\":1}", "{\"n\":2}", "{\"n\":3}"}));
 }
 
-TEST_F(ResendLoopTest, ASendThatThrowsCountsAsAFailureAndTheLoopGoesOn) {
-  bool thrown = false;
-  auto loop = std::make_shared<ResendLoop>(
-      runtime_, file_,
-      ResendLoopOptions{.queueLabel = "test.resend",
-                        .className = "ResendLoopTest",
-                        .waitsForServer = false,
-                        .send = [&](const std::string& event) {
-                          sent_.push_back({event, runtime_->elapsed()});
-                          if (!thrown) {
-                            thrown = true;
-                            throw std::runtime_error("boom");
-                          }
-                          return 200;
-                        }});
-  loop->sendEvent("{\"n\":1}");
-  runtime_->advanceUntilNoTasks();
-  EXPECT_EQ(pauses(), (std::vector<dispatch::Duration>{1s}));
-  EXPECT_FALSE(file_->hasSavedEvents());
-}
-
 }  // namespace
 }  // namespace zivora

@@ -56,20 +56,5 @@ TEST_F(FakeMediaFactoryTest, AnObserverRemovedBeforeDeliveryHearsNothing) {
   EXPECT_EQ(item->error(), "decoder gave up");
 }
 
-TEST_F(FakeMediaFactoryTest, ThePlayerMovesOnlyWhenTheTestMovesIt) {
-  auto player = factory_.makePlayer(
-      factory_.makeItem(std::make_shared<media::MediaAsset>("customLoader://a.mp4")));
-  auto* fake = factory_.lastPlayer();
-  player->play();
-  EXPECT_EQ(player->rate(), 1.0f);
-  EXPECT_EQ(player->currentTime(), MediaTime::zero());
-  fake->advanceBy(MediaTime::fromSeconds(0.05));
-  EXPECT_EQ(player->currentTime(), MediaTime::fromSeconds(0.05));
-  player->pause();
-  EXPECT_EQ(player->rate(), 0.0f);
-  EXPECT_EQ(fake->playCount(), 1);
-  EXPECT_EQ(fake->pauseCount(), 1);
-}
-
 }  // namespace
 }  // namespace zivora::test

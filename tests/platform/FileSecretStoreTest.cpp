@@ -8,6 +8,7 @@
 #include "platform/linux/FileSecretStore.h"
 #include "platform/linux/SecretStoreChooser.h"
 #include "support/ScopedContext.h"
+#include "support/ScopedEnv.h"
 #include "support/TempDir.h"
 
 namespace zivora::platform {
@@ -98,16 +99,11 @@ TEST(SecretFileTest, RoundTripsAnyBytesAndRejectsEveryTruncation) {
 TEST(SecretStoreChooserTest, WithoutABusTheFileStoreIsChosenAndRemembered) {
   test::TempDir root;
   test::ScopedContext scope{HostOptions{.dataRoot = root.path().string()}};
-  const char* saved = std::getenv("DBUS_SESSION_BUS_ADDRESS");
-  std::string previous = saved ? saved : "";
-  ::setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + (root.path() / "no-bus").string()).c_str(),
-           1);
-  auto store = SecretStoreChooser::open(root.path());
-  if (saved) {
-    ::setenv("DBUS_SESSION_BUS_ADDRESS", previous.c_str(), 1);
-  } else {
-    ::unsetenv("DBUS_SESSION_BUS_ADDRESS");
-  }
+  auto store = [&] {
+    test::ScopedEnv noBus("DBUS_SESSION_BUS_ADDRESS",
+                          "unix:path=" + (root.path() / "no-bus").string());
+    return SecretStoreChooser::open(root.path());
+  }();
   EXPECT_EQ(store->description(), "file store");
   EXPECT_TRUE(scope.log().contains("[ZVPSaveKeychain] Secrets are kept in the file store"));
   std::ifstream choice(SecretStoreChooser::choiceFile(root.path()));

@@ -11,6 +11,7 @@
 
 #include "platform/UserDefaults.h"
 #include "platform/linux/KeyValueDatabase.h"
+#include "support/Files.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
 
@@ -26,11 +27,15 @@ class KeyValueDatabaseTest : public ::testing::Test {
 
   UserDefaults suite(std::string name) { return UserDefaults(database_, std::move(name)); }
 
+  void open() {
+    database_ = KeyValueDatabase::open(file());
+    ASSERT_NE(database_, nullptr);
+  }
+
   // Closes the database and opens it again, as a restarted process would.
   void restart() {
     database_.reset();
-    database_ = KeyValueDatabase::open(file());
-    ASSERT_NE(database_, nullptr);
+    open();
   }
 
   // The databases moved aside, without their journals.
@@ -53,19 +58,13 @@ class KeyValueDatabaseTest : public ::testing::Test {
     return false;
   }
 
-  void writeFile(const fs::path& path, const std::string& bytes) {
-    fs::create_directories(path.parent_path());
-    std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
-  }
-
   test::TempDir dir_;
   test::ScopedContext scope_;
   std::shared_ptr<KeyValueDatabase> database_;
 };
 
 TEST_F(KeyValueDatabaseTest, ValuesOfEveryTypeSurviveARestart) {
-  database_ = KeyValueDatabase::open(file());
-  ASSERT_NE(database_, nullptr);
+  open();
   {
     auto defaults = suite("configuration");
     EXPECT_TRUE(defaults.setValue("string", std::string("https://a.example/x?y=1")));
@@ -97,8 +96,7 @@ TEST_F(KeyValueDatabaseTest, ValuesOfEveryTypeSurviveARestart) {
 }
 
 TEST_F(KeyValueDatabaseTest, SuitesKeepTheirKeysApart) {
-  database_ = KeyValueDatabase::open(file());
-  ASSERT_NE(database_, nullptr);
+  open();
   auto configuration = suite("configuration");
   auto loadedFiles = suite("com.zivora.loadedFiles");
   configuration.setValue("shared", "configuration's");
@@ -113,8 +111,7 @@ TEST_F(KeyValueDatabaseTest, SuitesKeepTheirKeysApart) {
 }
 
 TEST_F(KeyValueDatabaseTest, StringLiteralsAndNullPointersNeverBecomeBooleans) {
-  database_ = KeyValueDatabase::open(file());
-  ASSERT_NE(database_, nullptr);
+  open();
   auto defaults = suite("s");
   defaults.setValue("k", "NO");
   EXPECT_EQ(defaults.objectForKey("k"), json("NO"));
@@ -125,8 +122,7 @@ TEST_F(KeyValueDatabaseTest, StringLiteralsAndNullPointersNeverBecomeBooleans) {
 
 // Reads convert between types the way the platform's user defaults do.
 TEST_F(KeyValueDatabaseTest, ReadsConvertBetweenTypes) {
-  database_ = KeyValueDatabase::open(file());
-  ASSERT_NE(database_, nullptr);
+  open();
   auto d = suite("s");
   d.setValue("int", 5);
   d.setValue("double", 1.5);
@@ -164,8 +160,7 @@ TEST_F(KeyValueDatabaseTest, ReadsConvertBetweenTypes) {
 }
 
 TEST_F(KeyValueDatabaseTest, AFailedWriteAnswersFalseLogsAndKeepsTheOldValue) {
-  database_ = KeyValueDatabase::open(file());
-  ASSERT_NE(database_, nullptr);
+  open();
   auto defaults = suite("s");
   ASSERT_TRUE(defaults.setValue("randomUID", "first"));
 
@@ -202,17 +197,15 @@ class DamagedDatabaseTest : public KeyValueDatabaseTest,
                             public ::testing::WithParamInterface<DamagedFile> {};
 
 TEST_P(DamagedDatabaseTest, IsMovedAsideWithItsJournalsAndAFreshStoreWorks) {
-  writeFile(file(), GetParam().bytes);
-  writeFile(file().string() + "-wal", "stale journal");
+  test::writeFile(file(), GetParam().bytes);
+  test::writeFile(file().string() + "-wal", "stale journal");
 
-  database_ = KeyValueDatabase::open(file());
-  ASSERT_NE(database_, nullptr);
+  open();
   EXPECT_TRUE(loggedWarningNaming(file()));
 
   auto aside = setAside();
   ASSERT_EQ(aside.size(), 1u);
-  std::ifstream moved(aside[0], std::ios::binary);
-  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(moved), {}), GetParam().bytes);
+  EXPECT_EQ(test::readFile(aside[0]), GetParam().bytes);
   EXPECT_TRUE(fs::exists(aside[0].string() + "-wal"));
 
   auto defaults = suite("configuration");
@@ -229,8 +222,7 @@ INSTANTIATE_TEST_SUITE_P(NotADatabase, DamagedDatabaseTest,
                          [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(KeyValueDatabaseTest, ATruncatedDatabaseIsMovedAsideAndRecreated) {
-  database_ = KeyValueDatabase::open(file());
-  ASSERT_NE(database_, nullptr);
+  open();
   for (int i = 0; i < 400; ++i) {
     suite("com.zivora.loadedFiles")
         .setValue(fmt::format("{:032x}.mp4", i * 7919), std::int64_t{i} * 1000);
@@ -240,8 +232,7 @@ TEST_F(KeyValueDatabaseTest, ATruncatedDatabaseIsMovedAsideAndRecreated) {
   ASSERT_GT(size, 3u * 4096u);
   fs::resize_file(file(), 2 * 4096);
 
-  database_ = KeyValueDatabase::open(file());
-  ASSERT_NE(database_, nullptr);
+  open();
   EXPECT_EQ(setAside().size(), 1u);
   EXPECT_TRUE(loggedWarningNaming(file()));
   EXPECT_EQ(suite("com.zivora.loadedFiles").integerForKey(fmt::format("{:032x}.mp4", 7919)),
@@ -250,7 +241,7 @@ TEST_F(KeyValueDatabaseTest, ATruncatedDatabaseIsMovedAsideAndRecreated) {
 }
 
 TEST_F(KeyValueDatabaseTest, AFileInThePlaceOfTheDirectoryLeavesTheStoreAbsent) {
-  writeFile(dir_.path() / "Preferences", "a regular file");
+  test::writeFile(dir_.path() / "Preferences", "a regular file");
   EXPECT_EQ(KeyValueDatabase::open(file()), nullptr);
   EXPECT_TRUE(loggedWarningNaming(file()));
   EXPECT_EQ(UserDefaults(nullptr, "s").stringForKey("k"), std::nullopt);

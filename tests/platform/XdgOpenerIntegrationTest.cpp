@@ -3,25 +3,23 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
-#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include "platform/linux/ThreadRuntime.h"
 #include "platform/linux/XdgOpener.h"
 #include "support/ScopedContext.h"
+#include "support/ScopedEnv.h"
 #include "support/TempDir.h"
+#include "support/WatchedRuntime.h"
 
 namespace zivora::platform {
 namespace {
 
-using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
 // Writes its pid, its blocked signals, its argument count and each argument
@@ -38,21 +36,6 @@ class XdgOpenerIntegrationTest : public ::testing::Test {
     const fs::path script = bin_.path() / "xdg-open";
     std::ofstream(script) << kRecorder;
     fs::permissions(script, fs::perms::owner_all);
-    const char* path = std::getenv("PATH");
-    savedPath_ = path ? path : "";
-    ::setenv("PATH", (bin_.path().string() + ":" + savedPath_).c_str(), 1);
-  }
-  ~XdgOpenerIntegrationTest() override { ::setenv("PATH", savedPath_.c_str(), 1); }
-
-  // Polls a condition on a real process until a deadline.
-  template <class Condition>
-  static bool eventually(Condition condition, std::chrono::milliseconds limit = 5s) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!condition()) {
-      if (std::chrono::steady_clock::now() > deadline) return false;
-      std::this_thread::sleep_for(10ms);
-    }
-    return true;
   }
 
   struct Record {
@@ -74,8 +57,12 @@ class XdgOpenerIntegrationTest : public ::testing::Test {
   }
 
   test::TempDir bin_;
-  std::string savedPath_;
-  dispatch::ThreadRuntime runtime_;
+  // The recorder comes first; the shell's own tools stay reachable.
+  const char* systemPath_ = std::getenv("PATH");
+  test::ScopedEnv path_{"PATH", bin_.path().string() + ":" + (systemPath_ ? systemPath_ : "")};
+  // The opener looks for its child's exit in tasks on the global queue; the
+  // record exists by the time the look that reaps the child has run.
+  test::WatchedRuntime runtime_;
   test::ScopedContext scope_;
   XdgOpener opener_{runtime_.globalQueue()};
 };
@@ -93,7 +80,7 @@ TEST_F(XdgOpenerIntegrationTest, TheAddressIsTheOneArgumentVerbatimAndTheChildIs
   pthread_sigmask(SIG_SETMASK, &previous, nullptr);
   ASSERT_TRUE(opened);
 
-  ASSERT_TRUE(eventually([&] { return fs::exists(bin_.path() / "record"); }));
+  ASSERT_TRUE(runtime_.waitUntil([&] { return fs::exists(bin_.path() / "record"); }));
   const Record record = readRecord();
   EXPECT_EQ(record.blocked, "SigBlk:\t0000000000000000");
   EXPECT_EQ(record.count, "1");
@@ -103,12 +90,12 @@ TEST_F(XdgOpenerIntegrationTest, TheAddressIsTheOneArgumentVerbatimAndTheChildIs
 
   // A zombie keeps its /proc entry until its parent waits for it.
   const fs::path proc = fs::path("/proc") / record.pid;
-  EXPECT_TRUE(eventually([&] { return !fs::exists(proc); }))
+  EXPECT_TRUE(runtime_.waitUntil([&] { return !fs::exists(proc); }))
       << "xdg-open " << record.pid << " was not reaped";
 }
 
 TEST_F(XdgOpenerIntegrationTest, AMissingProgramIsReportedNotThrown) {
-  ::setenv("PATH", (bin_.path() / "empty").c_str(), 1);
+  test::ScopedEnv empty("PATH", (bin_.path() / "empty").string());
   EXPECT_FALSE(opener_.openURL("https://example.com/"));
   ASSERT_EQ(scope_.log().texts().size(), 1u);
   EXPECT_TRUE(scope_.log().texts()[0].starts_with("[XdgOpener][openURL] Can't start xdg-open"));

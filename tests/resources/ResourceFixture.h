@@ -13,6 +13,7 @@
 #include "resources/ZVResourceManager.h"
 #include "support/FakeFileSystem.h"
 #include "support/FakeStreamingClient.h"
+#include "support/Files.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
 #include "support/VirtualRuntime.h"
@@ -46,14 +47,6 @@ class ResourceFixture : public ::testing::Test {
   std::filesystem::path cache() const { return root_.path() / "Caches" / "Zivora"; }
   std::shared_ptr<ZVResourceManager> manager() { return ZVResourceManager::defaultManager(); }
 
-  static void writeFile(const std::filesystem::path& path, const std::string& content) {
-    std::filesystem::create_directories(path.parent_path());
-    std::ofstream(path, std::ios::binary) << content;
-  }
-  static std::string readFile(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-  }
   static std::string pattern(std::size_t size) {
     std::string text(size, '\0');
     for (std::size_t i = 0; i < size; ++i)

@@ -10,6 +10,7 @@
 #include "platform/linux/ThreadRuntime.h"
 #include "resources/ZVResourceManager.h"
 #include "sandbox/SandboxTestSupport.h"
+#include "support/Files.h"
 #include "support/NginxServer.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
@@ -35,11 +36,6 @@ std::string content() {
     c = static_cast<char>(state >> 24);
   }
   return text;
-}
-
-std::string readFile(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 class DownloadIntegrationTest : public ::testing::Test {
@@ -101,7 +97,7 @@ TEST_F(DownloadIntegrationTest, ADownloadCutAtSeveralPointsResumesToAnIdenticalF
     EXPECT_EQ(download(url), 1);
   }
   EXPECT_EQ(download(url), 0);
-  EXPECT_EQ(ZVHash::md5Hex(readFile(fileFor(url))), ZVHash::md5Hex(source_));
+  EXPECT_EQ(ZVHash::md5Hex(test::readFile(fileFor(url))), ZVHash::md5Hex(source_));
   const auto seen = ranges();
   ASSERT_EQ(seen.size(), 4u);
   EXPECT_EQ(seen[0], "-");
@@ -121,7 +117,7 @@ TEST_F(DownloadIntegrationTest, BadPartialAnswersRestartTheFileFromTheStart) {
     EXPECT_EQ(download(url), 1);
     server_.misbehaveFiles({.kind = kind});
     EXPECT_EQ(download(url), 0);
-    EXPECT_EQ(ZVHash::md5Hex(readFile(fileFor(url))), ZVHash::md5Hex(source_));
+    EXPECT_EQ(ZVHash::md5Hex(test::readFile(fileFor(url))), ZVHash::md5Hex(source_));
     const auto seen = ranges();
     EXPECT_EQ(seen.at(1), "bytes=5000-");
     // A 200 is taken as the whole file; the others are asked for again.
@@ -168,7 +164,7 @@ TEST(NginxDownloadIntegrationTest, DownloadsAndResumesFromNginx) {
   std::ofstream(file, std::ios::binary) << source.substr(0, 777777);
   manager->loadURL(url, listener);
   EXPECT_EQ(listener->wait(20s), 0);
-  EXPECT_EQ(ZVHash::md5Hex(readFile(file)), ZVHash::md5Hex(source));
+  EXPECT_EQ(ZVHash::md5Hex(test::readFile(file)), ZVHash::md5Hex(source));
   EXPECT_TRUE(manager->isLoaded(ZVResourceManager::convertURLToFileName(url)));
 
   manager->loadURL(nginx.url("absent.mp4"), listener);

@@ -143,30 +143,24 @@ TEST_F(SandboxServerIntegrationTest, ReportsWhatItReceivedOverHttp) {
   EXPECT_TRUE(server_.received().empty());
 }
 
-TEST_F(SandboxServerIntegrationTest, AStalledRequestAnswersWhenReleased) {
-  server_.misbehave(Misbehaviour::Kind::Stall);
-  HttpResponse response;
-  std::thread client([&] {
-    response = CurlHttpClient(options(30s))
-                   .perform(test::signedPost(server_.adEndpoint(), kInitialization));
-  });
-  ASSERT_TRUE(server_.waitForReceived(1, 10s));
-  control("POST", "/control/release");
-  client.join();
-  EXPECT_EQ(response.status, 200) << response.error;
-}
-
-TEST_F(SandboxServerIntegrationTest, StopEndsAStalledRequest) {
-  server_.misbehave(Misbehaviour::Kind::Stall);
-  HttpResponse response;
-  std::thread client([&] {
-    response = CurlHttpClient(options(30s))
-                   .perform(test::signedPost(server_.adEndpoint(), kInitialization));
-  });
-  ASSERT_TRUE(server_.waitForReceived(1, 10s));
-  server_.stop();
-  client.join();
-  EXPECT_NE(response.status, 200);
+TEST_F(SandboxServerIntegrationTest, AStalledRequestAnswersWhenReleasedAndEndsWhenStopped) {
+  for (const bool release : {true, false}) {
+    server_.misbehave(Misbehaviour::Kind::Stall);
+    HttpResponse response;
+    std::thread client([&] {
+      response = CurlHttpClient(options(30s))
+                     .perform(test::signedPost(server_.adEndpoint(), kInitialization));
+    });
+    ASSERT_TRUE(server_.waitForReceived(1, 10s));
+    if (release) {
+      control("POST", "/control/release");
+    } else {
+      server_.stop();
+    }
+    client.join();
+    EXPECT_EQ(response.status == 200, release) << response.error;
+    server_.clearReceived();
+  }
 }
 
 TEST_F(SandboxServerIntegrationTest, ServesFilesWithByteRanges) {

@@ -7,10 +7,7 @@ void FakeMediaPlayer::play() {
   ++playCount_;
 }
 
-void FakeMediaPlayer::pause() {
-  rate_ = 0;
-  ++pauseCount_;
-}
+void FakeMediaPlayer::pause() { rate_ = 0; }
 
 void FakeMediaPlayer::deliverFrame(const media::VideoFrame& frame) {
   if (sink_) sink_->videoFrame(frame);

@@ -29,8 +29,6 @@ class FakeMediaPlayer final : public media::MediaPlayer {
   void deliverFrame(const media::VideoFrame& frame);
 
   int playCount() const { return playCount_; }
-  int pauseCount() const { return pauseCount_; }
-  media::FrameSink* frameSink() const { return sink_; }
 
  private:
   std::shared_ptr<media::MediaItem> item_;
@@ -39,7 +37,6 @@ class FakeMediaPlayer final : public media::MediaPlayer {
   bool muted_ = false;
   media::FrameSink* sink_ = nullptr;
   int playCount_ = 0;
-  int pauseCount_ = 0;
 };
 
 }  // namespace zivora::test

@@ -18,7 +18,6 @@ class FaultyFileIo final : public platform::FileIo {
   void crashAfter(std::size_t bytes) { crashBudget_ = bytes; }
   void failWrites(int error) { writeError_ = error; }
   void shortWrites(std::size_t bytes) { maxWrite_ = bytes; }
-  bool crashed() const { return crashed_; }
 
   int open(const char* path, int flags, mode_t mode) override;
   ssize_t pread(int fd, void* buffer, std::size_t size, off_t offset) override;

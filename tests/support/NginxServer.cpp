@@ -3,10 +3,13 @@
 #include <arpa/inet.h>
 #include <fmt/format.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <stdlib.h>
+#include <sys/inotify.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,7 +17,6 @@
 #include <fstream>
 #include <set>
 #include <stdexcept>
-#include <thread>
 #include <vector>
 
 extern char** environ;
@@ -102,26 +104,45 @@ NginxServer::NginxServer(fs::path root, std::int64_t limitRate) {
   std::vector<char*> argv;
   for (auto& arg : args) argv.push_back(arg.data());
   argv.push_back(nullptr);
+  // nginx writes its pid file once its listening socket is open: a change
+  // in the work directory or the child's exit wakes the wait below.
+  const int changes = ::inotify_init1(IN_CLOEXEC);
+  if (changes < 0 ||
+      ::inotify_add_watch(changes, workDirectory_.c_str(), IN_CLOSE_WRITE | IN_MOVED_TO) < 0) {
+    if (changes >= 0) ::close(changes);
+    throw std::runtime_error("inotify failed");
+  }
   if (::posix_spawnp(&pid_, "nginx", nullptr, nullptr, argv.data(), environ) != 0) {
     pid_ = -1;
+    ::close(changes);
     throw std::runtime_error("cannot start nginx");
   }
+  const int exited = static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0));
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  std::string failure;
   while (!accepts(port_)) {
-    int status = 0;
-    if (::waitpid(pid_, &status, WNOHANG) == pid_) {
-      pid_ = -1;
-      throw std::runtime_error("nginx exited at start; see " +
-                               (workDirectory_ / "error.log").string());
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        deadline - std::chrono::steady_clock::now());
+    pollfd events[2] = {{changes, POLLIN, 0}, {exited, POLLIN, 0}};
+    if (left.count() <= 0 ||
+        ::poll(events, exited >= 0 ? 2 : 1, static_cast<int>(left.count())) <= 0) {
+      failure = "nginx did not listen";
+      break;
     }
-    if (std::chrono::steady_clock::now() > deadline) {
-      ::kill(pid_, SIGTERM);
-      ::waitpid(pid_, &status, 0);
-      pid_ = -1;
-      throw std::runtime_error("nginx did not listen");
+    if (events[1].revents != 0) {
+      failure = "nginx exited at start; see " + (workDirectory_ / "error.log").string();
+      break;
     }
-    // Waiting for another process to bind: there is no event to wait on.
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    char buffer[4096];
+    [[maybe_unused]] auto drained = ::read(changes, buffer, sizeof buffer);
+  }
+  ::close(changes);
+  if (exited >= 0) ::close(exited);
+  if (!failure.empty()) {
+    ::kill(pid_, SIGTERM);
+    ::waitpid(pid_, nullptr, 0);
+    pid_ = -1;
+    throw std::runtime_error(failure);
   }
 }
 

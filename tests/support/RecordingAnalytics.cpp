@@ -31,15 +31,7 @@ void RecordingAnalytics::sendInvokeDelegate(std::string_view shortName) noexcept
   invokedDelegates_.emplace_back(shortName);
 }
 
-void RecordingAnalytics::appOpen() noexcept {
-  std::lock_guard lock(mutex_);
-  ++appOpenCount_;
-}
-
-int RecordingAnalytics::appOpenCount() const {
-  std::lock_guard lock(mutex_);
-  return appOpenCount_;
-}
+void RecordingAnalytics::appOpen() noexcept {}
 
 std::vector<std::string> RecordingAnalytics::invokedDelegates() const {
   std::lock_guard lock(mutex_);

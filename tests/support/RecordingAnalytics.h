@@ -25,9 +25,8 @@ class RecordingAnalytics final : public ZVPAnalitics {
                  std::string_view message) noexcept override;
 
   void sendInvokeDelegate(std::string_view shortName) noexcept override;
-  // Counted only: the recorder opens no delivery queue and no sessions.
+  // The recorder opens no delivery queue and no sessions.
   void appOpen() noexcept override;
-  int appOpenCount() const;
   void sendEvent(std::string_view eventName, ZVPCustomParams params) noexcept override;
 
   struct Record {
@@ -46,7 +45,6 @@ class RecordingAnalytics final : public ZVPAnalitics {
   std::vector<Event> events_;
   std::vector<std::string> invokedDelegates_;
   std::vector<Record> records_;
-  int appOpenCount_ = 0;
 };
 
 }  // namespace zivora::test

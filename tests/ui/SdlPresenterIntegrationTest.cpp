@@ -1,8 +1,7 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-
 #include "support/ScopedContext.h"
+#include "support/ScopedEnv.h"
 #include "support/VirtualRuntime.h"
 #include "ui/SdlPresenter.h"
 
@@ -16,7 +15,6 @@ using namespace std::chrono_literals;
 class SdlPresenterTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    setenv("SDL_VIDEODRIVER", "dummy", 1);
     HostOptions options;
     options.screenWidth = 320;
     options.screenHeight = 200;
@@ -39,6 +37,7 @@ class SdlPresenterTest : public ::testing::Test {
     runtime_.advanceBy(20ms);
   }
 
+  test::ScopedEnv driver_{"SDL_VIDEODRIVER", "dummy"};
   test::VirtualRuntime runtime_;
   test::ScopedContext context_;
   AppLifecycle lifecycle_;
@@ -117,16 +116,10 @@ TEST_F(SdlPresenterTest, FramesAreDrawnOnlyWhenSomethingChangedAndStopWithTheLas
   EXPECT_EQ(runtime_.pendingTaskCount(), 0u);
 }
 
-}  // namespace
-}  // namespace zivora::ui
-
-namespace zivora::ui {
-namespace {
-
 // A host that owns its window and loop: the ad is drawn with the host's
 // renderer every frame and the host's events stay the host's.
 TEST(SdlHostWindowTest, DrawsIntoTheHostsWindowAndLeavesItsEventsAlone) {
-  setenv("SDL_VIDEODRIVER", "dummy", 1);
+  test::ScopedEnv driver("SDL_VIDEODRIVER", "dummy");
   if (SDL_InitSubSystem(SDL_INIT_VIDEO) != 0) GTEST_SKIP() << SDL_GetError();
   test::VirtualRuntime runtime;
   test::ScopedContext context;

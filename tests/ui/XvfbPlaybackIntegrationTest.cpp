@@ -4,31 +4,23 @@
 // checked for a picture and written as PNG beside the build.
 #include <SDL.h>
 #include <cairo.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <filesystem>
 #include <future>
-#include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "platform/linux/GstMediaFactory.h"
 #include "platform/linux/ThreadRuntime.h"
+#include "support/ChildProcess.h"
 #include "support/ScopedContext.h"
+#include "support/ScopedEnv.h"
 #include "support/TestMedia.h"
 #include "ui/SdlPresenter.h"
 #include "ui/ZVVideoView.h"
-
-extern char** environ;
 
 namespace zivora::ui {
 namespace {
@@ -36,78 +28,24 @@ namespace {
 using namespace std::chrono_literals;
 constexpr auto kPatience = 30s;
 
-// An Xvfb server on a display it picks itself (-displayfd), a child of this
-// process, stopped by its pid.
-class XvfbServer {
- public:
-  // Null with the reason in `why` when Xvfb is missing or does not start.
-  static std::unique_ptr<XvfbServer> start(std::string& why) {
-    int ready[2];
-    if (::pipe(ready) != 0) {
-      why = "no pipe";
-      return nullptr;
-    }
-    ::fcntl(ready[0], F_SETFD, FD_CLOEXEC);
-    const std::string fd = std::to_string(ready[1]);
-    std::vector<std::string> args{"Xvfb",       "-displayfd", fd,    "-screen", "0",
-                                  "800x600x24", "-nolisten",  "tcp", "-noreset"};
-    std::vector<char*> argv;
-    for (auto& arg : args) argv.push_back(arg.data());
-    argv.push_back(nullptr);
-    pid_t pid = -1;
-    const int spawned = ::posix_spawnp(&pid, "Xvfb", nullptr, nullptr, argv.data(), environ);
-    ::close(ready[1]);
-    if (spawned != 0) {
-      ::close(ready[0]);
-      why = "Xvfb is not installed (scripts/setup.sh installs xvfb)";
-      return nullptr;
-    }
-    auto server = std::unique_ptr<XvfbServer>(new XvfbServer(pid));
-    // Xvfb writes its display number once it accepts clients.
-    std::string number;
-    pollfd wait{ready[0], POLLIN, 0};
-    char c = 0;
-    while (::poll(&wait, 1, 10000) == 1 && ::read(ready[0], &c, 1) == 1 && c != '\n') number += c;
-    ::close(ready[0]);
-    if (number.empty()) {
-      why = "Xvfb did not report a display";
-      return nullptr;
-    }
-    server->display_ = ":" + number;
-    return server;
+// An Xvfb server on a display it picks itself and writes to its output once
+// it accepts clients. Null with the reason in `why` when it does not start.
+std::unique_ptr<test::ChildProcess> startXvfb(std::string& display, std::string& why) {
+  auto server = test::ChildProcess::start(
+      {"Xvfb", "-displayfd", "1", "-screen", "0", "800x600x24", "-nolisten", "tcp", "-noreset"},
+      {.input = {}, .captureOutput = true});
+  if (!server) {
+    why = "Xvfb is not installed (scripts/setup.sh installs xvfb)";
+    return nullptr;
   }
-  ~XvfbServer() {
-    ::kill(pid_, SIGTERM);
-    int status = 0;
-    ::waitpid(pid_, &status, 0);
+  auto number = server->readLine(10s);
+  if (!number || number->empty()) {
+    why = "Xvfb did not report a display";
+    return nullptr;
   }
-  const std::string& display() const { return display_; }
-
- private:
-  explicit XvfbServer(pid_t pid) : pid_(pid) {}
-  pid_t pid_;
-  std::string display_;
-};
-
-// Sets an environment variable for the test's life and puts back the old one.
-class ScopedEnv {
- public:
-  ScopedEnv(const char* name, const std::string& value) : name_(name) {
-    if (const char* old = std::getenv(name)) previous_ = old;
-    ::setenv(name, value.c_str(), 1);
-  }
-  ~ScopedEnv() {
-    if (previous_) {
-      ::setenv(name_, previous_->c_str(), 1);
-    } else {
-      ::unsetenv(name_);
-    }
-  }
-
- private:
-  const char* name_;
-  std::optional<std::string> previous_;
-};
+  display = ":" + *number;
+  return server;
+}
 
 class Events final : public ZVVideoViewDelegate {
  public:
@@ -139,14 +77,14 @@ TEST(XvfbPlaybackIntegrationTest, AVideoPlaysInARealWindowAndShowsItsPicture) {
 #ifdef ZIVORA_UNDER_ASAN
   GTEST_SKIP() << "the X11 driver's unloaded libraries leak beyond suppression";
 #endif
-  std::string why;
-  auto xvfb = XvfbServer::start(why);
+  std::string why, display;
+  auto xvfb = startXvfb(display, why);
   if (!xvfb) GTEST_SKIP() << why;
-  ScopedEnv display("DISPLAY", xvfb->display());
-  ScopedEnv driver("SDL_VIDEODRIVER", "x11");
+  test::ScopedEnv onDisplay("DISPLAY", display);
+  test::ScopedEnv driver("SDL_VIDEODRIVER", "x11");
   // The software renderer keeps what it presented in the window surface,
   // so it can be read back after the frame went out.
-  ScopedEnv renderer("SDL_RENDER_DRIVER", "software");
+  test::ScopedEnv renderer("SDL_RENDER_DRIVER", "software");
 
   auto runtime = std::make_shared<dispatch::ThreadRuntime>();
   test::ScopedContext scope(HostOptions{}, RuntimeOptions{.runtime = runtime});
@@ -190,7 +128,7 @@ TEST(XvfbPlaybackIntegrationTest, AVideoPlaysInARealWindowAndShowsItsPicture) {
     presenter->present(window);
     view->prepareItem(clip.string(), media::MediaTime::zero());
   }));
-  ASSERT_TRUE(opened) << "SDL's x11 driver did not open a window on " << xvfb->display();
+  ASSERT_TRUE(opened) << "SDL's x11 driver did not open a window on " << display;
 
   auto prepared = events->prepared.get_future();
   ASSERT_EQ(prepared.wait_for(kPatience), std::future_status::ready);

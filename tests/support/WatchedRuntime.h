@@ -1,0 +1,47 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "platform/linux/ThreadRuntime.h"
+
+namespace zivora::test {
+
+// The runtime on real threads, with every queue announcing each task it
+// finishes. The SDK changes its state only inside queue tasks, so a test
+// waits for a state with waitUntil(), which checks again after each task
+// instead of polling on a clock.
+class WatchedRuntime final : public dispatch::Runtime {
+ public:
+  explicit WatchedRuntime(MainQueueMode mode = MainQueueMode::OwnThread);
+  ~WatchedRuntime() override;
+
+  std::shared_ptr<dispatch::Queue> makeSerialQueue(std::string label) override;
+  dispatch::Queue& mainQueue() override;
+  dispatch::Queue& globalQueue() override;
+  dispatch::Clock& clock() override { return threads_->clock(); }
+  std::size_t pumpMainQueue() override;
+
+  // True once `condition` holds; false if it still does not after `limit`,
+  // which only bounds a failing run.
+  bool waitUntil(const std::function<bool()>& condition,
+                 std::chrono::seconds limit = std::chrono::seconds(60));
+
+ private:
+  class WatchedQueue;
+
+  void taskFinished();
+
+  std::mutex mutex_;
+  std::condition_variable finished_;
+  std::uint64_t finishedTasks_ = 0;
+  std::unique_ptr<dispatch::ThreadRuntime> threads_;
+  std::unique_ptr<WatchedQueue> main_;
+  std::unique_ptr<WatchedQueue> global_;
+};
+
+}  // namespace zivora::test
