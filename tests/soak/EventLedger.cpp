@@ -16,15 +16,17 @@ std::string wholeFile(const std::filesystem::path& file) {
   return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-// Where the live region of an event file starts: the number behind a
-// leading "-!", or 0 without a usable header.
+// Where the live region of an event file starts, as the SDK reads it: the
+// number behind a leading "-!" when it is a line start, 0 for a header that
+// is unusable or points into a line, and the end for one past the end (the
+// SDK deletes such a file).
 std::size_t liveStart(const std::string& text) {
   if (text.rfind("-!", 0) != 0) return 0;
   std::size_t offset = 0;
-  std::size_t i = 2;
-  for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i)
+  for (std::size_t i = 2; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i)
     offset = offset * 10 + static_cast<std::size_t>(text[i] - '0');
-  return offset <= text.size() ? offset : text.size();
+  if (offset >= text.size()) return text.size();
+  return offset > 0 && text[offset - 1] == '\n' ? offset : 0;
 }
 
 }  // namespace
