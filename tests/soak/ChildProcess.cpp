@@ -23,6 +23,8 @@ ChildProcess::ChildProcess(const std::vector<std::string>& argv, const std::file
                                    O_WRONLY | O_CREAT | O_APPEND, 0644);
   posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, err.c_str(),
                                    O_WRONLY | O_CREAT | O_APPEND, 0644);
+  const std::string directory = out.parent_path().string();
+  posix_spawn_file_actions_addchdir_np(&actions, directory.c_str());
   std::vector<char*> args;
   for (const auto& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
   args.push_back(nullptr);

@@ -14,6 +14,8 @@ namespace zivora::soak {
 // a signal the soak sent, or a signal it did not send (a crash).
 class ChildProcess {
  public:
+  // Runs in the directory that holds `out`, so a core dump lands beside
+  // the output of the run that crashed.
   ChildProcess(const std::vector<std::string>& argv, const std::filesystem::path& out,
                const std::filesystem::path& err);
   // Kills and reaps a child that is still running.

@@ -7,6 +7,7 @@
 //
 //   zivora_soak [--seconds N | --minutes N] [--short] [--seed S] [--work DIR] [--keep]
 //               [--demo PATH] [--sandbox PATH] [--media DIR]
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -72,8 +73,32 @@ std::optional<CommandLine> parse(int argc, char** argv) {
       return std::nullopt;
     }
   }
+  // The children run in their own directories.
+  for (fs::path* path : {&line.options.demo, &line.options.sandbox, &line.options.media})
+    *path = fs::absolute(*path);
   if (!line.workGiven) line.options.work = tmp / ("zivora-soak-" + std::to_string(::getpid()));
   return line;
+}
+
+// A crashed host leaves a core beside its output for the post-mortem.
+void allowCoreDumps() {
+  struct rlimit limit {};
+  if (getrlimit(RLIMIT_CORE, &limit) == 0) {
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_CORE, &limit);
+  }
+}
+
+// In a ThreadSanitizer build the host links uninstrumented libraries (glib,
+// fontconfig, GStreamer) whose own locking TSan cannot see; their internal
+// accesses are suppressed, the SDK's never.
+void addTsanSuppressions() {
+  const char* current = std::getenv("TSAN_OPTIONS");
+  std::string options = current ? current : "";
+  if (options.find("suppressions=") != std::string::npos) return;
+  if (!options.empty()) options += ':';
+  options += "suppressions=" ZIVORA_SOAK_TSAN_SUPPRESSIONS;
+  setenv("TSAN_OPTIONS", options.c_str(), 1);
 }
 
 }  // namespace
@@ -87,6 +112,8 @@ int main(int argc, char** argv) {
         "                   [--keep] [--demo PATH] [--sandbox PATH] [--media DIR]\n");
     return 2;
   }
+  allowCoreDumps();
+  addTsanSuppressions();
   try {
     // Every soak starts from an empty data root and an empty journal.
     fs::remove_all(line->options.work);
