@@ -45,7 +45,7 @@ std::optional<CommandLine> parse(int argc, char** argv) {
     const std::string flag = argv[i];
     if (flag == "--short") {
       line.options.shortMode = true;
-      if (!durationGiven) line.options.duration = std::chrono::seconds(20);
+      if (!durationGiven) line.options.duration = std::chrono::seconds(15);
       continue;
     }
     if (flag == "--keep") {
