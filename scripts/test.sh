@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Sets everything up and runs every test: the normal build, an
 # AddressSanitizer + UndefinedBehaviorSanitizer build, and a
-# ThreadSanitizer build of the threaded tests.
+# ThreadSanitizer build of the threaded tests and of the short soak test
+# (the sample host under ThreadSanitizer against the sandbox, with faults).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -35,10 +36,10 @@ LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp \
 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   ctest --test-dir build/clang-asan -j "$jobs" --output-on-failure
 
-say "ThreadSanitizer build (threaded tests)"
+say "ThreadSanitizer build (threaded tests, the demo, the sandbox and the soak test)"
 configure tsan -DZIVORA_SANITIZE=thread
 cmake --build "build/tsan" -j "$jobs"
-say "ThreadSanitizer tests"
+say "ThreadSanitizer tests (with the short soak)"
 # GCC 12's TSan cannot map its shadow memory when the kernel randomises
 # 32 bits of mmap addresses; running without address randomisation avoids it.
 norandom=()

@@ -21,12 +21,15 @@
 
 #include "CallbackLog.h"
 #include "HeadlessDriver.h"
+#include "QuotaFileSystem.h"
 #include "SandboxProcess.h"
 #include "core/Context.h"
 #include "core/ZivoraInstance.h"
 #include "events/ZVEventSender.h"
 #include "platform/UrlOpener.h"
 #include "platform/linux/CurlHttpClient.h"
+#include "platform/linux/CurlStreamingClient.h"
+#include "platform/linux/ThreadRuntime.h"
 #include "util/LogSink.h"
 #include "util/PercentEncoding.h"
 #include "zivora/ZVConstants.h"
@@ -39,15 +42,20 @@ using std::chrono::seconds;
 
 struct Arguments {
   std::string server, analyticsServer, ca, dataDir, appId = "zivora-demo-app", out, sandbox;
-  std::string placement = "rewarded";
+  std::string placement = "rewarded", userId;
   bool headless = false;
+  // Zero keeps the SDK's defaults.
+  long idleTimeoutMs = 0, retryUnitMs = 0;
+  unsigned long long diskCapacity = 0;
 };
 
 void usage() {
-  std::fprintf(stderr,
-               "usage: zivora-demo [--server URL] [--analytics-server URL] [--ca FILE]\n"
-               "                   [--data-dir DIR] [--app-id ID] [--placement NAME]\n"
-               "                   [--headless] [--out DIR] [--sandbox PATH]\n");
+  std::fprintf(
+      stderr,
+      "usage: zivora-demo [--server URL] [--analytics-server URL] [--ca FILE]\n"
+      "                   [--data-dir DIR] [--app-id ID] [--placement NAME]\n"
+      "                   [--headless] [--out DIR] [--sandbox PATH] [--user-id ID]\n"
+      "                   [--idle-timeout-ms N] [--retry-unit-ms N] [--disk-capacity BYTES]\n");
 }
 
 std::optional<Arguments> parse(int argc, char** argv) {
@@ -76,6 +84,14 @@ std::optional<Arguments> parse(int argc, char** argv) {
       args.out = value;
     else if (flag == "--sandbox")
       args.sandbox = value;
+    else if (flag == "--user-id")
+      args.userId = value;
+    else if (flag == "--idle-timeout-ms")
+      args.idleTimeoutMs = std::stol(value);
+    else if (flag == "--retry-unit-ms")
+      args.retryUnitMs = std::stol(value);
+    else if (flag == "--disk-capacity")
+      args.diskCapacity = std::stoull(value);
     else
       return std::nullopt;
   }
@@ -116,8 +132,8 @@ class PrintingOpener final : public zivora::platform::UrlOpener {
 // as the server receives it.
 class HandshakePrinter final : public zivora::platform::HttpClient {
  public:
-  explicit HandshakePrinter(std::string caFile)
-      : client_(zivora::platform::HttpClientOptions{.caFile = std::move(caFile)}) {}
+  explicit HandshakePrinter(zivora::platform::HttpClientOptions options)
+      : client_(std::move(options)) {}
 
   zivora::platform::HttpResponse perform(const zivora::platform::HttpRequest& request) override {
     printDeviceBlock(request.body);
@@ -176,6 +192,30 @@ void drainEvents(seconds limit) {
   step("events still queued; they are sent on the next launch");
 }
 
+// The collaborators the host chooses; a soak test shortens the timeouts
+// and the retry schedules and gives the cache a small disk.
+zivora::RuntimeOptions runtimeOptions(const Arguments& args) {
+  using std::chrono::milliseconds;
+  zivora::platform::HttpClientOptions http{.caFile = args.ca};
+  zivora::RuntimeOptions runtime{.log = std::make_shared<StepLog>()};
+  if (args.idleTimeoutMs > 0) {
+    http.connectTimeout = http.lowSpeedTime = milliseconds(args.idleTimeoutMs);
+    runtime.runtime =
+        std::make_shared<zivora::dispatch::ThreadRuntime>(zivora::MainQueueMode::OwnThread);
+    runtime.downloads = std::make_shared<zivora::platform::CurlStreamingClient>(
+        zivora::platform::StreamingClientOptions{.caFile = args.ca,
+                                                 .connectTimeout = milliseconds(args.idleTimeoutMs),
+                                                 .lowSpeedTime = milliseconds(args.idleTimeoutMs)},
+        runtime.runtime);
+  }
+  runtime.http = std::make_shared<HandshakePrinter>(http);
+  if (args.retryUnitMs > 0) runtime.retryTimeUnit = milliseconds(args.retryUnitMs);
+  if (args.diskCapacity > 0)
+    runtime.files = std::make_shared<demo::QuotaFileSystem>(args.dataDir, args.diskCapacity);
+  if (args.headless) runtime.opener = std::make_shared<PrintingOpener>();
+  return runtime;
+}
+
 int run(Arguments& args) {
   std::unique_ptr<demo::SandboxProcess> sandbox;
   if (args.server.empty()) {
@@ -202,12 +242,11 @@ int run(Arguments& args) {
   if (sandbox)
     std::filesystem::remove(std::filesystem::path(args.dataDir) / "Preferences" /
                             "defaults.sqlite");
-  zivora::RuntimeOptions runtime{.http = std::make_shared<HandshakePrinter>(args.ca),
-                                 .log = std::make_shared<StepLog>()};
-  if (args.headless) runtime.opener = std::make_shared<PrintingOpener>();
+  zivora::RuntimeOptions runtime = runtimeOptions(args);
 
   step("initializeWithAppId " + args.appId + ", data root " + args.dataDir);
   zivora::ZivoraInstance::start(args.appId, host, runtime);
+  if (!args.userId.empty()) zivora::Zivora::setAppUserId(args.userId);
   auto log = std::make_shared<demo::CallbackLog>();
   zivora::Zivora::setDelegate(log);
 

@@ -6,13 +6,14 @@
 namespace zivora::sandbox {
 
 std::optional<FileMisbehaviour::Kind> FileMisbehaviour::kindNamed(std::string_view name) {
-  static constexpr std::array<std::pair<Kind, std::string_view>, 6> kNames{{
+  static constexpr std::array<std::pair<Kind, std::string_view>, 7> kNames{{
       {Kind::NotFound, "not-found"},
       {Kind::RangeNotSatisfiable, "range-not-satisfiable"},
       {Kind::IgnoreRange, "ignore-range"},
       {Kind::BadContentRange, "bad-content-range"},
       {Kind::CutAfter, "cut-after"},
       {Kind::StallAfter, "stall-after"},
+      {Kind::DelayAfter, "delay-after"},
   }};
   for (const auto& [kind, text] : kNames) {
     if (text == name) return kind;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <optional>
 #include <string_view>
@@ -15,13 +16,15 @@ struct FileMisbehaviour {
     BadContentRange,      // 206 with the asked bytes and a Content-Range that says nothing
     CutAfter,             // the asked bytes announced, `bytes` of them sent, connection closed
     StallAfter,           // `bytes` sent, then nothing until released or the server stops
+    DelayAfter,           // `bytes` sent, then nothing for `delay`, then the rest
   };
 
   Kind kind = Kind::NotFound;
   std::size_t bytes = 0;
+  std::chrono::milliseconds delay{0};
 
   // "not-found", "range-not-satisfiable", "ignore-range", "bad-content-range",
-  // "cut-after", "stall-after".
+  // "cut-after", "stall-after", "delay-after".
   static std::optional<Kind> kindNamed(std::string_view name);
 };
 

@@ -108,7 +108,8 @@ void FileResponder::misbehave(const FileMisbehaviour& misbehaviour, std::string_
   }
   std::optional<std::size_t> cutAt, stallAt;
   if (misbehaviour.kind == Kind::CutAfter) cutAt = misbehaviour.bytes;
-  if (misbehaviour.kind == Kind::StallAfter) stallAt = misbehaviour.bytes;
+  if (misbehaviour.kind == Kind::StallAfter || misbehaviour.kind == Kind::DelayAfter)
+    stallAt = misbehaviour.bytes;
   auto file = std::make_shared<std::ifstream>(path, std::ios::binary);
   response.set_content_provider(
       size - offset, contentTypeFor(path),

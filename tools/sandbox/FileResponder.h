@@ -22,8 +22,9 @@ class FileResponder {
 
   void respond(std::string_view name, const httplib::Request& request,
                httplib::Response& response) const;
-  // The same file answered with a fault. `stall` blocks until the stall is
-  // released (true) or the server stops (false).
+  // The same file answered with a fault. `stall` blocks where a stalling or
+  // delaying fault pauses: until the pause ends (true) or the server stops
+  // (false).
   void misbehave(const FileMisbehaviour& misbehaviour, std::string_view name,
                  const httplib::Request& request, httplib::Response& response,
                  std::function<bool()> stall) const;

@@ -8,7 +8,7 @@ namespace {
 
 using Kind = Misbehaviour::Kind;
 
-constexpr std::array<std::pair<Kind, std::string_view>, 8> kNames{{
+constexpr std::array<std::pair<Kind, std::string_view>, 9> kNames{{
     {Kind::HttpError, "http-error"},
     {Kind::ErrorReply, "error-reply"},
     {Kind::Garbage, "garbage"},
@@ -17,6 +17,7 @@ constexpr std::array<std::pair<Kind, std::string_view>, 8> kNames{{
     {Kind::JsonScalar, "json-scalar"},
     {Kind::CloseMidBody, "close-mid-body"},
     {Kind::Stall, "stall"},
+    {Kind::Delay, "delay"},
 }};
 
 }  // namespace

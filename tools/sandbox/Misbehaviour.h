@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -17,6 +18,7 @@ struct Misbehaviour {
     JsonScalar,    // 200 with a bare JSON number
     CloseMidBody,  // Content-Length announced, half the body sent, connection closed
     Stall,         // nothing sent until released or the server stops
+    Delay,         // nothing sent for `delay`, then the normal answer
   };
 
   Kind kind = Kind::HttpError;
@@ -24,11 +26,12 @@ struct Misbehaviour {
   // The request name it waits for ("getVideo", "clickAd" ...); empty takes
   // the next request of any name.
   std::string requestName;
+  std::chrono::milliseconds delay{0};
 
   bool targets(std::string_view name) const { return requestName.empty() || requestName == name; }
 
   // The names used by the HTTP control endpoint: "http-error", "error-reply",
-  // "garbage", "empty", "json-array", "json-scalar", "close-mid-body", "stall".
+  // "garbage", "empty", "json-array", "json-scalar", "close-mid-body", "stall", "delay".
   static std::optional<Kind> kindNamed(std::string_view name);
   static std::string_view nameOf(Kind kind);
 };

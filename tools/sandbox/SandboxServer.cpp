@@ -72,6 +72,7 @@ std::filesystem::path defaultCertDirectory() {
 
 SandboxServer::SandboxServer(SandboxOptions options)
     : options_(std::move(options)),
+      journal_(options_.stateDirectory),
       catalogue_([this](const std::string& name) { return fileUrl(name); },
                  [this] { return baseUrl(); }) {
   if (options_.certDirectory.empty()) options_.certDirectory = defaultCertDirectory();
@@ -182,8 +183,12 @@ void SandboxServer::setHandler(const std::string& requestName, RequestHandler ha
 
 void SandboxServer::misbehave(Misbehaviour::Kind kind, int count, int errorCode,
                               std::string requestName) {
+  misbehave(Misbehaviour{.kind = kind, .errorCode = errorCode, .requestName = requestName}, count);
+}
+
+void SandboxServer::misbehave(Misbehaviour misbehaviour, int count) {
   std::lock_guard lock(mutex_);
-  for (int i = 0; i < count; ++i) misbehaviours_.push_back({kind, errorCode, requestName});
+  for (int i = 0; i < count; ++i) misbehaviours_.push_back(misbehaviour);
 }
 
 void SandboxServer::releaseStalled() {
@@ -264,16 +269,47 @@ void SandboxServer::handleAdRequest(const httplib::Request& request, httplib::Re
   if (takeEventFailure(entry.requestName)) {
     response.status = 500;
     response.set_content("event refused on request", "text/plain");
+    journalEvent(entry, response.status, "fail-events");
     return;
   }
+  std::string_view fault;
   if (auto misbehaviour = takeMisbehaviour(entry.requestName)) {
-    if (misbehaviour->kind != Misbehaviour::Kind::Stall) return actOut(*misbehaviour, response);
-    if (!stall()) {
+    fault = Misbehaviour::nameOf(misbehaviour->kind);
+    if (misbehaviour->kind != Misbehaviour::Kind::Stall &&
+        misbehaviour->kind != Misbehaviour::Kind::Delay) {
+      actOut(*misbehaviour, response);
+      journalEvent(entry, response.status, fault);
+      return;
+    }
+    if (!hold(*misbehaviour)) {
       response.status = 503;
+      journalEvent(entry, response.status, fault);
       return;
     }
   }
+  response.status = 200;
   response.set_content(dispatch(entry).dump(), kJson);
+  // Journalled before the reply leaves: a client that saw the 200 finds
+  // the event in the journal even if this process dies right after.
+  journalEvent(entry, response.status, fault);
+}
+
+void SandboxServer::journalEvent(const ReceivedRequest& entry, int status, std::string_view fault) {
+  if (!isEventName(entry.requestName)) return;
+  journal_.append({{"kind", "event"},
+                   {"name", entry.requestName},
+                   {"params", entry.params},
+                   {"status", status},
+                   {"fault", fault}});
+}
+
+void SandboxServer::journalFile(const httplib::Request& request,
+                                const std::optional<FileMisbehaviour>& fault) {
+  const bool ranged = request.ranges.size() == 1 && request.ranges[0].first >= 0;
+  journal_.append({{"kind", "file"},
+                   {"name", request.matches[1].str()},
+                   {"from", ranged ? request.ranges[0].first : 0},
+                   {"faulted", fault.has_value()}});
 }
 
 json SandboxServer::dispatch(const ReceivedRequest& entry) {
@@ -317,8 +353,14 @@ void SandboxServer::handleFile(const httplib::Request& request, httplib::Respons
   const bool own = !options_.filesDirectory.empty() && FileResponder::isPlainName(name) &&
                    std::filesystem::exists(options_.filesDirectory / name, error);
   const FileResponder files(own ? options_.filesDirectory : options_.mediaDirectory);
-  if (auto misbehaviour = takeFileMisbehaviour()) {
-    return files.misbehave(*misbehaviour, name, request, response, [this] { return stall(); });
+  const auto misbehaviour = takeFileMisbehaviour();
+  journalFile(request, misbehaviour);
+  if (misbehaviour) {
+    const auto delay = misbehaviour->delay;
+    auto wait = misbehaviour->kind == FileMisbehaviour::Kind::DelayAfter
+                    ? std::function<bool()>([this, delay] { return pause(delay); })
+                    : std::function<bool()>([this] { return stall(); });
+    return files.misbehave(*misbehaviour, name, request, response, std::move(wait));
   }
   files.respond(name, request, response);
 }
@@ -383,7 +425,8 @@ void SandboxServer::actOut(const Misbehaviour& misbehaviour, httplib::Response& 
       sendTruncated(response);
       return;
     case Kind::Stall:
-      return;  // handled by the caller, which may go on to answer
+    case Kind::Delay:
+      return;  // handled by the caller, which goes on to answer
   }
 }
 
@@ -392,6 +435,16 @@ bool SandboxServer::stall() {
   const std::uint64_t seen = releases_;
   changed_.wait(lock, [&] { return stopping_ || releases_ != seen; });
   return !stopping_;
+}
+
+bool SandboxServer::pause(std::chrono::milliseconds delay) {
+  std::unique_lock lock(mutex_);
+  changed_.wait_for(lock, delay, [&] { return stopping_; });
+  return !stopping_;
+}
+
+bool SandboxServer::hold(const Misbehaviour& misbehaviour) {
+  return misbehaviour.kind == Misbehaviour::Kind::Delay ? pause(misbehaviour.delay) : stall();
 }
 
 void SandboxServer::handleAnalytics(const httplib::Request& request, httplib::Response& response) {
@@ -437,6 +490,24 @@ void SandboxServer::setAnalyticsReply(int status, std::string body) {
   analyticsReply_ = std::move(body);
 }
 
+void SandboxServer::controlMisbehaveFiles(const httplib::Request& request,
+                                          httplib::Response& response) {
+  const auto kind = FileMisbehaviour::kindNamed(request.get_param_value("kind"));
+  if (!kind) {
+    response.status = 400;
+    response.set_content("unknown kind", "text/plain");
+    return;
+  }
+  const std::string count = request.get_param_value("count");
+  misbehaveFiles(
+      FileMisbehaviour{
+          .kind = *kind,
+          .bytes = std::strtoull(request.get_param_value("bytes").c_str(), nullptr, 10),
+          .delay = std::chrono::milliseconds(std::atoi(request.get_param_value("ms").c_str()))},
+      count.empty() ? 1 : std::atoi(count.c_str()));
+  response.set_content("{}", kJson);
+}
+
 void SandboxServer::handleControl(const httplib::Request& request, httplib::Response& response) {
   const std::string& path = request.path;
   if (path == "/control/received" && request.method == "GET") {
@@ -453,9 +524,15 @@ void SandboxServer::handleControl(const httplib::Request& request, httplib::Resp
     }
     const std::string count = request.get_param_value("count");
     const std::string code = request.get_param_value("error");
-    misbehave(*kind, count.empty() ? 1 : std::atoi(count.c_str()),
-              code.empty() ? 1 : std::atoi(code.c_str()), request.get_param_value("request"));
+    misbehave(Misbehaviour{.kind = *kind,
+                           .errorCode = code.empty() ? 1 : std::atoi(code.c_str()),
+                           .requestName = request.get_param_value("request"),
+                           .delay = std::chrono::milliseconds(
+                               std::atoi(request.get_param_value("ms").c_str()))},
+              count.empty() ? 1 : std::atoi(count.c_str()));
     response.set_content("{}", kJson);
+  } else if (path == "/control/misbehave-files" && request.method == "POST") {
+    controlMisbehaveFiles(request, response);
   } else if (path == "/control/grant-reward" && request.method == "POST") {
     const std::string count = request.get_param_value("count");
     const std::string amount = request.get_param_value("reward");

@@ -21,6 +21,7 @@
 #include "FileMisbehaviour.h"
 #include "Misbehaviour.h"
 #include "ReceivedRequest.h"
+#include "RequestJournal.h"
 #include "RewardLedger.h"
 
 namespace httplib {
@@ -45,6 +46,9 @@ struct SandboxOptions {
   std::string host = "127.0.0.1";
   // 0 lets the system choose a free port.
   int port = 0;
+  // Where the server keeps what must outlive its process: the journal of
+  // answered events and file requests. Empty keeps nothing.
+  std::filesystem::path stateDirectory{};
 };
 
 // A scripted ad server on loopback TLS. It checks the SDK's signed requests,
@@ -82,6 +86,7 @@ class SandboxServer {
   // empty) get `kind`, after the faults already queued for them.
   void misbehave(Misbehaviour::Kind kind, int count = 1, int errorCode = 1,
                  std::string requestName = "");
+  void misbehave(Misbehaviour misbehaviour, int count);
   // What the analytics endpoint answers from now on (by default 200 with
   // {"Status":"Accepted"}).
   void setAnalyticsReply(int status, std::string body);
@@ -134,8 +139,16 @@ class SandboxServer {
   void actOut(const Misbehaviour& misbehaviour, httplib::Response& response);
   // Blocks until releaseStalled() or stop(); false when stopping.
   bool stall();
+  // Blocks for `delay` or until stop(); false when stopping.
+  bool pause(std::chrono::milliseconds delay);
+  // Holds a misbehaving request as its fault says; false when stopping.
+  bool hold(const Misbehaviour& misbehaviour);
+  void journalEvent(const ReceivedRequest& entry, int status, std::string_view fault);
+  void journalFile(const httplib::Request& request, const std::optional<FileMisbehaviour>& fault);
+  void controlMisbehaveFiles(const httplib::Request& request, httplib::Response& response);
 
   SandboxOptions options_;
+  RequestJournal journal_;
   int port_ = 0;
   std::unique_ptr<httplib::SSLServer> server_;
   std::thread listener_;

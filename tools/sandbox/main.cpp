@@ -2,6 +2,7 @@
 // manual runs and the soak test.
 //
 //   zivora-sandbox [--port N] [--certs DIR] [--files DIR] [--media DIR] [--port-file FILE]
+//                  [--state DIR]
 //   zivora-sandbox --make-certs DIR
 //   zivora-sandbox --make-media [DIR]
 #include <signal.h>
@@ -35,7 +36,7 @@ struct CommandLine {
 int usage() {
   std::fprintf(stderr,
                "usage: zivora-sandbox [--port N] [--certs DIR] [--files DIR] [--media DIR]\n"
-               "                      [--port-file FILE]\n"
+               "                      [--port-file FILE] [--state DIR]\n"
                "       zivora-sandbox --make-certs DIR\n"
                "       zivora-sandbox --make-media [DIR]\n");
   return 2;
@@ -63,6 +64,8 @@ std::optional<CommandLine> parse(int argc, char** argv) {
       line.options.mediaDirectory = value;
     } else if (flag == "--make-media") {
       line.makeMediaIn = value;
+    } else if (flag == "--state") {
+      line.options.stateDirectory = value;
     } else if (flag == "--port-file") {
       line.portFile = value;
     } else if (flag == "--make-certs") {

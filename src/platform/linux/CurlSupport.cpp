@@ -3,12 +3,18 @@
 #include <algorithm>
 #include <mutex>
 
+#include "platform/linux/OpenSslLifetime.h"
+
 namespace zivora::platform::curl {
 
 CURLcode globalInitResult() {
   static std::once_flag once;
   static CURLcode result = CURLE_OK;
-  std::call_once(once, [] { result = curl_global_init(CURL_GLOBAL_DEFAULT); });
+  std::call_once(once, [] {
+    // libcurl initialises OpenSSL; it must not be the first to.
+    OpenSslLifetime::keepUntilProcessEnd();
+    result = curl_global_init(CURL_GLOBAL_DEFAULT);
+  });
   return result;
 }
 
