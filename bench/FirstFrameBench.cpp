@@ -13,7 +13,9 @@
 // silent=false" audio-sink=fakesink`, from the fork to the first buffer that
 // the video fakesink reports (its last-message line), then stopped. That
 // includes starting the process and GStreamer, which a host application
-// pays once: compare it with both figures.
+// pays once: compare it with both figures. Target: at most 1.2 times it.
+//
+//   zivora_bench_first_frame [runs, default 7]
 
 #include <fcntl.h>
 #include <poll.h>
@@ -24,11 +26,13 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <future>
 #include <string>
 #include <vector>
 
+#include "BenchFigure.h"
 #include "core/Context.h"
 #include "platform/linux/CurlStreamingClient.h"
 #include "platform/linux/GstMediaFactory.h"
@@ -47,7 +51,7 @@ using namespace std::chrono;
 using namespace zivora;
 using Clock = steady_clock;
 
-constexpr int kRuns = 7;
+constexpr int kDefaultRuns = 7;
 
 double ms(Clock::duration d) { return duration<double, std::milli>(d).count(); }
 
@@ -160,7 +164,8 @@ double launchFirstFrame(const std::string& file) {
 
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
+  const int runs = argc > 1 ? std::max(1, std::atoi(argv[1])) : kDefaultRuns;
   const std::string file = test::TestMedia::hd().string();
   std::printf("file: %s (1280x720, 30 fps, 10 s, H.264)\n\n", file.c_str());
 
@@ -185,14 +190,14 @@ int main() {
       name, static_cast<std::int64_t>(std::filesystem::file_size(file)));
 
   std::vector<double> ours;
-  for (int i = 0; i < kRuns + 1; ++i) {
+  for (int i = 0; i < runs + 1; ++i) {
     ours.push_back(controllerFirstFrame(*runtime, ui::Display::of(Context::current())->presenter(),
                                         url, name));
   }
   const double cold = ours.front();
   ours.erase(ours.begin());
   std::vector<double> launch;
-  for (int i = 0; i < kRuns; ++i) launch.push_back(launchFirstFrame(file));
+  for (int i = 0; i < runs; ++i) launch.push_back(launchFirstFrame(file));
 
   const double warm = median(ours);
   const double baseline = median(launch);
@@ -200,13 +205,17 @@ int main() {
       "player controller, prepare + play -> first frame drawn (slide-in excluded):\n"
       "  cold %.1f ms, warm median %.1f ms (min %.1f, max %.1f, %d runs)\n",
       cold, warm, *std::min_element(ours.begin(), ours.end()),
-      *std::max_element(ours.begin(), ours.end()), kRuns);
+      *std::max_element(ours.begin(), ours.end()), runs);
   std::printf(
       "gst-launch-1.0 playbin -> first buffer at the video fakesink (whole process):\n"
       "  median %.1f ms (min %.1f, max %.1f, %d runs)\n",
       baseline, *std::min_element(launch.begin(), launch.end()),
-      *std::max_element(launch.begin(), launch.end()), kRuns);
+      *std::max_element(launch.begin(), launch.end()), runs);
   std::printf("ratio warm / gst-launch: %.2f, cold / gst-launch: %.2f (target: at most 1.2)\n",
               warm / baseline, cold / baseline);
+
+  using bench::BenchFigure;
+  BenchFigure::withinRatio("first frame, warm vs gst-launch", warm, baseline, "ms", 1.2).print();
+  BenchFigure::withinRatio("first frame, cold vs gst-launch", cold, baseline, "ms", 1.2).print();
   return 0;
 }

@@ -1,5 +1,6 @@
 // Write-through cost of a user-defaults setter against a plain SQLite
-// upsert loop with the same durability settings, and the cost of a read.
+// upsert loop with the same durability settings, and the cost of a read
+// against a plain SQLite select of the same row.
 //
 // Every write commits its own transaction with synchronous=FULL, so the
 // figures are bound by the disk's flush latency, not by the code.
@@ -13,6 +14,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "BenchFigure.h"
+#include "RecordingReporter.h"
 #include "platform/UserDefaults.h"
 #include "platform/linux/KeyValueDatabase.h"
 
@@ -111,6 +114,64 @@ void UserDefaultsStringForKey(benchmark::State& state) {
 }
 BENCHMARK(UserDefaultsStringForKey)->Unit(benchmark::kMicrosecond);
 
+void SqliteBaselineSelect(benchmark::State& state) {
+  ScratchDirectory dir;
+  sqlite3* db = nullptr;
+  check(sqlite3_open((dir.path() / "baseline.sqlite").c_str(), &db), db);
+  check(sqlite3_exec(db,
+                     "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL;"
+                     "CREATE TABLE defaults (suite TEXT NOT NULL, key TEXT NOT NULL,"
+                     " value TEXT NOT NULL, PRIMARY KEY (suite, key)) WITHOUT ROWID",
+                     nullptr, nullptr, nullptr),
+        db);
+  const std::string text = "\"" + kValue + "\"";
+  sqlite3_stmt* statement = nullptr;
+  check(sqlite3_prepare_v2(db, "INSERT INTO defaults (suite, key, value) VALUES (?1, ?2, ?3)", -1,
+                           &statement, nullptr),
+        db);
+  for (int k = 0; k < kKeys; ++k) {
+    std::string key = keyFor(k);
+    sqlite3_bind_text(statement, 1, "configuration", -1, SQLITE_STATIC);
+    sqlite3_bind_text(statement, 2, key.data(), static_cast<int>(key.size()), SQLITE_TRANSIENT);
+    sqlite3_bind_text(statement, 3, text.data(), static_cast<int>(text.size()), SQLITE_STATIC);
+    check(sqlite3_step(statement), db);
+    sqlite3_reset(statement);
+  }
+  sqlite3_finalize(statement);
+  check(sqlite3_prepare_v2(db, "SELECT value FROM defaults WHERE suite = ?1 AND key = ?2", -1,
+                           &statement, nullptr),
+        db);
+  std::int64_t i = 0;
+  for (auto _ : state) {
+    std::string key = keyFor(i++);
+    sqlite3_bind_text(statement, 1, "configuration", -1, SQLITE_STATIC);
+    sqlite3_bind_text(statement, 2, key.data(), static_cast<int>(key.size()), SQLITE_STATIC);
+    check(sqlite3_step(statement), db);
+    std::string value(reinterpret_cast<const char*>(sqlite3_column_text(statement, 0)));
+    benchmark::DoNotOptimize(value);
+    sqlite3_reset(statement);
+  }
+  sqlite3_finalize(statement);
+  sqlite3_close(db);
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(SqliteBaselineSelect)->Unit(benchmark::kMicrosecond);
+
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  zivora::bench::RecordingReporter reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  benchmark::Shutdown();
+
+  using zivora::bench::BenchFigure;
+  BenchFigure::stated("user-defaults write (commit)", reporter.realTime("UserDefaultsSetString"),
+                      reporter.realTime("SqliteBaselineUpsert"), "us")
+      .print();
+  BenchFigure::stated("user-defaults read", reporter.realTime("UserDefaultsStringForKey"),
+                      reporter.realTime("SqliteBaselineSelect"), "us")
+      .print();
+  return 0;
+}

@@ -255,16 +255,36 @@ int main(int argc, char** argv) {
         launch[2], launch.front(), launch.back());
   }
 
-  report("seam: 10 s playback to the end, RGBA frames to sink",
-         runChild({argv[0], "--play-child", file}));
-  report("headless ad screen: 10 s playback, composed at 60 Hz",
-         runChild({argv[0], "--render-child", file}));
-  report("gst-launch playbin, fakesinks (sync)",
-         runChild({"gst-launch-1.0", "-q", "playbin", uri, "video-sink=\"fakesink sync=true\"",
-                   "audio-sink=fakesink"}));
+  const ChildUsage seam = runChild({argv[0], "--play-child", file});
+  report("seam: 10 s playback to the end, RGBA frames to sink", seam);
+  const ChildUsage screen = runChild({argv[0], "--render-child", file});
+  report("headless ad screen: 10 s playback, composed at 60 Hz", screen);
+  const ChildUsage launch = runChild({"gst-launch-1.0", "-q", "playbin", uri,
+                                      "video-sink=\"fakesink sync=true\"", "audio-sink=fakesink"});
+  report("gst-launch playbin, fakesinks (sync)", launch);
   report("gst-launch decode + videoconvert to RGBA, fakesink",
          runChild({"gst-launch-1.0", "-q", "filesrc", "location=" + file, "!", "qtdemux", "!",
                    "avdec_h264", "!", "videoconvert", "!", "video/x-raw,format=RGBA", "!",
                    "fakesink", "sync=true"}));
+
+  // The figures as machine-readable lines for the benchmark report: CPU
+  // within 1.5 of gst-launch decoding, peak RSS at most 40 MiB above it.
+  const double launchRss = static_cast<double>(launch.peakRssKiB) / 1024.0;
+  for (const auto& [name, usage] :
+       {std::pair{"seam", seam}, std::pair{"headless ad screen", screen}}) {
+    const double cpuRatio = usage.cpuSeconds / launch.cpuSeconds;
+    std::printf(
+        "BENCH {\"figure\": \"10 s 720p CPU, %s vs gst-launch\", \"sdk\": %.3f, "
+        "\"baseline\": %.3f, \"unit\": \"s\", \"target\": \"ratio <= 1.5\", \"ratio\": %.3f, "
+        "\"met\": %s}\n",
+        name, usage.cpuSeconds, launch.cpuSeconds, cpuRatio, cpuRatio <= 1.5 ? "true" : "false");
+    const double rss = static_cast<double>(usage.peakRssKiB) / 1024.0;
+    std::printf(
+        "BENCH {\"figure\": \"10 s 720p peak RSS, %s vs gst-launch\", \"sdk\": %.1f, "
+        "\"baseline\": %.1f, \"unit\": \"MiB\", \"target\": \"<= baseline + 40 MiB\", "
+        "\"ratio\": %.3f, \"limit\": %.1f, \"met\": %s}\n",
+        name, rss, launchRss, rss / launchRss, launchRss + 40,
+        rss <= launchRss + 40 ? "true" : "false");
+  }
   return 0;
 }

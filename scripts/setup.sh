@@ -23,6 +23,8 @@ packages=(
   xvfb xauth iproute2
   # command-line tools the tests, the format check and benchmarks use
   openssl curl sqlite3 ca-certificates clang-format python3
+  # bench/run draws the benchmark report's chart with it
+  python3-matplotlib
 )
 
 missing=()
