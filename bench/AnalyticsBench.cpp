@@ -164,11 +164,8 @@ BENCHMARK(PlainAppendFsync)
 }  // namespace
 
 int main(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   zivora::bench::RecordingReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  benchmark::Shutdown();
+  if (!zivora::bench::RecordingReporter::runBenchmarks(argc, argv, reporter)) return 1;
 
   using zivora::bench::BenchFigure;
   const double fsync = reporter.realTime("PlainAppendFsync");

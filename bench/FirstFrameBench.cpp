@@ -33,7 +33,7 @@
 #include <vector>
 
 #include "BenchFigure.h"
-#include "core/Context.h"
+#include "CachedVideoScene.h"
 #include "platform/linux/CurlStreamingClient.h"
 #include "platform/linux/GstMediaFactory.h"
 #include "platform/linux/ThreadRuntime.h"
@@ -169,30 +169,11 @@ int main(int argc, char** argv) {
   const std::string file = test::TestMedia::hd().string();
   std::printf("file: %s (1280x720, 30 fps, 10 s, H.264)\n\n", file.c_str());
 
-  test::TempDir root;
-  auto runtime = std::make_shared<dispatch::ThreadRuntime>();
-  auto media = std::make_shared<platform::GstMediaFactory>(
-      runtime->mainQueue(), platform::GstPlaybackOptions{.audio = platform::AudioOutput::Discard});
-  auto downloads =
-      std::make_shared<platform::CurlStreamingClient>(platform::StreamingClientOptions{}, runtime);
-  test::ScopedContext scope({.dataRoot = root.path().string()},
-                            {.runtime = runtime, .downloads = downloads, .media = media});
-  ui::Display::of(Context::current())
-      ->setPresenter(std::make_unique<ui::Presenter>(ui::Screen{{1280, 720}, 1, {}},
-                                                     runtime->mainQueue(), runtime->clock()));
-
-  // The video is complete in the cache, as after a finished download.
-  const std::string url = "https://cdn.example/bench-720p.mp4";
-  auto manager = ZVResourceManager::defaultManager();
-  const std::string name = ZVResourceManager::convertURLToFileName(url);
-  std::filesystem::copy_file(file, manager->pathToFile(name));
-  ZVFilesSavedValidator::defaultValidator()->setFullLoaded(
-      name, static_cast<std::int64_t>(std::filesystem::file_size(file)));
-
+  bench::CachedVideoScene scene(file);
   std::vector<double> ours;
   for (int i = 0; i < runs + 1; ++i) {
-    ours.push_back(controllerFirstFrame(*runtime, ui::Display::of(Context::current())->presenter(),
-                                        url, name));
+    ours.push_back(
+        controllerFirstFrame(scene.runtime(), scene.presenter(), scene.url(), scene.name()));
   }
   const double cold = ours.front();
   ours.erase(ours.begin());

@@ -66,10 +66,9 @@ void check(int code, sqlite3* db) {
   }
 }
 
-// The same table, pragmas and statement as the store, with nothing around
-// them: no JSON, no mutex, no logging.
-void SqliteBaselineUpsert(benchmark::State& state) {
-  ScratchDirectory dir;
+// The same table and pragmas as the store, with nothing around them: no
+// JSON, no mutex, no logging.
+sqlite3* openBaseline(const ScratchDirectory& dir) {
   sqlite3* db = nullptr;
   check(sqlite3_open((dir.path() / "baseline.sqlite").c_str(), &db), db);
   check(sqlite3_exec(db,
@@ -78,6 +77,12 @@ void SqliteBaselineUpsert(benchmark::State& state) {
                      " value TEXT NOT NULL, PRIMARY KEY (suite, key)) WITHOUT ROWID",
                      nullptr, nullptr, nullptr),
         db);
+  return db;
+}
+
+void SqliteBaselineUpsert(benchmark::State& state) {
+  ScratchDirectory dir;
+  sqlite3* db = openBaseline(dir);
   sqlite3_stmt* upsert = nullptr;
   check(sqlite3_prepare_v2(
             db, "INSERT OR REPLACE INTO defaults (suite, key, value) VALUES (?1, ?2, ?3)", -1,
@@ -116,14 +121,7 @@ BENCHMARK(UserDefaultsStringForKey)->Unit(benchmark::kMicrosecond);
 
 void SqliteBaselineSelect(benchmark::State& state) {
   ScratchDirectory dir;
-  sqlite3* db = nullptr;
-  check(sqlite3_open((dir.path() / "baseline.sqlite").c_str(), &db), db);
-  check(sqlite3_exec(db,
-                     "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL;"
-                     "CREATE TABLE defaults (suite TEXT NOT NULL, key TEXT NOT NULL,"
-                     " value TEXT NOT NULL, PRIMARY KEY (suite, key)) WITHOUT ROWID",
-                     nullptr, nullptr, nullptr),
-        db);
+  sqlite3* db = openBaseline(dir);
   const std::string text = "\"" + kValue + "\"";
   sqlite3_stmt* statement = nullptr;
   check(sqlite3_prepare_v2(db, "INSERT INTO defaults (suite, key, value) VALUES (?1, ?2, ?3)", -1,
@@ -160,11 +158,8 @@ BENCHMARK(SqliteBaselineSelect)->Unit(benchmark::kMicrosecond);
 }  // namespace
 
 int main(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   zivora::bench::RecordingReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  benchmark::Shutdown();
+  if (!zivora::bench::RecordingReporter::runBenchmarks(argc, argv, reporter)) return 1;
 
   using zivora::bench::BenchFigure;
   BenchFigure::stated("user-defaults write (commit)", reporter.realTime("UserDefaultsSetString"),

@@ -27,18 +27,11 @@
 #include <string>
 #include <vector>
 
-#include "core/Context.h"
-#include "platform/linux/CurlStreamingClient.h"
+#include "CachedVideoScene.h"
 #include "platform/linux/GstMediaFactory.h"
 #include "platform/linux/ThreadRuntime.h"
-#include "resources/ZVFilesSavedValidator.h"
-#include "resources/ZVResourceManager.h"
-#include "support/ScopedContext.h"
-#include "support/TempDir.h"
 #include "support/TestMedia.h"
 #include "ui/Animator.h"
-#include "ui/Display.h"
-#include "ui/Presenter.h"
 #include "ui/ZVPlayerController.h"
 
 namespace {
@@ -165,48 +158,32 @@ class PlayToEnd final : public zivora::ui::ZVPlayerControllerDelegate {
 // the screen in memory at the display's frame rate.
 int renderToEnd(const std::string& file) {
   using namespace zivora;
-  test::TempDir root;
-  auto runtime = std::make_shared<dispatch::ThreadRuntime>();
-  auto media = std::make_shared<platform::GstMediaFactory>(
-      runtime->mainQueue(), platform::GstPlaybackOptions{.audio = platform::AudioOutput::Discard});
-  auto downloads =
-      std::make_shared<platform::CurlStreamingClient>(platform::StreamingClientOptions{}, runtime);
-  test::ScopedContext scope({.dataRoot = root.path().string()},
-                            {.runtime = runtime, .downloads = downloads, .media = media});
-  auto display = ui::Display::of(Context::current());
-  display->setPresenter(std::make_unique<ui::Presenter>(ui::Screen{{1280, 720}, 1, {}},
-                                                        runtime->mainQueue(), runtime->clock()));
-  // The video is complete in the cache, as after a finished download.
-  const std::string url = "https://cdn.example/bench-720p.mp4";
-  const std::string name = ZVResourceManager::convertURLToFileName(url);
-  std::filesystem::copy_file(file, ZVResourceManager::defaultManager()->pathToFile(name));
-  ZVFilesSavedValidator::defaultValidator()->setFullLoaded(
-      name, static_cast<std::int64_t>(std::filesystem::file_size(file)));
-
+  bench::CachedVideoScene scene(file);
+  auto& runtime = scene.runtime();
   auto controller = std::make_shared<ui::ZVPlayerController>();
   auto delegate = std::make_shared<PlayToEnd>();
   delegate->controller = controller;
   controller->setDelegate(delegate);
-  controller->prepareFromURL(url, name);
+  controller->prepareFromURL(scene.url(), scene.name());
   std::shared_ptr<ui::Window> window;
   dispatch::TaskHandle frames;
   int drawn = 0;
-  runtime->mainQueue().async([&] {
-    auto& presenter = display->presenter();
+  runtime.mainQueue().async([&] {
+    auto& presenter = scene.presenter();
     window = std::make_shared<ui::Window>(presenter.screen().bounds());
     window->addSubview(controller->view());
     presenter.present(window);
-    frames = runtime->mainQueue().every(ui::Animator::kFrameInterval, [&] {
-      if (display->presenter().renderFrame()) ++drawn;
+    frames = runtime.mainQueue().every(ui::Animator::kFrameInterval, [&] {
+      if (scene.presenter().renderFrame()) ++drawn;
     });
   });
   const bool ok = delegate->ended.get_future().get();
   std::promise<void> gone;
-  runtime->mainQueue().async([&] {
+  runtime.mainQueue().async([&] {
     std::fprintf(stderr, "screens composed: %d\n", drawn);
     frames.cancel();
     controller->stop();
-    display->presenter().dismiss(*window);
+    scene.presenter().dismiss(*window);
     window.reset();
     gone.set_value();
   });

@@ -29,6 +29,14 @@ double medianOf(
 
 }  // namespace
 
+bool RecordingReporter::runBenchmarks(int argc, char** argv, RecordingReporter& reporter) {
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return false;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  benchmark::Shutdown();
+  return true;
+}
+
 // Colour only on a terminal, as the library's default reporter does, so
 // the human output of a piped run stays plain text.
 RecordingReporter::RecordingReporter()

@@ -14,6 +14,10 @@ class RecordingReporter final : public benchmark::ConsoleReporter {
  public:
   RecordingReporter();
 
+  // Runs the registered benchmarks with the command line's options through
+  // `reporter`; false when the command line is not understood.
+  static bool runBenchmarks(int argc, char** argv, RecordingReporter& reporter);
+
   void ReportRuns(const std::vector<Run>& runs) override;
 
   // Median over the repetitions of the real time per iteration, in the

@@ -14,7 +14,8 @@ namespace zivora::test {
 
 std::filesystem::path TestMedia::clip() {
   return make("clip-320x240-2s.mp4",
-              "videotestsrc num-buffers=60 ! video/x-raw,format=I420,width=320,height=240,framerate=30/1 "
+              "videotestsrc num-buffers=60 "
+              "! video/x-raw,format=I420,width=320,height=240,framerate=30/1 "
               "! x264enc speed-preset=ultrafast key-int-max=30 ! mux. "
               "audiotestsrc num-buffers=86 ! audioconvert ! avenc_aac ! mux. "
               "mp4mux name=mux faststart=true");
@@ -22,7 +23,8 @@ std::filesystem::path TestMedia::clip() {
 
 std::filesystem::path TestMedia::hd() {
   return make("hd-1280x720-10s.mp4",
-              "videotestsrc num-buffers=300 ! video/x-raw,format=I420,width=1280,height=720,framerate=30/1 "
+              "videotestsrc num-buffers=300 "
+              "! video/x-raw,format=I420,width=1280,height=720,framerate=30/1 "
               "! x264enc speed-preset=ultrafast key-int-max=30 ! mp4mux name=mux faststart=true");
 }
 
