@@ -88,8 +88,9 @@ void ZVPAnalitics::appOpen() noexcept {
         parts->eventSender =
             std::make_shared<ZVPEventSender>(parts->deviceInfoHelper, parts->eventController);
         parts->display = ui::Display::of(context);
-        parts->sessionManager =
-            std::make_shared<ZVPSessionManager>(context, parts->display->lifecycle());
+        // Shares the display's ownership, pointing at its lifecycle.
+        std::shared_ptr<ui::AppLifecycle> lifecycle(parts->display, &parts->display->lifecycle());
+        parts->sessionManager = std::make_shared<ZVPSessionManager>(context, lifecycle);
         parts->eventSender->sendAppOpen();
         parts->sessionManager->appOpen();
       });

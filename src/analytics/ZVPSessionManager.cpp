@@ -22,12 +22,13 @@ void backoffice(const char* method, Body&& body) {
 
 }  // namespace
 
-ZVPSessionManager::ZVPSessionManager(std::weak_ptr<Context> context, ui::AppLifecycle& lifecycle)
-    : context_(std::move(context)), lifecycle_(lifecycle) {}
+ZVPSessionManager::ZVPSessionManager(std::weak_ptr<Context> context,
+                                     std::shared_ptr<ui::AppLifecycle> lifecycle)
+    : context_(std::move(context)), lifecycle_(std::move(lifecycle)) {}
 
 ZVPSessionManager::~ZVPSessionManager() {
   tick_.cancel();
-  if (observer_) lifecycle_.removeObserver(observer_);
+  if (observer_) lifecycle_->removeObserver(observer_);
 }
 
 std::int64_t ZVPSessionManager::time() {
@@ -75,7 +76,7 @@ void ZVPSessionManager::appOpen() {
     }
     startUpdate();
     std::weak_ptr<ZVPSessionManager> weak = weak_from_this();
-    observer_ = lifecycle_.addObserver([weak](ui::AppLifecycle::Event event) {
+    observer_ = lifecycle_->addObserver([weak](ui::AppLifecycle::Event event) {
       auto self = weak.lock();
       if (!self) return;
       if (event == ui::AppLifecycle::Event::WillEnterForeground) {

@@ -22,7 +22,10 @@ class UserDefaults;
 // crash is reported by the next start.
 class ZVPSessionManager : public std::enable_shared_from_this<ZVPSessionManager> {
  public:
-  ZVPSessionManager(std::weak_ptr<Context> context, ui::AppLifecycle& lifecycle);
+  // The manager keeps the lifecycle alive: its last owner may be a tick
+  // still running on the global queue after the context has gone, and it
+  // unregisters from the lifecycle when it goes.
+  ZVPSessionManager(std::weak_ptr<Context> context, std::shared_ptr<ui::AppLifecycle> lifecycle);
   ~ZVPSessionManager();
   ZVPSessionManager(const ZVPSessionManager&) = delete;
   ZVPSessionManager& operator=(const ZVPSessionManager&) = delete;
@@ -43,7 +46,7 @@ class ZVPSessionManager : public std::enable_shared_from_this<ZVPSessionManager>
   void storeTime(const char* key, std::int64_t seconds);
 
   std::weak_ptr<Context> context_;
-  ui::AppLifecycle& lifecycle_;
+  std::shared_ptr<ui::AppLifecycle> lifecycle_;
   ui::AppLifecycle::Token observer_ = 0;
   dispatch::TaskHandle tick_;
 

@@ -38,19 +38,19 @@ class ZVPSessionManagerTest : public ::testing::Test {
   test::TempDir root_;
   test::ScopedContext scope_{HostOptions{.dataRoot = root_.path().string()},
                              RuntimeOptions{.runtime = runtime_}};
-  ui::AppLifecycle lifecycle_;
+  std::shared_ptr<ui::AppLifecycle> lifecycle_ = std::make_shared<ui::AppLifecycle>();
 };
 
 TEST_F(ZVPSessionManagerTest, AShortAbsenceContinuesTheSessionALongOneEndsIt) {
   auto manager = open();
   runtime_->advanceBy(9s);
-  lifecycle_.post(Event::DidEnterBackground);
+  lifecycle_->post(Event::DidEnterBackground);
   runtime_->advanceBy(20s);
-  lifecycle_.post(Event::WillEnterForeground);
+  lifecycle_->post(Event::WillEnterForeground);
   runtime_->advanceBy(6s);
   EXPECT_TRUE(sessions().empty());
 
-  lifecycle_.post(Event::DidEnterBackground);
+  lifecycle_->post(Event::DidEnterBackground);
   runtime_->advanceBy(25s);  // the ticks still see a recent last time
   EXPECT_TRUE(sessions().empty());
   runtime_->advanceBy(15s);  // now one finds it older than 30 s
@@ -58,7 +58,7 @@ TEST_F(ZVPSessionManagerTest, AShortAbsenceContinuesTheSessionALongOneEndsIt) {
   // The last tick that saw it running was at 33 s.
   EXPECT_EQ(sessions()[0], std::make_pair(kStart, std::int64_t{33}));
   // Coming back after the tick reported it does not report it again.
-  lifecycle_.post(Event::WillEnterForeground);
+  lifecycle_->post(Event::WillEnterForeground);
   runtime_->advanceBy(9s);
   EXPECT_EQ(sessions().size(), 1u);
 }
@@ -77,7 +77,7 @@ TEST_F(ZVPSessionManagerTest, EveryThreeSecondTickStoresTheLastRunningTime) {
   runtime_->advanceBy(6s);
   EXPECT_EQ(last(), kStart + 9);
   // In the background the ticks go on but no longer move the last time.
-  lifecycle_.post(Event::DidEnterBackground);
+  lifecycle_->post(Event::DidEnterBackground);
   runtime_->advanceBy(9s);
   EXPECT_EQ(last(), kStart + 9);
   EXPECT_TRUE(sessions().empty());
@@ -88,6 +88,17 @@ TEST_F(ZVPSessionManagerTest, ASessionShorterThanATickIsNotReported) {
   manager.reset();
   auto next = open();
   EXPECT_TRUE(sessions().empty());
+}
+
+TEST_F(ZVPSessionManagerTest, TheManagerKeepsItsLifecycleUntilItGoes) {
+  // A tick on the global queue may hold the last reference after the
+  // context and its display are gone; the manager unregisters then.
+  auto manager = open();
+  std::weak_ptr<ui::AppLifecycle> watched = lifecycle_;
+  lifecycle_.reset();
+  EXPECT_FALSE(watched.expired());
+  manager.reset();
+  EXPECT_TRUE(watched.expired());
 }
 
 }  // namespace
