@@ -32,6 +32,14 @@ bool drain(Queue& queue) {
   return ready(future);
 }
 
+// Waits until a task posted `delay` from now has run.
+bool waitPast(Queue& queue, Duration delay) {
+  std::promise<void> done;
+  auto future = done.get_future();
+  queue.after(delay, [&done] { done.set_value(); });
+  return ready(future);
+}
+
 // A gate that tasks wait on until the test opens it.
 class Gate {
  public:
@@ -147,10 +155,7 @@ TEST(ThreadRuntimeThreadedTest, TasksCancelledBeforeTheyStartNeverRun) {
   for (auto& canceller : cancellers) canceller.join();
   gate.open();
 
-  std::promise<void> done;
-  auto future = done.get_future();
-  queue->after(2ms, [&] { done.set_value(); });
-  ASSERT_TRUE(ready(future));
+  ASSERT_TRUE(waitPast(*queue, 2ms));
   for (int i = 0; i < kTasks; ++i) EXPECT_EQ(ran[i].load(), i % 2 == 1) << "task " << i;
   handles[1].cancel();  // cancelling after the run is harmless
 }
@@ -169,10 +174,7 @@ TEST(ThreadRuntimeThreadedTest, RepeatingTimerStopsAfterCancel) {
   timer.cancel();
   ASSERT_TRUE(drain(*queue));  // a fire already running when cancelled has finished
   const int afterCancel = fires;
-  std::promise<void> later;
-  auto laterFuture = later.get_future();
-  queue->after(20ms, [&] { later.set_value(); });
-  ASSERT_TRUE(ready(laterFuture));
+  ASSERT_TRUE(waitPast(*queue, 20ms));
   EXPECT_EQ(fires, afterCancel);
 }
 
@@ -194,10 +196,7 @@ TEST(ThreadRuntimeThreadedTest, RepeatingTimerCancelledFromItsOwnTaskStops) {
   }
   auto future = cancelled.get_future();
   ASSERT_TRUE(ready(future));
-  std::promise<void> later;
-  auto laterFuture = later.get_future();
-  runtime.mainQueue().after(20ms, [&] { later.set_value(); });
-  ASSERT_TRUE(ready(laterFuture));
+  ASSERT_TRUE(waitPast(runtime.mainQueue(), 20ms));
   EXPECT_EQ(fires, 3);
 }
 
