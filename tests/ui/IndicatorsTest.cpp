@@ -5,6 +5,7 @@
 #include <numbers>
 
 #include "support/ScopedContext.h"
+#include "ui/Canvas.h"
 #include "ui/ZVSkipButton.h"
 #include "ui/ZVTimerCircularProgress.h"
 
@@ -95,15 +96,11 @@ TEST(RingTest, ArcEndIsTruncatedToWholeDegrees) {
 
 TEST(RingTest, ProgressAsksTheOwningViewForARedraw) {
   ZVCircularProgressView ring(kControl);
-  cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 40, 40);
-  cairo_t* cr = cairo_create(surface);
-  ring.render(cr);
+  Canvas(kControl.size, 1).render(ring);
   EXPECT_FALSE(ring.needsDisplay());
   ring.setProgress(0.25f);
   EXPECT_TRUE(ring.needsDisplay());
   EXPECT_FLOAT_EQ(ring.ring().progress(), 0.25f);
-  cairo_destroy(cr);
-  cairo_surface_destroy(surface);
 }
 
 }  // namespace

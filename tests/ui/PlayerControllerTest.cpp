@@ -113,6 +113,12 @@ class PlayerControllerTest : public ::testing::Test {
     runtime_->runUntilIdle();
     ASSERT_TRUE(manager()->isLoaded(name_));
   }
+  // Prepares a video whose whole file is already in the cache.
+  void prepareComplete() {
+    downloadCompletely(50000);
+    controller_->prepareFromURL(kUrl, name_);
+    runtime_->runUntilIdle();
+  }
 
   // Prepares a video still downloading whose server announces `size` bytes.
   void prepareAnnounced(std::size_t size) {
@@ -263,12 +269,14 @@ TEST_F(PlayerControllerTest, AStallResumesWhenTheDownloadCompletesBeforeABufferM
   EXPECT_EQ(media_->items().size(), 2u);
 }
 
-TEST_F(PlayerControllerTest, DownloadErrorsFailPlaybackOnlyForAnIncompleteFile) {
-  downloadCompletely(50000);
-  controller_->prepareFromURL(kUrl, name_);
-  runtime_->runUntilIdle();
+TEST_F(PlayerControllerTest, DownloadErrorsFailPlaybackOnlyForAnIncompleteFileItemErrorsAlways) {
+  prepareComplete();
   controller_->errorLoadingResource(name_, 1);
   EXPECT_TRUE(delegate_->calls.empty());
+  item().postStatus(MediaItemStatus::Failed);
+  runtime_->runUntilIdle();
+  EXPECT_EQ(delegate_->calls, std::vector<std::string>{"errorPlayingVideo:1"});
+  delegate_->calls.clear();
 
   ZVFilesSavedValidator::defaultValidator()->remove(name_);
   ASSERT_FALSE(manager()->isLoaded(name_));
@@ -277,19 +285,8 @@ TEST_F(PlayerControllerTest, DownloadErrorsFailPlaybackOnlyForAnIncompleteFile) 
   EXPECT_TRUE(item().asset()->isLoadingCancelled());  // the view stopped
 }
 
-TEST_F(PlayerControllerTest, AFailedItemIsReportedAsAPlayerError) {
-  downloadCompletely(50000);
-  controller_->prepareFromURL(kUrl, name_);
-  runtime_->runUntilIdle();
-  item().postStatus(MediaItemStatus::Failed);
-  runtime_->runUntilIdle();
-  EXPECT_EQ(delegate_->calls, std::vector<std::string>{"errorPlayingVideo:1"});
-}
-
 TEST_F(PlayerControllerTest, TheEndIsReportedOncePerPreparation) {
-  downloadCompletely(50000);
-  controller_->prepareFromURL(kUrl, name_);
-  runtime_->runUntilIdle();
+  prepareComplete();
   controller_->finishedPlaying();
   controller_->finishedPlaying();
   EXPECT_EQ(delegate_->count("finishedPlaying"), 1);
@@ -300,9 +297,7 @@ TEST_F(PlayerControllerTest, TheEndIsReportedOncePerPreparation) {
 }
 
 TEST_F(PlayerControllerTest, PlayHandsTheSettingsToTheViewAndShowsIt) {
-  downloadCompletely(50000);
-  controller_->prepareFromURL(kUrl, name_);
-  runtime_->runUntilIdle();
+  prepareComplete();
   controller_->setSoundEnable(false);
   controller_->setAllowSkipAfter(-1);
   readyAndPlay(15);

@@ -45,9 +45,14 @@ class PostVideoScreenTest : public ::testing::Test {
     writeImage(files_.path() / "image.png", 320, 180, {0.9, 0.5, 0.1, 1}, {0.2, 0.1, 0.6, 1});
     writeImage(files_.path() / "icon.png", 50, 56, {1, 0.85, 0, 1}, {0.8, 0.5, 0, 1});
     writeImage(files_.path() / "close.png", 40, 40, {1, 1, 1, 1}, {0.6, 0.6, 0.6, 1});
-    controller_ = std::make_shared<ZVPostVideoController>(
-        presenter_, [this](const std::string& url) { return files_.path() / url; }, "close.png");
-    controller_->setDelegate(delegate_);
+    controller_ = makeController("close.png");
+  }
+
+  std::shared_ptr<ZVPostVideoController> makeController(const std::string& closeImage) {
+    auto controller = std::make_shared<ZVPostVideoController>(
+        presenter_, [this](const std::string& url) { return files_.path() / url; }, closeImage);
+    controller->setDelegate(delegate_);
+    return controller;
   }
 
   nlohmann::json ad(nlohmann::json motivation = nullptr) {
@@ -97,8 +102,7 @@ TEST_F(PostVideoScreenTest, PanelLayoutFollowsTheIcon) {
   EXPECT_EQ(description->text(), "Only install and launch game");
   EXPECT_EQ(controller_->view()->installButton()->frame(), (Rect{{532, 15}, {100, 50}}));
 
-  controller_ = std::make_shared<ZVPostVideoController>(
-      presenter_, [this](const std::string& url) { return files_.path() / url; }, "close.png");
+  controller_ = makeController("close.png");
   show(ad({{"currencyIconURL", "icon.png"}}));
   EXPECT_EQ(panelViews()[0]->frame(), (Rect{{8, 12}, {50, 56}}));  // the icon
   EXPECT_EQ(panelViews()[1]->frame().minX(), 68);                  // the title
@@ -158,9 +162,7 @@ TEST_F(PostVideoScreenTest, CloseSlidesOutThenReleasesTheWindow) {
 }
 
 TEST_F(PostVideoScreenTest, MissingImagesLeaveEmptyViewsThatStillWork) {
-  controller_ = std::make_shared<ZVPostVideoController>(
-      presenter_, [this](const std::string& url) { return files_.path() / url; }, "absent.png");
-  controller_->setDelegate(delegate_);
+  controller_ = makeController("absent.png");
   show({{"imageURL", "absent.png"}});
   EXPECT_FALSE(controller_->view()->imageView()->hasImage());
   presenter_.tap({610, 30});

@@ -113,9 +113,10 @@ class VideoViewTest : public ::testing::Test {
     }
   }
 
-  bool called(const std::string& call) {
-    return std::count(delegate_->calls.begin(), delegate_->calls.end(), call) > 0;
+  long times(const std::string& call) {
+    return std::count(delegate_->calls.begin(), delegate_->calls.end(), call);
   }
+  bool called(const std::string& call) { return times(call) > 0; }
 
   std::shared_ptr<test::VirtualRuntime> runtime_ = std::make_shared<test::VirtualRuntime>();
   test::ScopedContext scope_{HostOptions{}, RuntimeOptions{.runtime = runtime_}};
@@ -173,11 +174,8 @@ TEST_F(VideoViewTest, SlidesInThenPlaysAndHidesTheControlsAfterAPause) {
 }
 
 TEST_F(VideoViewTest, APlayerThatDoesNotAdvanceIsStartedAgainThenReported) {
-  view_->prepareItem("v.mp4", MediaTime::zero());
-  ready(15);
   stuck_ = true;
-  view_->show("v.mp4");
-  runtime_->advanceBy(400ms);
+  showVideo();
   runtime_->advanceBy(1499ms);
   EXPECT_EQ(player().playCount(), 1);
   runtime_->advanceBy(1ms);
@@ -221,8 +219,7 @@ TEST_F(VideoViewTest, AStallIsReportedOnceAndPlaybackResumesWhereItStopped) {
   stall();
   item().postFailedToPlayToEnd();
   runtime_->runUntilIdle();
-  EXPECT_EQ(
-      std::count(delegate_->calls.begin(), delegate_->calls.end(), "failDuringPlayVideo:true"), 1);
+  EXPECT_EQ(times("failDuringPlayVideo:true"), 1);
   const MediaTime stoppedAt = delegate_->failTimes.back();
   EXPECT_NEAR(stoppedAt.seconds(), 4.0, 1e-6);
   EXPECT_EQ(player().rate(), 0);
@@ -232,7 +229,7 @@ TEST_F(VideoViewTest, AStallIsReportedOnceAndPlaybackResumesWhereItStopped) {
   EXPECT_EQ(item().seeks().back(), stoppedAt);
   ready(15);
   // No second "prepared": the resume goes straight back to playing.
-  EXPECT_EQ(std::count(delegate_->calls.begin(), delegate_->calls.end(), "preparedVideoView"), 1);
+  EXPECT_EQ(times("preparedVideoView"), 1);
   EXPECT_EQ(player().rate(), 1);
   EXPECT_NE(view_->getPlayerView(), oldPicture);
   EXPECT_NE(oldPicture->superview(), nullptr);  // the last frame stays a second
@@ -240,8 +237,7 @@ TEST_F(VideoViewTest, AStallIsReportedOnceAndPlaybackResumesWhereItStopped) {
   EXPECT_EQ(oldPicture->superview(), nullptr);
   // A new failure is reported again.
   stall();
-  EXPECT_EQ(
-      std::count(delegate_->calls.begin(), delegate_->calls.end(), "failDuringPlayVideo:true"), 2);
+  EXPECT_EQ(times("failDuringPlayVideo:true"), 2);
 }
 
 TEST_F(VideoViewTest, TheBackgroundPausesAndTheLateSkipCountsFromTheRemainingTime) {
@@ -277,11 +273,9 @@ TEST_F(VideoViewTest, EndSlideOutAndStop) {
 }
 
 TEST_F(VideoViewTest, StopLeavesAPendingSecondStartCheckToRun) {
-  view_->prepareItem("v.mp4", MediaTime::zero());
-  ready(15);
   stuck_ = true;
-  view_->show("v.mp4");
-  runtime_->advanceBy(400ms + 1500ms);  // the second check is now pending
+  showVideo();
+  runtime_->advanceBy(1500ms);  // the second check is now pending
   view_->stop();
   runtime_->advanceBy(500ms);
   EXPECT_TRUE(called("failDuringPlayVideo:false"));
