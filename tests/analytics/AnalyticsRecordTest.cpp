@@ -70,15 +70,6 @@ TEST(ConvertSavedEventTest, RecordRoundTripsToTheWireForm) {
            "\"d\":[{\"Amount\":1.5}],\"i\":[{\"bo_ClientTime\":1767225600},{\"bo_Order\":7}]}"));
 }
 
-TEST(ConvertSavedEventTest, ArraysAreLeftOutWhenEmpty) {
-  ZVPCustomParams params;
-  params.put("bo_AppId", "a");
-  params.put("bo_Order", 1);
-  ZVPConvertSavedEventForSend converted(*params.toStr(), kNow);
-  EXPECT_EQ(converted.getEvent(),
-            wire("a", "{\"i\":[{\"bo_ClientTime\":1767225600},{\"bo_Order\":1}]}"));
-}
-
 TEST(ConvertSavedEventTest, LinesWithoutAnAppIdOrMarkersBuildNothing) {
   test::ScopedContext context;
   ZVPConvertSavedEventForSend noAppId("p1name=x&p1type=String&p1value=y", kNow);
@@ -90,7 +81,7 @@ TEST(ConvertSavedEventTest, LinesWithoutAnAppIdOrMarkersBuildNothing) {
     EXPECT_TRUE(converted.isError()) << broken;
     EXPECT_EQ(converted.getEvent(), std::nullopt) << broken;
   }
-  // Unknown types are skipped, not errors.
+  // Unknown types are skipped, not errors; empty arrays are left out.
   ZVPConvertSavedEventForSend odd(
       "p1name=bo_AppId&p1type=String&p1value=a&p2name=x&p2type=Blob&p2value=1", kNow);
   EXPECT_EQ(odd.getEvent(), wire("a", "{\"i\":[{\"bo_ClientTime\":1767225600}]}"));

@@ -27,7 +27,9 @@ TEST_F(ZVPSaveKeychainTest, SavesReadsUpdatesAndDeletes) {
   EXPECT_TRUE(ZVPSaveKeychain::saveItem("zweite Ä", "key", kService));
   EXPECT_EQ(ZVPSaveKeychain::itemForKey("key", kService), "zweite Ä");
   EXPECT_EQ(ZVPSaveKeychain::rawDataForKey("key", kService), "zweite Ä");
-  // Access groups keep items apart.
+  // Items carry the application's name; access groups keep them apart.
+  EXPECT_EQ(ZVPSaveKeychain::_baseQueryDictionaryForKey("key", kService, "").application,
+            "host-app");
   EXPECT_EQ(ZVPSaveKeychain::itemForKey("key", kService, "group"), std::nullopt);
   EXPECT_TRUE(ZVPSaveKeychain::deleteItemForKey("key", kService));
   EXPECT_EQ(ZVPSaveKeychain::itemForKey("key", kService, &error), std::nullopt);
@@ -35,14 +37,6 @@ TEST_F(ZVPSaveKeychainTest, SavesReadsUpdatesAndDeletes) {
   EXPECT_EQ(error.domain, "com.zivora.profiling.domain");
   EXPECT_EQ(error.description,
             "Item with key 'key' for service 'svc' could not be found in the keychain.");
-}
-
-TEST_F(ZVPSaveKeychainTest, ItemsCarryTheApplicationName) {
-  auto query = ZVPSaveKeychain::_baseQueryDictionaryForKey("key", kService, "");
-  EXPECT_EQ(query.application, "host-app");
-  EXPECT_EQ(query.account, "key");
-  EXPECT_EQ(query.service, kService);
-  EXPECT_EQ(query.accessGroup, "");
 }
 
 TEST_F(ZVPSaveKeychainTest, DeletingAMissingItemSaysItDoesNotExist) {

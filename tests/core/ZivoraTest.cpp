@@ -122,6 +122,7 @@ TEST_F(ZivoraTest, HandshakeBodyCarriesTheAppIdTheIdentityAndTheHostsSettings) {
   EXPECT_EQ(device["dimensionY"], 1280);
   EXPECT_GT(device["ramSize"].get<std::int64_t>(), 0);
   EXPECT_TRUE(device["osVersion"].get<std::string>().starts_with("Linux"));
+  EXPECT_NE(device["deviceName"], "error");
   for (const char* key : {"gpuType", "language", "deviceName", "deviceUserName"})
     EXPECT_TRUE(device.contains(key)) << key;
   ZVPDeviceInfoHelper::setGPUType(std::nullopt);
