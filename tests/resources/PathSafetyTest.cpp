@@ -18,6 +18,7 @@
 #include "support/FakeFileSystem.h"
 #include "support/FakeHttpClient.h"
 #include "support/FakeStreamingClient.h"
+#include "support/Files.h"
 #include "support/RecordingAnalytics.h"
 #include "support/RecordingLogSink.h"
 #include "support/TempDir.h"
@@ -32,16 +33,6 @@ namespace fs = std::filesystem;
 
 constexpr char kPrecious[] = "the host's own bytes\n";
 constexpr char kRemovable[] = "https://cdn.example/v/old-ad.mp4";
-
-std::string readFile(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
-void writeFile(const fs::path& path, const std::string& content) {
-  fs::create_directories(path.parent_path());
-  std::ofstream(path, std::ios::binary) << content;
-}
 
 std::set<std::string> namesIn(const fs::path& directory) {
   std::set<std::string> names;
