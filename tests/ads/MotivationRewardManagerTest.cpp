@@ -4,7 +4,6 @@
 
 #include "ads/MotivationRewardManager.h"
 #include "core/ZVConfiguration.h"
-#include "events/ZVSendRequest.h"
 #include "support/FakeHttpClient.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
@@ -56,10 +55,7 @@ TEST_F(MotivationRewardManagerTest, RequestCarriesTheIdsOfAppInstallAndUser) {
   manager_->requestMotivatedRewards();
   runtime_->runUntilIdle();
   ASSERT_EQ(http_->requests().size(), 1u);
-  const std::string body = http_->requests()[0].body;
-  auto params =
-      nlohmann::json::parse(*ZVSendRequest::urlDecode(body.substr(7, body.rfind("&md5=") - 7)));
-  const auto& fields = params.at("getMotivatedRewards");
+  const auto fields = http_->lastParams().at("getMotivatedRewards");
   EXPECT_EQ(fields.at("appId"), "app-1");
   EXPECT_EQ(fields.at("appUserId"), "player-7");
   EXPECT_EQ(fields.at("randomUID"), *ZVConfiguration::shared()->randomUID());

@@ -7,7 +7,6 @@
 #include "analytics/ZVPDeviceInfoHelper.h"
 #include "core/ZVConfiguration.h"
 #include "core/ZivoraInstance.h"
-#include "events/ZVSendRequest.h"
 #include "resources/ZVResourceManager.h"
 #include "support/FakeHttpClient.h"
 #include "support/MemorySecretStore.h"
@@ -56,12 +55,6 @@ class ZivoraTest : public ::testing::Test {
     for (int i = 0; i < count; ++i) http_->enqueueFailure("Connection refused");
   }
 
-  nlohmann::json lastRequestParams() {
-    auto body = http_->requests().back().body;
-    auto params = body.substr(7, body.rfind("&md5=") - 7);
-    return nlohmann::json::parse(*ZVSendRequest::urlDecode(params));
-  }
-
   bool logged(const std::string& text) { return log_->contains(text); }
 
   std::shared_ptr<test::VirtualRuntime> runtime_ = std::make_shared<test::VirtualRuntime>();
@@ -104,7 +97,7 @@ TEST_F(ZivoraTest, HandshakeBodyCarriesTheAppIdTheIdentityAndTheHostsSettings) {
                              .gpuType = "GPU X"});
   runtime_->runUntilIdle();
   ASSERT_EQ(http_->requests().size(), 1u);
-  auto params = lastRequestParams()["getInitialization"];
+  auto params = http_->lastParams()["getInitialization"];
   EXPECT_EQ(params["appId"], "app-1");
   EXPECT_EQ(*ZVConfiguration::shared()->appId(), "app-1");
   EXPECT_EQ(adSide_->calls().front(), "startUp");
@@ -133,7 +126,7 @@ TEST_F(ZivoraTest, SecondInitialisationWarnsAndKeepsTheFirstAppId) {
   Zivora::initializeWithAppId("second");
   runtime_->runUntilIdle();
   EXPECT_TRUE(logged("[Zivora] Warning: Zivora already initialzed!"));
-  EXPECT_EQ(lastRequestParams()["getInitialization"]["appId"], "first");
+  EXPECT_EQ(http_->lastParams()["getInitialization"]["appId"], "first");
 }
 
 TEST_F(ZivoraTest, RetriesAfterFiveTenFifteenSecondsUpToTwoMinutesForEver) {

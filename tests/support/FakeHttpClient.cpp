@@ -1,5 +1,7 @@
 #include "support/FakeHttpClient.h"
 
+#include "events/ZVSendRequest.h"
+
 namespace zivora::test {
 
 platform::HttpResponse FakeHttpClient::perform(const platform::HttpRequest& request) {
@@ -38,6 +40,12 @@ void FakeHttpClient::enqueueFailure(std::string error) {
 std::vector<platform::HttpRequest> FakeHttpClient::requests() const {
   std::lock_guard lock(mutex_);
   return requests_;
+}
+
+nlohmann::json FakeHttpClient::lastParams() const {
+  const std::string body = requests().back().body;
+  const auto params = body.substr(7, body.rfind("&md5=") - 7);
+  return nlohmann::json::parse(*ZVSendRequest::urlDecode(params));
 }
 
 }  // namespace zivora::test

@@ -2,6 +2,7 @@
 
 #include <deque>
 #include <mutex>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
 #include <vector>
@@ -22,6 +23,9 @@ class FakeHttpClient final : public platform::HttpClient {
   // A request that got no response at all (status 0).
   void enqueueFailure(std::string error);
   std::vector<platform::HttpRequest> requests() const;
+  // The document the last signed form body ("Params=...&md5=...") carried,
+  // percent-decoded.
+  nlohmann::json lastParams() const;
 
  private:
   mutable std::mutex mutex_;

@@ -21,11 +21,6 @@ class GuardTest : public ::testing::Test {
   test::ScopedContext scope_;
 };
 
-TEST_F(GuardTest, ReturnsTheBodysValueWhenNothingThrows) {
-  EXPECT_EQ(guarded("C", "op", -1, [] { return 7; }), 7);
-  EXPECT_TRUE(scope_.analytics().exceptions().empty());
-}
-
 TEST_F(GuardTest, ReportsNamedAndStandardExceptionsAndReturnsTheNeutralValue) {
   auto named = guarded("UIColorUtilities", "colorWithHexString", std::optional<int>(),
                        []() -> std::optional<int> { throw ZVException("InvalidColor", "bad"); });

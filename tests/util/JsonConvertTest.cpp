@@ -21,13 +21,6 @@ TEST(JsonConvert, ParseObjectAcceptsOnlyObjects) {
   }
 }
 
-TEST(JsonConvert, PresenceIncludesNull) {
-  json reply = json::parse(R"({"error": null, "x": 0})");
-  EXPECT_TRUE(JsonConvert::has(reply, "error"));
-  EXPECT_FALSE(JsonConvert::has(reply, "newURL"));
-  EXPECT_FALSE(JsonConvert::has(json::array(), "error"));
-}
-
 TEST(JsonConvert, NumbersAndBooleansAreNumbersStringsAreNot) {
   EXPECT_TRUE(JsonConvert::isNumber(json(1.5)));
   EXPECT_TRUE(JsonConvert::isNumber(json(true)));
