@@ -20,6 +20,7 @@
 #include "support/FakeMediaItem.h"
 #include "support/FakeMediaPlayer.h"
 #include "support/FakeStreamingClient.h"
+#include "support/RecordingHost.h"
 #include "support/RoutingHttpClient.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
@@ -37,29 +38,6 @@ constexpr char kPlacement[] = "rewarded";
 constexpr char kVideo[] = "https://cdn.test/ad/video.mp4";
 constexpr char kImage[] = "https://cdn.test/ad/end.png";
 constexpr char kTarget[] = "https://shop.test/item";
-
-// Writes down each host callback as "name placement".
-class RecordingHost final : public ZivoraDelegate {
- public:
-  void videoDidCache(const std::string& p) override { add("videoDidCache", p); }
-  void videoDidFailToLoad(const std::string& p, std::uint64_t error) override {
-    add("videoDidFailToLoad", p + " " + std::to_string(error));
-  }
-  void videoWindowWillDisplay(const std::string& p) override { add("videoWindowWillDisplay", p); }
-  void videoWindowDidDisplay(const std::string& p) override { add("videoWindowDidDisplay", p); }
-  void videoDidDismiss(const std::string& p) override { add("videoDidDismiss", p); }
-  void videoWindowWillClose(const std::string& p) override { add("videoWindowWillClose", p); }
-  void videoWindowDidClose(const std::string& p) override { add("videoWindowDidClose", p); }
-  void videoPostViewDidClick(const std::string& p) override { add("videoPostViewDidClick", p); }
-  void videoReceiveReward(const std::string& p) override { add("videoReceiveReward", p); }
-
-  Calls calls;
-
- private:
-  void add(const std::string& name, const std::string& argument) {
-    calls.push_back(name + " " + argument);
-  }
-};
 
 class RecordingOpener final : public platform::UrlOpener {
  public:
@@ -166,9 +144,7 @@ class PlacementTest : public ::testing::Test {
   ui::Presenter& presenter() { return ui::Display::of(Context::current())->presenter(); }
 
   Calls calls() const { return host_->calls; }
-  std::size_t count(const std::string& call) const {
-    return static_cast<std::size_t>(std::count(host_->calls.begin(), host_->calls.end(), call));
-  }
+  std::size_t count(const std::string& call) const { return host_->count(call); }
 
   test::TempDir root_;
   std::shared_ptr<test::VirtualRuntime> runtime_ = std::make_shared<test::VirtualRuntime>();
@@ -180,7 +156,7 @@ class PlacementTest : public ::testing::Test {
       std::make_shared<test::FakeMediaFactory>(runtime_->mainQueue());
   std::shared_ptr<RecordingOpener> opener_ = std::make_shared<RecordingOpener>();
   test::ScopedContext scope_;
-  std::shared_ptr<RecordingHost> host_ = std::make_shared<RecordingHost>();
+  std::shared_ptr<test::RecordingHost> host_ = std::make_shared<test::RecordingHost>();
   std::shared_ptr<InvokeDelegateHelper> helper_ = std::make_shared<InvokeDelegateHelper>();
   std::shared_ptr<DefaultAdSide> side_ = std::make_shared<DefaultAdSide>(helper_);
   std::map<std::string, std::string> content_;

@@ -2,16 +2,11 @@
 #include <gtest/gtest.h>
 
 #include "core/InvokeDelegateHelper.h"
+#include "support/RecordingHost.h"
 #include "support/ScopedContext.h"
 
 namespace zivora {
 namespace {
-
-class OnlyCaches final : public ZivoraDelegate {
- public:
-  void videoDidCache(const std::string& placement) override { cached.push_back(placement); }
-  std::vector<std::string> cached;
-};
 
 class Throws final : public ZivoraDelegate {
  public:
@@ -58,13 +53,18 @@ TEST(InvokeDelegateHelper, WithoutADelegateEveryCallbackIsStillRecorded) {
   EXPECT_TRUE(scope.analytics().exceptions().empty());
 }
 
-TEST(InvokeDelegateHelper, ForwardsOnlyWhatTheHostImplements) {
+TEST(InvokeDelegateHelper, ForwardsEachCallbackWithItsArguments) {
   test::ScopedContext scope;
   InvokeDelegateHelper helper;
-  auto host = std::make_shared<OnlyCaches>();
+  auto host = std::make_shared<test::RecordingHost>();
   helper.setDelegate(host);
   fireEveryCallback(helper);
-  EXPECT_EQ(host->cached, std::vector<std::string>{"p"});
+  EXPECT_EQ(host->calls,
+            (std::vector<std::string>{
+                "videoDidCache p", "videoDidFailToLoad p 3", "videoWindowWillDisplay p",
+                "videoWindowDidDisplay p", "videoDidDismiss p", "videoWindowWillClose p",
+                "videoWindowDidClose p", "videoPostViewDidClick p", "videoReceiveReward p"}));
+  // A host that does not take rewards refuses them.
   EXPECT_FALSE(helper.receiveMotivatedRewards({}));
 
   auto taker = std::make_shared<TakesRewards>();

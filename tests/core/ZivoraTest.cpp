@@ -12,6 +12,7 @@
 #include "support/MemorySecretStore.h"
 #include "support/RecordingAdSide.h"
 #include "support/RecordingAnalytics.h"
+#include "support/RecordingHost.h"
 #include "support/RecordingLogSink.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
@@ -25,14 +26,6 @@ using namespace std::chrono_literals;
 
 constexpr char kNotInitialized[] =
     "[Zivora] Error: Zivora didn't initialized. \nPlease, Initialize Zivora!";
-
-class RecordingDelegate final : public ZivoraDelegate {
- public:
-  void videoDidFailToLoad(const std::string& placement, std::uint64_t error) override {
-    failures.push_back(placement + ":" + std::to_string(error));
-  }
-  std::vector<std::string> failures;
-};
 
 class ZivoraTest : public ::testing::Test {
  protected:
@@ -64,14 +57,14 @@ class ZivoraTest : public ::testing::Test {
   std::shared_ptr<test::RecordingAnalytics> analytics_ =
       std::make_shared<test::RecordingAnalytics>();
   std::shared_ptr<test::RecordingAdSide> adSide_ = std::make_shared<test::RecordingAdSide>();
-  std::shared_ptr<RecordingDelegate> delegate_ = std::make_shared<RecordingDelegate>();
+  std::shared_ptr<test::RecordingHost> delegate_ = std::make_shared<test::RecordingHost>();
   std::shared_ptr<test::MemorySecretStore> secrets_ = std::make_shared<test::MemorySecretStore>();
 };
 
 TEST(ZivoraBeforeInitialisation, EveryCallPrintsNotInitialisedAndTheDelegateIsDropped) {
   // A bare context records the log lines; no SDK instance exists.
   test::ScopedContext scope;
-  auto delegate = std::make_shared<RecordingDelegate>();
+  auto delegate = std::make_shared<test::RecordingHost>();
   Zivora::setDelegate(delegate);
   Zivora::showVideo("p");
   Zivora::cacheVideo("p");
@@ -148,18 +141,19 @@ TEST_F(ZivoraTest, FirstFailureFailsNobodySecondFailsEveryParkedVideoOnce) {
   Zivora::showVideo("a");
   Zivora::cacheVideo("b");
   runtime_->runUntilIdle();
-  EXPECT_TRUE(delegate_->failures.empty());
+  EXPECT_TRUE(delegate_->calls.empty());
 
   runtime_->advanceBy(5s);
-  EXPECT_EQ(delegate_->failures, (std::vector<std::string>{"a:3", "b:3"}));
+  EXPECT_EQ(delegate_->calls,
+            (std::vector<std::string>{"videoDidFailToLoad a 3", "videoDidFailToLoad b 3"}));
 
   // While failing, a new request fails at once, on the caller's thread.
   Zivora::showVideo("c");
-  EXPECT_EQ(delegate_->failures.back(), "c:3");
+  EXPECT_EQ(delegate_->calls.back(), "videoDidFailToLoad c 3");
 
   // The parked list was emptied: a third failure fails nobody again.
   runtime_->advanceBy(10s);
-  EXPECT_EQ(delegate_->failures.size(), 3u);
+  EXPECT_EQ(delegate_->calls.size(), 3u);
   EXPECT_TRUE(adSide_->calls("show:").empty());
 }
 
@@ -188,7 +182,7 @@ TEST_F(ZivoraTest, SuccessAfterFailuresClearsTheFailingState) {
   runtime_->runUntilIdle();
   runtime_->advanceBy(5s);
   Zivora::showVideo("early");
-  EXPECT_EQ(delegate_->failures, std::vector<std::string>{"early:3"});
+  EXPECT_EQ(delegate_->calls, std::vector<std::string>{"videoDidFailToLoad early 3"});
   runtime_->advanceBy(10s);
   Zivora::showVideo("late");
   EXPECT_EQ(adSide_->calls("show:"), std::vector<std::string>{"show:late"});
@@ -239,7 +233,7 @@ TEST_P(ZivoraRefusalTest, AnErrorReplyRefusesEveryLaterCallAndStopsRetrying) {
   start();
   Zivora::cacheVideo("parked");
   runtime_->runUntilIdle();
-  EXPECT_EQ(delegate_->failures, std::vector<std::string>{"parked:3"});
+  EXPECT_EQ(delegate_->calls, std::vector<std::string>{"videoDidFailToLoad parked 3"});
   EXPECT_EQ(runtime_->pendingTaskCount(), 0u);
 
   std::string refusal = std::string("[Zivora] Error! Description: ") + description;
