@@ -110,14 +110,6 @@ TEST_F(SandboxServerIntegrationTest, PlusIsALiteralPlusAndEscapesAreDecoded) {
   EXPECT_EQ(received[0].params, R"({"getInitialization":{"appId":"a+b+c&d"}})");
 }
 
-TEST_F(SandboxServerIntegrationTest, HandlersCanBeAddedAndReplaced) {
-  server_.setHandler("getVideo", [](const json& request) {
-    return json{{"echo", request.at("placement")}};
-  });
-  const HttpResponse response = post(R"({"getVideo":{"placement":"level-end"}})");
-  EXPECT_EQ(json::parse(response.body), (json{{"echo", "level-end"}}));
-}
-
 TEST_F(SandboxServerIntegrationTest, MisbehavesForExactlyTheAskedNumberOfRequests) {
   ASSERT_EQ(control("POST", "/control/misbehave?kind=http-error&count=2").status, 200);
   server_.misbehave(Misbehaviour::Kind::ErrorReply, 1, 9);
