@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <future>
 #include <mutex>
 #include <vector>
@@ -11,6 +12,7 @@
 #include "platform/linux/GstMediaFactory.h"
 #include "platform/linux/ThreadRuntime.h"
 #include "support/Files.h"
+#include "support/RunOnQueue.h"
 #include "support/TempDir.h"
 #include "support/TestMedia.h"
 
@@ -134,14 +136,8 @@ class GstMediaPlayerIntegrationTest : public ::testing::Test {
   }
 
   // Items and players belong to the main queue.
-  template <class Body>
-  void onMain(Body body) {
-    std::promise<void> done;
-    runtime_.mainQueue().async([&] {
-      body();
-      done.set_value();
-    });
-    ASSERT_EQ(done.get_future().wait_for(kPatience), std::future_status::ready);
+  void onMain(std::function<void()> body) {
+    ASSERT_TRUE(test::runOnQueue(runtime_.mainQueue(), std::move(body), kPatience));
   }
 
   void open(std::shared_ptr<MediaAsset> asset, bool playWhenReady,

@@ -8,7 +8,6 @@
 #include <chrono>
 #include <condition_variable>
 #include <filesystem>
-#include <future>
 #include <mutex>
 
 #include "platform/linux/CurlStreamingClient.h"
@@ -17,6 +16,7 @@
 #include "resources/ZVAssetLoaderDelegate.h"
 #include "resources/ZVResourceManager.h"
 #include "support/NginxServer.h"
+#include "support/RunOnQueue.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
 #include "support/TestMedia.h"
@@ -125,13 +125,10 @@ class PlayerControllerIntegrationTest : public ::testing::Test {
       for (const auto& call : delegate_->calls()) std::fprintf(stderr, "call: %s\n", call.c_str());
     }
     // The view, its items and players belong to the main queue.
-    std::promise<void> gone;
-    runtime_->mainQueue().async([&] {
+    test::runOnQueue(runtime_->mainQueue(), [this] {
       if (controller_) controller_->stop();
       controller_.reset();
-      gone.set_value();
     });
-    gone.get_future().wait();
     scope_.reset();
   }
 

@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <future>
 #include <set>
 #include <string>
@@ -16,6 +17,7 @@
 #include "platform/linux/GstMediaFactory.h"
 #include "platform/linux/ThreadRuntime.h"
 #include "support/ChildProcess.h"
+#include "support/RunOnQueue.h"
 #include "support/ScopedContext.h"
 #include "support/ScopedEnv.h"
 #include "support/TestMedia.h"
@@ -96,13 +98,8 @@ TEST(XvfbPlaybackIntegrationTest, AVideoPlaysInARealWindowAndShowsItsPicture) {
 
   std::unique_ptr<SdlPresenter> presenter;
   std::shared_ptr<ZVVideoView> view;
-  auto onMain = [&](auto body) {
-    std::promise<void> done;
-    runtime->mainQueue().async([&] {
-      body();
-      done.set_value();
-    });
-    return done.get_future().wait_for(kPatience) == std::future_status::ready;
+  auto onMain = [&](std::function<void()> body) {
+    return test::runOnQueue(runtime->mainQueue(), std::move(body), kPatience);
   };
 
   bool opened = false;
