@@ -20,6 +20,7 @@
 #include "support/FakeMediaItem.h"
 #include "support/FakeMediaPlayer.h"
 #include "support/FakeStreamingClient.h"
+#include "support/MemoryPresenter.h"
 #include "support/RecordingHost.h"
 #include "support/RoutingHttpClient.h"
 #include "support/ScopedContext.h"
@@ -61,10 +62,7 @@ class PlacementTest : public ::testing::Test {
                 .files = disk_,
                 .media = media_,
                 .opener = opener_}) {
-    // The screens are drawn in memory, as on a machine without a display.
-    ui::Display::of(Context::current())
-        ->setPresenter(std::make_unique<ui::Presenter>(ui::Screen{{640, 360}, 1, {}},
-                                                       runtime_->mainQueue(), runtime_->clock()));
+    test::useMemoryPresenter(*runtime_);
     auto configuration = ZVConfiguration::shared();
     configuration->setAppId("app-1");
     helper_->setDelegate(host_);

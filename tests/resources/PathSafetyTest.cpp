@@ -19,12 +19,11 @@
 #include "support/FakeHttpClient.h"
 #include "support/FakeStreamingClient.h"
 #include "support/Files.h"
+#include "support/MemoryPresenter.h"
 #include "support/RecordingAnalytics.h"
 #include "support/RecordingLogSink.h"
 #include "support/TempDir.h"
 #include "support/VirtualRuntime.h"
-#include "ui/Display.h"
-#include "ui/Presenter.h"
 
 namespace zivora::test {
 namespace {
@@ -71,10 +70,7 @@ class PathSafetyTest : public ::testing::Test {
                                          .files = files_,
                                          .log = log_,
                                          .analytics = analytics_});
-    // Screens are drawn in memory, as on a machine without a display.
-    ui::Display::of(Context::current())
-        ->setPresenter(std::make_unique<ui::Presenter>(ui::Screen{{640, 360}, 1, {}},
-                                                       runtime_->mainQueue(), runtime_->clock()));
+    useMemoryPresenter(*runtime_);
     runtime_->runUntilIdle();
   }
 

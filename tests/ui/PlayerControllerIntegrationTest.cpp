@@ -15,12 +15,12 @@
 #include "platform/linux/ThreadRuntime.h"
 #include "resources/ZVAssetLoaderDelegate.h"
 #include "resources/ZVResourceManager.h"
+#include "support/MemoryPresenter.h"
 #include "support/NginxServer.h"
 #include "support/RunOnQueue.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
 #include "support/TestMedia.h"
-#include "ui/Display.h"
 #include "ui/ZVPlayerController.h"
 
 namespace zivora::ui {
@@ -112,9 +112,7 @@ class PlayerControllerIntegrationTest : public ::testing::Test {
     scope_ = std::make_unique<test::ScopedContext>(
         HostOptions{.dataRoot = root_.path().string()},
         RuntimeOptions{.runtime = runtime_, .downloads = client, .media = factory_});
-    auto context = Context::current();
-    Display::of(context)->setPresenter(std::make_unique<Presenter>(
-        Screen{{640, 360}, 1, {}}, runtime_->mainQueue(), runtime_->clock()));
+    test::useMemoryPresenter(*runtime_);
     ZVResourceManager::defaultManager()->setAssetLoaderFactory(
         [](const std::string& file) { return std::make_shared<ZVAssetLoaderDelegate>(file); });
   }

@@ -11,7 +11,7 @@
 #include "resources/ZVFileInfoStatus.h"
 #include "resources/ZVFilesSavedValidator.h"
 #include "support/FakeMediaFactory.h"
-#include "ui/Display.h"
+#include "support/MemoryPresenter.h"
 #include "ui/ZVPlayerController.h"
 
 namespace zivora::ui {
@@ -91,9 +91,7 @@ constexpr const char* kUrl = "https://cdn.example/ad.mp4";
 class PlayerControllerTest : public ::testing::Test {
  protected:
   PlayerControllerTest() {
-    auto context = Context::current();
-    Display::of(context)->setPresenter(std::make_unique<Presenter>(
-        Screen{{640, 360}, 1, {}}, runtime_->mainQueue(), runtime_->clock()));
+    test::useMemoryPresenter(*runtime_);
     // As the ad side's start-up sets it.
     manager()->setAssetLoaderFactory(
         [](const std::string& file) { return std::make_shared<ZVAssetLoaderDelegate>(file); });

@@ -1,0 +1,11 @@
+#pragma once
+
+#include "platform/dispatch/Runtime.h"
+
+namespace zivora::test {
+
+// Has the current context draw its screens in memory on a 640 x 360 screen,
+// as on a machine without a display.
+void useMemoryPresenter(dispatch::Runtime& runtime);
+
+}  // namespace zivora::test
