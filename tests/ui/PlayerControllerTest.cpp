@@ -267,7 +267,7 @@ TEST_F(PlayerControllerTest, AStallResumesWhenTheDownloadCompletesBeforeABufferM
   EXPECT_EQ(media_->items().size(), 2u);
 }
 
-TEST_F(PlayerControllerTest, DownloadErrorsFailPlaybackOnlyForAnIncompleteFileItemErrorsAlways) {
+TEST_F(PlayerControllerTest, ItemFailuresAlwaysFailPlaybackDownloadErrorsOnlyForAnIncompleteFile) {
   prepareComplete();
   controller_->errorLoadingResource(name_, 1);
   EXPECT_TRUE(delegate_->calls.empty());
