@@ -141,7 +141,7 @@ TEST_F(DeviceIdentityTest, ScreenSidesDoNotDependOnOrientation) {
   EXPECT_EQ(device.dimensionY(), 1920);
 }
 
-TEST_F(DeviceIdentityTest, HostOptionsNameTheClientAndTheirAbsenceIsAnError) {
+TEST_F(DeviceIdentityTest, HostOptionsNameTheClientAndAMissingVersionIsQuietlyEmpty) {
   restart(HostOptions{.applicationName = "com.example.game", .applicationVersion = "4.1"});
   ZVPDeviceInfoHelper device("app", std::nullopt);
   EXPECT_EQ(device.clientPackageName(), "com.example.game");
@@ -151,8 +151,8 @@ TEST_F(DeviceIdentityTest, HostOptionsNameTheClientAndTheirAbsenceIsAnError) {
   EXPECT_EQ(device.clientTimestamp(), 1767225600);
 
   restart();
-  EXPECT_EQ(ZVPDeviceInfoHelper("app", std::nullopt).clientVersion(), "error");
-  EXPECT_TRUE(scope_->log().contains("Backoffice [ZVPDeviceInfoHelper][clientVersion] Error!"));
+  EXPECT_EQ(ZVPDeviceInfoHelper("app", std::nullopt).clientVersion(), "");
+  EXPECT_FALSE(scope_->log().contains("Backoffice [ZVPDeviceInfoHelper][clientVersion] Error!"));
 }
 
 TEST_F(DeviceIdentityTest, SystemFactsAreReadFromTheMachine) {
