@@ -151,7 +151,10 @@ int main(int argc, char** argv) {
 
   // The reset aborts the stalled requests and waits for the SDK's queues,
   // so nothing of it runs once the server and the data root are gone.
+  const auto resetStart = Clock::now();
   zivora::ZivoraInstance::reset();
+  fmt::print("\nreset with requests stalled: {:.0f} ms\n",
+             std::chrono::duration<double, std::milli>(Clock::now() - resetStart).count());
   sandbox.stop();
   std::error_code ignored;
   std::filesystem::remove_all(root, ignored);

@@ -333,6 +333,29 @@ TEST(ThreadRuntimeThreadedTest, ShutdownFromAQueuesOwnTaskWaitsForTheOthersOnly)
   EXPECT_EQ(laterRuns, 0);
 }
 
+TEST(ThreadRuntimeThreadedTest, ShutdownCutsATaskSleepingThroughABackOffShort) {
+  auto runtime = std::make_shared<ThreadRuntime>();
+  auto serial = runtime->makeSerialQueue("backing-off");
+  std::promise<void> sleeping;
+  serial->async([&] {
+    sleeping.set_value();
+    runtime->clock().sleepFor(1h);
+  });
+  auto sleepingFuture = sleeping.get_future();
+  ASSERT_TRUE(ready(sleepingFuture));
+
+  // On a thread of its own, so that a shutdown stuck behind the sleep fails
+  // the test instead of hanging it.
+  auto shutDown = std::make_shared<std::promise<void>>();
+  auto shutDownFuture = shutDown->get_future();
+  std::thread([runtime, shutDown] {
+    runtime->shutdown();
+    runtime->clock().sleepFor(1h);  // later sleeps return at once
+    shutDown->set_value();
+  }).detach();
+  EXPECT_TRUE(ready(shutDownFuture));
+}
+
 TEST(ThreadRuntimeThreadedTest, AQueueMayDropItsLastReferenceFromItsOwnTask) {
   ThreadRuntime runtime;
   auto holder = std::make_shared<std::shared_ptr<Queue>>(runtime.makeSerialQueue("self"));

@@ -26,6 +26,8 @@ void ThreadRuntime::shutdown() {
     shutDown_ = true;
     serialQueues.swap(serialQueues_);
   }
+  // A task sleeping through a back-off ends now instead of holding up the wait.
+  clock_.interruptSleeps();
   for (const auto& weak : serialQueues) {
     if (auto queue = weak.lock()) queue->stop();
   }
