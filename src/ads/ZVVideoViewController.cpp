@@ -561,7 +561,7 @@ void ZVVideoViewController::showPostVideoView() {
       if (self.postVideoController_) return;
       auto configuration = ZVConfiguration::shared();
       self.postVideoController_ = std::make_shared<ui::ZVPostVideoController>(
-          display()->presenter(), pathForURL,
+          display()->sharedPresenter(), pathForURL,
           configuration ? configuration->closeButtonURL() : std::nullopt);
       self.postVideoController_->initWithConfiguration(self.jsonAd().value_or(nullptr));
       self.postVideoController_->setDelegate(self.weak_from_this());

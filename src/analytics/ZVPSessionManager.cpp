@@ -96,7 +96,8 @@ void ZVPSessionManager::startUpdate() {
     tick_ =
         context->runtime().globalQueue().after(std::chrono::seconds(TS_TIME_CHECK_SESSION), [weak] {
           auto self = weak.lock();
-          if (!self) return;
+          // The context has gone (a reset): the session ends with it.
+          if (!self || self->context_.expired()) return;
           self->validate();
           self->startUpdate();
         });

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "analytics/ZVPAnalitics.h"
+#include "platform/HttpClient.h"
 #include "platform/UserDefaults.h"
 #include "platform/dispatch/Runtime.h"
 #include "platform/linux/GstMediaFactory.h"
@@ -29,6 +30,13 @@ std::mutex& installedMutex() {
 std::shared_ptr<Context>& installed() {
   static auto* context = new std::shared_ptr<Context>();
   return *context;
+}
+
+// Whether the context installed last wrote to a sink of its own (guarded by
+// installedMutex()).
+bool& lastLogWasInjected() {
+  static bool injected = false;
+  return injected;
 }
 
 }  // namespace
@@ -69,6 +77,13 @@ Context::~Context() {
     actions.swap(teardown_);
   }
   for (auto action = actions.rbegin(); action != actions.rend(); ++action) (*action)();
+}
+
+void Context::shutdown() {
+  // Aborted first: a task blocked on a stalled server ends soon, so waiting
+  // for the running tasks does not take a request timeout.
+  if (runtime_.http) runtime_.http->abortAll();
+  if (runtime_.runtime) runtime_.runtime->shutdown();
 }
 
 void Context::onTeardown(std::function<void()> action) {
@@ -139,10 +154,17 @@ std::shared_ptr<Context> Context::require() {
   return context;
 }
 
+std::shared_ptr<LogSink> Context::currentLog() {
+  std::lock_guard lock(installedMutex());
+  if (installed()) return installed()->runtime_.log;
+  return lastLogWasInjected() ? nullptr : LogSink::standardError();
+}
+
 void Context::install(std::shared_ptr<Context> context) {
   std::shared_ptr<Context> previous;
   {
     std::lock_guard lock(installedMutex());
+    if (context) lastLogWasInjected() = context->runtime_.log != LogSink::standardError();
     previous = std::exchange(installed(), std::move(context));
   }
   // `previous` is released here, outside the lock.

@@ -89,6 +89,12 @@ class Context {
   // which the caller's guard turns into its failure path.
   static std::shared_ptr<Context> require();
   static void install(std::shared_ptr<Context> context);
+  // Where a log line goes now: the installed context's sink. With none
+  // installed, standard error, unless the context installed last had a sink
+  // of its own: its host chose where the SDK's lines go, and a line from
+  // work that outlived it must not reach the terminal behind the host's
+  // back, so it is dropped (null).
+  static std::shared_ptr<LogSink> currentLog();
 
   const HostOptions& host() const { return host_; }
   const Paths& paths() const { return paths_; }
@@ -115,6 +121,12 @@ class Context {
 
   // The secret store, chosen on first use. Never null.
   std::shared_ptr<platform::SecretStore> secretStore();
+
+  // Ends the work of the context's collaborators for good: requests under
+  // way are aborted, the runtime's queues drop their pending work, and work
+  // running on other threads is waited for (see Runtime::shutdown). Called
+  // from a task of the SDK, it returns while that task is still running.
+  void shutdown();
 
   // Runs `action` when the context goes, before its instances are released:
   // an instance that others hold in a cycle (a display whose shown screens

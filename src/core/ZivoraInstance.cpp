@@ -120,6 +120,8 @@ void ZivoraInstance::reset() {
     instance.swap(instanceSlot());
   }
   Context::install(nullptr);
+  // The retry timer and the start-up queue stop with the runtime.
+  if (instance) instance->context_->shutdown();
 }
 
 ZivoraInstance::ZivoraInstance(std::shared_ptr<Context> context, std::shared_ptr<AdSide> adSide)

@@ -35,8 +35,13 @@ class ZivoraInstance : public std::enable_shared_from_this<ZivoraInstance> {
                                                RuntimeOptions runtime);
   // The process's instance, or null before initialisation.
   static std::shared_ptr<ZivoraInstance> current();
-  // Drops the instance and its context (tests only: the SDK keeps both for
-  // the life of the process).
+  // Drops the instance and its context after ending their work: queued and
+  // delayed tasks are dropped, requests under way are aborted, and tasks
+  // running on other threads are waited for, so nothing of the SDK runs
+  // once it returns (tests, and a host that wants an orderly end before
+  // exit). Any thread may call it, a delegate callback too; that callback's
+  // own task is the one thing not waited for. It must not be called while
+  // holding a lock that SDK work may wait for.
   static void reset();
 
   ~ZivoraInstance();

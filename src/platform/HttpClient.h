@@ -69,6 +69,9 @@ class HttpClient {
  public:
   virtual ~HttpClient() = default;
   virtual HttpResponse perform(const HttpRequest& request) = 0;
+  // Makes requests under way fail soon and later ones fail at once: the SDK
+  // is shutting down and will not wait for a stalled server. Any thread.
+  virtual void abortAll() {}
 };
 
 }  // namespace zivora::platform

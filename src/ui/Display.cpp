@@ -1,5 +1,7 @@
 #include "ui/Display.h"
 
+#include <stdexcept>
+
 #include "core/Context.h"
 #include "platform/dispatch/Runtime.h"
 #include "ui/SdlPresenter.h"
@@ -15,6 +17,8 @@ constexpr Size kHeadlessSize{1280, 720};
 Display::Display(std::weak_ptr<Context> context) : context_(std::move(context)) {}
 
 std::shared_ptr<Display> Display::of(const std::shared_ptr<Context>& context) {
+  // Work that outlived a reset finds no context; its guard ends it here.
+  if (!context) throw std::logic_error("no context for the display");
   std::weak_ptr<Context> weak = context;
   return context->instance<Display>([&] {
     auto display = std::make_shared<Display>(weak);
@@ -26,9 +30,11 @@ std::shared_ptr<Display> Display::of(const std::shared_ptr<Context>& context) {
   });
 }
 
-Presenter& Display::presenter() {
+Presenter& Display::presenter() { return *sharedPresenter(); }
+
+std::shared_ptr<Presenter> Display::sharedPresenter() {
   std::lock_guard lock(mutex_);
-  if (presenter_) return *presenter_;
+  if (presenter_) return presenter_;
   auto context = context_.lock();
   if (!context) throw std::logic_error("no context for the display");
   auto& runtime = context->runtime();
@@ -41,7 +47,7 @@ Presenter& Display::presenter() {
                   1, host.safeArea};
     presenter_ = std::make_unique<Presenter>(screen, runtime.mainQueue(), runtime.clock());
   }
-  return *presenter_;
+  return presenter_;
 }
 
 bool Display::setPresenter(std::unique_ptr<Presenter> presenter) {
@@ -70,7 +76,7 @@ void Display::refreshOrientation() {
 }
 
 void Display::closeScreens() {
-  std::unique_ptr<Presenter> presenter;
+  std::shared_ptr<Presenter> presenter;
   {
     std::lock_guard lock(mutex_);
     presenter.swap(presenter_);

@@ -23,12 +23,14 @@ class Display {
  public:
   explicit Display(std::weak_ptr<Context> context);
 
-  // The context's one display.
+  // The context's one display; throws std::logic_error for a null context.
   static std::shared_ptr<Display> of(const std::shared_ptr<Context>& context);
 
   AppLifecycle& lifecycle() { return lifecycle_; }
   // Main queue only.
   Presenter& presenter();
+  // The same presenter, for holders that outlive a call (main queue only).
+  std::shared_ptr<Presenter> sharedPresenter();
   // Puts `presenter` in place of the one the display would make, for a host
   // or a test that chooses where ad screens are drawn; false (and nothing
   // changes) once a presenter is in use.
@@ -49,7 +51,7 @@ class Display {
   std::weak_ptr<Context> context_;
   AppLifecycle lifecycle_;
   mutable std::mutex mutex_;
-  std::unique_ptr<Presenter> presenter_;
+  std::shared_ptr<Presenter> presenter_;
   std::atomic<int> orientation_{1};
 };
 

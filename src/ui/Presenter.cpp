@@ -1,8 +1,15 @@
 #include "ui/Presenter.h"
 
 #include <algorithm>
+#include <stdexcept>
 
 namespace zivora::ui {
+
+std::shared_ptr<Presenter> lockPresenter(const std::weak_ptr<Presenter>& presenter) {
+  auto shared = presenter.lock();
+  if (!shared) throw std::logic_error("the presenter has gone");
+  return shared;
+}
 
 Presenter::Presenter(Screen screen, dispatch::Queue& mainQueue, dispatch::Clock& clock)
     : screen_(screen), animator_(mainQueue, clock), canvas_(screen.size, screen.scale) {}

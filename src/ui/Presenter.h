@@ -50,4 +50,9 @@ class Presenter {
   bool stackChanged_ = true;
 };
 
+// The presenter a screen holds weakly (the presenter's windows hold the
+// screen); throws std::logic_error once it has gone with its display, which
+// the screens' guards turn into doing nothing.
+std::shared_ptr<Presenter> lockPresenter(const std::weak_ptr<Presenter>& presenter);
+
 }  // namespace zivora::ui

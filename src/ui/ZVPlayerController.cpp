@@ -74,15 +74,16 @@ ZVVideoView::Environment ZVPlayerController::makeEnvironment() {
   // listener, and the controller holds the view.
   std::weak_ptr<ZVResourceManager> weakManager = resources();
   auto configuration = ZVConfiguration::shared();
+  // The runtime owns the main queue; the view keeps both.
+  const auto& runtime = current->runtimeOptions().runtime;
+  if (!runtime) throw std::logic_error("no runtime");
   return ZVVideoView::Environment{
-      .presenter = display->presenter(),
-      .media = *media,
-      .lifecycle = display->lifecycle(),
-      .mainQueue = current->runtime().mainQueue(),
-      // The view owns its environment: the display and the factory it refers
-      // to stay alive as long as the view does.
-      .assetForFile = [display, media, weakManager](
-                          const std::string& fileName) -> std::shared_ptr<media::MediaAsset> {
+      .presenter = display->sharedPresenter(),
+      .media = media,
+      .lifecycle = std::shared_ptr<AppLifecycle>(display, &display->lifecycle()),
+      .mainQueue = std::shared_ptr<dispatch::Queue>(runtime, &runtime->mainQueue()),
+      .assetForFile =
+          [weakManager](const std::string& fileName) -> std::shared_ptr<media::MediaAsset> {
         auto manager = weakManager.lock();
         if (!manager) throw std::logic_error("no resource manager");
         const ZVAsset found = manager->assetForFile(fileName);

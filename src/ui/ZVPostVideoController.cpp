@@ -4,10 +4,10 @@
 
 namespace zivora::ui {
 
-ZVPostVideoController::ZVPostVideoController(Presenter& presenter,
+ZVPostVideoController::ZVPostVideoController(std::weak_ptr<Presenter> presenter,
                                              ZVPostVideoView::PathForURL pathForURL,
                                              std::optional<std::string> closeButtonURL)
-    : presenter_(presenter),
+    : presenter_(std::move(presenter)),
       pathForURL_(std::move(pathForURL)),
       closeButtonURL_(std::move(closeButtonURL)) {}
 
@@ -17,7 +17,8 @@ void ZVPostVideoController::initWithConfiguration(nlohmann::json adConfiguration
 
 void ZVPostVideoController::show() {
   guarded("ZVPostVideoController", "show", [&] {
-    window_ = std::make_shared<Window>(presenter_.screen().bounds());
+    auto presenter = lockPresenter(presenter_);
+    window_ = std::make_shared<Window>(presenter->screen().bounds());
     view_ = std::make_shared<ZVPostVideoView>(adConfiguration_, presenter_, pathForURL_,
                                               closeButtonURL_);
     window_->addSubview(view_);
@@ -25,7 +26,7 @@ void ZVPostVideoController::show() {
     window_->bindAction(ScreenAction::Close, view_->closeButton());
     window_->bindAction(ScreenAction::CallToAction, view_->callToAction());
     showing_ = true;
-    presenter_.present(window_);
+    presenter->present(window_);
   });
 }
 
@@ -43,7 +44,7 @@ void ZVPostVideoController::videoWindowWillClose() {
 
 void ZVPostVideoController::didHidePostView() {
   guarded("ZVPostVideoController", "didHidePostView", [&] {
-    if (window_) presenter_.dismiss(*window_);
+    if (auto presenter = presenter_.lock(); presenter && window_) presenter->dismiss(*window_);
     window_.reset();
     showing_ = false;
     view_.reset();

@@ -15,7 +15,7 @@ namespace zivora::ui {
 class ZVPostVideoController : public ZVPostVideoViewDelegate,
                               public std::enable_shared_from_this<ZVPostVideoController> {
  public:
-  ZVPostVideoController(Presenter& presenter, ZVPostVideoView::PathForURL pathForURL,
+  ZVPostVideoController(std::weak_ptr<Presenter> presenter, ZVPostVideoView::PathForURL pathForURL,
                         std::optional<std::string> closeButtonURL);
 
   void initWithConfiguration(nlohmann::json adConfiguration);
@@ -36,7 +36,7 @@ class ZVPostVideoController : public ZVPostVideoViewDelegate,
  private:
   std::shared_ptr<ZVPostVideoControllerDelegate> delegate() const { return delegate_.lock(); }
 
-  Presenter& presenter_;
+  std::weak_ptr<Presenter> presenter_;
   ZVPostVideoView::PathForURL pathForURL_;
   std::optional<std::string> closeButtonURL_;
   bool showing_ = false;

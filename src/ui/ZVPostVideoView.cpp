@@ -32,11 +32,11 @@ std::string stringFor(const nlohmann::json& dictionary, const char* key, const c
 
 }  // namespace
 
-ZVPostVideoView::ZVPostVideoView(nlohmann::json adConfiguration, Presenter& presenter,
+ZVPostVideoView::ZVPostVideoView(nlohmann::json adConfiguration, std::weak_ptr<Presenter> presenter,
                                  PathForURL pathForURL, std::optional<std::string> closeButtonURL)
-    : View(presenter.screen().bounds()),
+    : View(lockPresenter(presenter)->screen().bounds()),
       adConfiguration_(std::move(adConfiguration)),
-      presenter_(presenter),
+      presenter_(std::move(presenter)),
       pathForURL_(std::move(pathForURL)),
       closeButtonURL_(std::move(closeButtonURL)) {
   guarded("ZVPostVideoView", "setup", [&] { setup(); });
@@ -54,7 +54,7 @@ void ZVPostVideoView::setup() {
 }
 
 void ZVPostVideoView::addImage() {
-  auto image = std::make_shared<ImageView>(presenter_.screen().safeAreaRect());
+  auto image = std::make_shared<ImageView>(lockPresenter(presenter_)->screen().safeAreaRect());
   if (auto url = stringFor(adConfiguration_, TS_API_IMAGE_URL))
     image->setImageFile(pathForURL_(*url));
   image->setUserInteractionEnabled(true);
@@ -76,7 +76,7 @@ void ZVPostVideoView::handleTap() {
 }
 
 void ZVPostVideoView::addCloseButton() {
-  const Rect safe = presenter_.screen().safeAreaRect();
+  const Rect safe = lockPresenter(presenter_)->screen().safeAreaRect();
   auto close = std::make_shared<Button>(
       Rect{{safe.maxX() - kCloseButtonSide, safe.minY()}, {kCloseButtonSide, kCloseButtonSide}});
   if (closeButtonURL_) close->setImageFile(pathForURL_(*closeButtonURL_), kCloseButtonInset);
@@ -86,7 +86,7 @@ void ZVPostVideoView::addCloseButton() {
 }
 
 void ZVPostVideoView::setMotivatedView(const nlohmann::json& motivation) {
-  const Rect safe = presenter_.screen().safeAreaRect();
+  const Rect safe = lockPresenter(presenter_)->screen().safeAreaRect();
   const double width = safe.width();
   auto panel = std::make_shared<View>(
       Rect{{safe.minX(), safe.maxY() - kPanelHeight}, {width, kPanelHeight}});
@@ -167,12 +167,13 @@ void ZVPostVideoView::clickInstallHandler() {
 void ZVPostVideoView::animateHide() {
   guarded("ZVPostVideoView", "animateHide", [&] {
     if (auto d = delegate()) d->videoWindowWillClose();
-    const Screen screen = presenter_.screen();
+    auto presenter = lockPresenter(presenter_);
+    const Screen screen = presenter->screen();
     setFrame(screen.bounds());
     // The view covers its window, so sliding it out slides the screen out.
     std::weak_ptr<View> self = weak_from_this();
     std::weak_ptr<ZVPostVideoViewDelegate> delegate = delegate_;
-    presenter_.animator().animate(
+    presenter->animator().animate(
         shared_from_this(), std::chrono::duration_cast<dispatch::Duration>(kHideDuration),
         [self, height = screen.size.height](double progress) {
           if (auto view = self.lock()) view->setTranslation({0, height * progress});

@@ -24,8 +24,8 @@ class ZVPostVideoView : public View {
   // The local file of a downloaded resource URL.
   using PathForURL = std::function<std::filesystem::path(const std::string& url)>;
 
-  ZVPostVideoView(nlohmann::json adConfiguration, Presenter& presenter, PathForURL pathForURL,
-                  std::optional<std::string> closeButtonURL);
+  ZVPostVideoView(nlohmann::json adConfiguration, std::weak_ptr<Presenter> presenter,
+                  PathForURL pathForURL, std::optional<std::string> closeButtonURL);
 
   void setDelegate(std::weak_ptr<ZVPostVideoViewDelegate> delegate) {
     delegate_ = std::move(delegate);
@@ -53,7 +53,7 @@ class ZVPostVideoView : public View {
   std::shared_ptr<ZVPostVideoViewDelegate> delegate() const { return delegate_.lock(); }
 
   nlohmann::json adConfiguration_;
-  Presenter& presenter_;
+  std::weak_ptr<Presenter> presenter_;
   PathForURL pathForURL_;
   std::optional<std::string> closeButtonURL_;
   std::weak_ptr<ZVPostVideoViewDelegate> delegate_;

@@ -44,7 +44,8 @@ void cancel(std::optional<dispatch::TaskHandle>& handle) {
 }  // namespace
 
 ZVVideoView::ZVVideoView(Environment environment)
-    : View(environment.presenter.screen().bounds()), environment_(std::move(environment)) {
+    : View(lockPresenter(environment.presenter)->screen().bounds()),
+      environment_(std::move(environment)) {
   guarded("ZVVideoView", "setup", [&] { setup(); });
 }
 
@@ -53,7 +54,11 @@ ZVVideoView::~ZVVideoView() {
                        &timerHideUI_, &timerAllowSkip_}) {
     cancel(*handle);
   }
-  if (lifecycleObserver_) environment_.lifecycle.removeObserver(lifecycleObserver_);
+  if (lifecycleObserver_) environment_.lifecycle->removeObserver(lifecycleObserver_);
+}
+
+std::shared_ptr<Presenter> ZVVideoView::presenter() const {
+  return lockPresenter(environment_.presenter);
 }
 
 std::weak_ptr<ZVVideoView> ZVVideoView::weakSelf() {
@@ -112,7 +117,7 @@ void ZVVideoView::addSoundButton() {
 
 Rect ZVVideoView::safeAreaRect() const {
   return guarded("ZVVideoView", "safeAreaRect", Rect{},
-                 [&] { return environment_.presenter.screen().safeAreaRect(); });
+                 [&] { return presenter()->screen().safeAreaRect(); });
 }
 
 double ZVVideoView::maxSafeAreaSize() const {
@@ -186,10 +191,10 @@ void ZVVideoView::prepareItem(const std::string& fileName, MediaTime time) {
     if (playerItem_) unregistObservers(playerItem_);
     auto asset = environment_.assetForFile ? environment_.assetForFile(fileName)
                                            : media::MediaAsset::fromFile(fileName);
-    playerItem_ = environment_.media.makeItem(asset);
+    playerItem_ = environment_.media->makeItem(asset);
     playerItem_->seekTo(time);
     registObservers(playerItem_);
-    playVideo_ = environment_.media.makePlayer(playerItem_);
+    playVideo_ = environment_.media->makePlayer(playerItem_);
   });
 }
 
@@ -213,7 +218,7 @@ void ZVVideoView::registObservers(const std::shared_ptr<media::MediaItem>& item)
   });
   if (!lifecycleObserver_) {
     std::weak_ptr<ZVVideoView> weak = weakSelf();
-    lifecycleObserver_ = environment_.lifecycle.addObserver([weak](AppLifecycle::Event event) {
+    lifecycleObserver_ = environment_.lifecycle->addObserver([weak](AppLifecycle::Event event) {
       auto self = weak.lock();
       if (!self) return;
       if (event == AppLifecycle::Event::WillEnterForeground) {
@@ -228,7 +233,7 @@ void ZVVideoView::registObservers(const std::shared_ptr<media::MediaItem>& item)
 void ZVVideoView::unregistObservers(const std::shared_ptr<media::MediaItem>& item) {
   if (!item) return;
   item->setObserver({});
-  if (lifecycleObserver_) environment_.lifecycle.removeObserver(lifecycleObserver_);
+  if (lifecycleObserver_) environment_.lifecycle->removeObserver(lifecycleObserver_);
   lifecycleObserver_ = 0;
 }
 
@@ -250,7 +255,7 @@ void ZVVideoView::observeStatus(media::MediaItemStatus status) {
       fresh->setPlayer(playVideo_);
       play();
       std::weak_ptr<ZVVideoView> weak = weakSelf();
-      environment_.mainQueue.after(kDropCachedPlayerView, [weak] {
+      environment_.mainQueue->after(kDropCachedPlayerView, [weak] {
         auto self = weak.lock();
         if (!self || !self->playerViewCache_) return;
         self->playerViewCache_->removeFromSuperview();
@@ -299,12 +304,13 @@ void ZVVideoView::show(const std::string& fileName) {
 
 void ZVVideoView::animateShow() {
   guarded("ZVVideoView", "animateShow", [&] {
-    const Size screen = environment_.presenter.screen().size;
+    auto presenter = this->presenter();
+    const Size screen = presenter->screen().size;
     layoutSubviews();
     setFrame({{0, 0}, screen});
     setTranslation({0, screen.height});
     std::weak_ptr<ZVVideoView> weak = weakSelf();
-    environment_.presenter.animator().animate(
+    presenter->animator().animate(
         shared_from_this(), seconds(TS_ANIMATION_VIDEO_SHOW_TIME),
         [weak, height = screen.height](double progress) {
           guarded("ZVVideoView", "animateShowAnimations", [&] {
@@ -357,7 +363,7 @@ void ZVVideoView::startUpdateTimer() {
   timerProgress_->setDuration(duration_);
   stopUpdateTimer();
   std::weak_ptr<ZVVideoView> weak = weakSelf();
-  timerUpdateUI_ = environment_.mainQueue.every(kUpdateInterval, [weak] {
+  timerUpdateUI_ = environment_.mainQueue->every(kUpdateInterval, [weak] {
     if (auto self = weak.lock()) self->updateTimer();
   });
 }
@@ -375,7 +381,7 @@ void ZVVideoView::updateTimer() {
 void ZVVideoView::startAllowSkipTimer() {
   if (timerAllowSkip_) return;
   std::weak_ptr<ZVVideoView> weak = weakSelf();
-  timerAllowSkip_ = environment_.mainQueue.after(
+  timerAllowSkip_ = environment_.mainQueue->after(
       seconds(remainingTime() + TS_ADDITION_TIME_FOR_SHOW_CLOSE_BUTTON), [weak] {
         if (auto self = weak.lock()) self->allowSkip();
       });
@@ -404,7 +410,7 @@ void ZVVideoView::animateConstraint(const std::shared_ptr<View>& control, double
   const double from = constraint;
   double* field = &constraint;
   std::weak_ptr<ZVVideoView> weak = weakSelf();
-  environment_.presenter.animator().animate(
+  presenter()->animator().animate(
       control, std::chrono::duration_cast<dispatch::Duration>(kControlAnimation),
       [weak, field, from, target](double progress) {
         auto self = weak.lock();
@@ -418,7 +424,8 @@ void ZVVideoView::animateConstraint(const std::shared_ptr<View>& control, double
 }
 
 void ZVVideoView::removeControlAnimations() {
-  auto& animator = environment_.presenter.animator();
+  auto presenter = this->presenter();
+  auto& animator = presenter->animator();
   for (const View* control :
        {static_cast<const View*>(skipButton_.get()), static_cast<const View*>(timerProgress_.get()),
         static_cast<const View*>(soundButton_.get())}) {
@@ -458,7 +465,7 @@ void ZVVideoView::hideUI() {
 void ZVVideoView::shiftDelayHideUI() {
   cancel(timerHideUI_);
   std::weak_ptr<ZVVideoView> weak = weakSelf();
-  timerHideUI_ = environment_.mainQueue.after(kHideUIDelay, [weak] {
+  timerHideUI_ = environment_.mainQueue->after(kHideUIDelay, [weak] {
     auto self = weak.lock();
     if (!self) return;
     self->timerHideUI_.reset();
@@ -500,7 +507,7 @@ void ZVVideoView::startCheckPlaing() {
   playTime_ = playVideo_->currentTime();
   cancel(delayBlockForPlay_);
   std::weak_ptr<ZVVideoView> weak = weakSelf();
-  delayBlockForPlay_ = environment_.mainQueue.after(kFirstStartCheck, [weak] {
+  delayBlockForPlay_ = environment_.mainQueue->after(kFirstStartCheck, [weak] {
     if (auto self = weak.lock()) self->delayedBlockForPlay();
   });
 }
@@ -520,7 +527,7 @@ void ZVVideoView::delayedBlockForPlay() {
 void ZVVideoView::repeatCheckPlaing() {
   repeatPlayTime_ = playVideo_->currentTime();
   std::weak_ptr<ZVVideoView> weak = weakSelf();
-  delayBlockForRepeatPlay_ = environment_.mainQueue.after(kSecondStartCheck, [weak] {
+  delayBlockForRepeatPlay_ = environment_.mainQueue->after(kSecondStartCheck, [weak] {
     auto self = weak.lock();
     if (!self || !self->playVideo_) return;
     if ((self->playVideo_->currentTime() - self->repeatPlayTime_).seconds() >= kStartedSeconds) {
@@ -582,11 +589,12 @@ void ZVVideoView::hide() {
 
 void ZVVideoView::animateHide() {
   guarded("ZVVideoView", "animateHide", [&] {
-    const Size screen = environment_.presenter.screen().size;
+    auto presenter = this->presenter();
+    const Size screen = presenter->screen().size;
     setFrame({{0, 0}, screen});
     stopUpdateTimer();
     std::weak_ptr<ZVVideoView> weak = weakSelf();
-    environment_.presenter.animator().animate(
+    presenter->animator().animate(
         shared_from_this(), seconds(TS_ANIMATION_VIDEO_HIDE_TIME),
         [weak, height = screen.height](double progress) {
           guarded("ZVVideoView", "animateHideAnimations", [&] {

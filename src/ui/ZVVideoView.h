@@ -26,11 +26,15 @@ namespace zivora::ui {
 // reports failures with their time so its owner can resume. Main queue only.
 class ZVVideoView : public View {
  public:
+  // What the view works with. Timers and callbacks of a view may outlive
+  // the context that made it (a reset), so it shares the ownership of what
+  // it uses; the presenter is held weakly because the presenter's windows
+  // hold the view, and a view whose presenter has gone animates nothing.
   struct Environment {
-    Presenter& presenter;
-    media::MediaFactory& media;
-    AppLifecycle& lifecycle;
-    dispatch::Queue& mainQueue;
+    std::weak_ptr<Presenter> presenter;
+    std::shared_ptr<media::MediaFactory> media;
+    std::shared_ptr<AppLifecycle> lifecycle;
+    std::shared_ptr<dispatch::Queue> mainQueue;
     // The asset to play for a cache file name (possibly still downloading).
     std::function<std::shared_ptr<media::MediaAsset>(const std::string& fileName)> assetForFile;
     // The local file of a downloaded resource URL.
@@ -114,6 +118,7 @@ class ZVVideoView : public View {
   void animateConstraint(const std::shared_ptr<View>& control, double& constraint, double target);
   void removeControlAnimations();
   std::weak_ptr<ZVVideoView> weakSelf();
+  std::shared_ptr<Presenter> presenter() const;
   std::shared_ptr<ZVVideoViewDelegate> delegate() const { return delegate_.lock(); }
 
   Environment environment_;

@@ -10,12 +10,7 @@ std::atomic<bool> DEBUG_L0G_ENABLED{true};
 namespace {
 
 void writeLine(LogLevel level, std::string_view text) {
-  auto context = Context::current();
-  if (context) {
-    context->log().write(level, text);
-  } else {
-    LogSink::standardError()->write(level, text);
-  }
+  if (auto sink = Context::currentLog()) sink->write(level, text);
 }
 
 }  // namespace

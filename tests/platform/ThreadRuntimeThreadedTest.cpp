@@ -292,6 +292,69 @@ TEST(ThreadRuntimeThreadedTest, DestroyingTheRuntimeLetsTheRunningTaskFinishAndD
   EXPECT_EQ(laterRuns, 0);
 }
 
+TEST(ThreadRuntimeThreadedTest, ShutdownFromAQueuesOwnTaskWaitsForTheOthersOnly) {
+  ThreadRuntime runtime;
+  auto serial = runtime.makeSerialQueue("busy");
+  Gate gate;
+  std::promise<void> started;
+  std::atomic<bool> serialFinished{false};
+  std::atomic<int> laterRuns{0};
+  serial->async([&] {
+    started.set_value();
+    gate.wait();
+    serialFinished = true;
+  });
+  auto startedFuture = started.get_future();
+  ASSERT_TRUE(ready(startedFuture));
+
+  // The caller's own task is not waited for (that would be itself); the
+  // busy serial queue's task is. (Dropping pending work is the destructor's
+  // test: both take the same path.)
+  std::promise<bool> shutDown;
+  runtime.mainQueue().async([&] {
+    std::thread opener([&] { gate.open(); });
+    runtime.shutdown();
+    opener.join();
+    shutDown.set_value(serialFinished.load());
+  });
+  auto shutDownFuture = shutDown.get_future();
+  ASSERT_EQ(shutDownFuture.wait_for(kTimeout), std::future_status::ready);
+  EXPECT_TRUE(shutDownFuture.get());
+
+  // Work that outlived the shutdown gets queues that drop what they are given.
+  auto late = runtime.makeSerialQueue("late");
+  auto capture = std::make_shared<int>(0);
+  std::weak_ptr<int> watch = capture;
+  late->async([capture, &laterRuns] { ++laterRuns; });
+  runtime.globalQueue().async([capture, &laterRuns] { ++laterRuns; });
+  capture.reset();
+  EXPECT_TRUE(watch.expired());
+  EXPECT_EQ(laterRuns, 0);
+}
+
+TEST(ThreadRuntimeThreadedTest, ShutdownCutsATaskSleepingThroughABackOffShort) {
+  auto runtime = std::make_shared<ThreadRuntime>();
+  auto serial = runtime->makeSerialQueue("backing-off");
+  std::promise<void> sleeping;
+  serial->async([&] {
+    sleeping.set_value();
+    runtime->clock().sleepFor(1h);
+  });
+  auto sleepingFuture = sleeping.get_future();
+  ASSERT_TRUE(ready(sleepingFuture));
+
+  // On a thread of its own, so that a shutdown stuck behind the sleep fails
+  // the test instead of hanging it.
+  auto shutDown = std::make_shared<std::promise<void>>();
+  auto shutDownFuture = shutDown->get_future();
+  std::thread([runtime, shutDown] {
+    runtime->shutdown();
+    runtime->clock().sleepFor(1h);  // later sleeps return at once
+    shutDown->set_value();
+  }).detach();
+  EXPECT_TRUE(ready(shutDownFuture));
+}
+
 TEST(ThreadRuntimeThreadedTest, AQueueMayDropItsLastReferenceFromItsOwnTask) {
   ThreadRuntime runtime;
   auto holder = std::make_shared<std::shared_ptr<Queue>>(runtime.makeSerialQueue("self"));

@@ -5,9 +5,9 @@ namespace zivora::test {
 // Forwards to a real queue and reports each finished task to the runtime.
 class WatchedRuntime::WatchedQueue final : public dispatch::Queue {
  public:
-  WatchedQueue(WatchedRuntime& runtime, dispatch::Queue& queue,
+  WatchedQueue(std::shared_ptr<Progress> progress, dispatch::Queue& queue,
                std::shared_ptr<dispatch::Queue> owned = nullptr)
-      : runtime_(runtime), queue_(queue), owned_(std::move(owned)) {}
+      : progress_(std::move(progress)), queue_(queue), owned_(std::move(owned)) {}
 
   const std::string& label() const override { return queue_.label(); }
   void async(dispatch::Task task) override { queue_.async(watched(std::move(task))); }
@@ -21,29 +21,28 @@ class WatchedRuntime::WatchedQueue final : public dispatch::Queue {
 
  private:
   dispatch::Task watched(dispatch::Task task) {
-    return [&runtime = runtime_, task = std::move(task)] {
+    return [progress = progress_, task = std::move(task)] {
       task();
-      runtime.taskFinished();
+      progress->taskFinished();
     };
   }
 
-  WatchedRuntime& runtime_;
+  std::shared_ptr<Progress> progress_;
   dispatch::Queue& queue_;
   std::shared_ptr<dispatch::Queue> owned_;
 };
 
 WatchedRuntime::WatchedRuntime(MainQueueMode mode)
     : threads_(std::make_unique<dispatch::ThreadRuntime>(mode)),
-      main_(std::make_unique<WatchedQueue>(*this, threads_->mainQueue())),
-      global_(std::make_unique<WatchedQueue>(*this, threads_->globalQueue())) {}
+      main_(std::make_unique<WatchedQueue>(progress_, threads_->mainQueue())),
+      global_(std::make_unique<WatchedQueue>(progress_, threads_->globalQueue())) {}
 
-// The threads stop first: a task still running reports to this object.
 WatchedRuntime::~WatchedRuntime() { threads_.reset(); }
 
 std::shared_ptr<dispatch::Queue> WatchedRuntime::makeSerialQueue(std::string label) {
   auto queue = threads_->makeSerialQueue(std::move(label));
   auto& real = *queue;
-  return std::make_shared<WatchedQueue>(*this, real, std::move(queue));
+  return std::make_shared<WatchedQueue>(progress_, real, std::move(queue));
 }
 
 dispatch::Queue& WatchedRuntime::mainQueue() { return *main_; }
@@ -54,23 +53,24 @@ std::size_t WatchedRuntime::pumpMainQueue() { return threads_->pumpMainQueue(); 
 
 bool WatchedRuntime::waitUntil(const std::function<bool()>& condition, std::chrono::seconds limit) {
   const auto deadline = std::chrono::steady_clock::now() + limit;
-  std::unique_lock lock(mutex_);
+  std::unique_lock lock(progress_->mutex);
   while (true) {
-    const auto seen = finishedTasks_;
+    const auto seen = progress_->finishedTasks;
     lock.unlock();
     if (condition()) return true;
     lock.lock();
-    if (!finished_.wait_until(lock, deadline, [&] { return finishedTasks_ != seen; }))
+    if (!progress_->finished.wait_until(lock, deadline,
+                                        [&] { return progress_->finishedTasks != seen; }))
       return condition();
   }
 }
 
-void WatchedRuntime::taskFinished() {
+void WatchedRuntime::Progress::taskFinished() {
   {
-    std::lock_guard lock(mutex_);
-    ++finishedTasks_;
+    std::lock_guard lock(mutex);
+    ++finishedTasks;
   }
-  finished_.notify_all();
+  finished.notify_all();
 }
 
 }  // namespace zivora::test

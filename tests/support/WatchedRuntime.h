@@ -25,6 +25,7 @@ class WatchedRuntime final : public dispatch::Runtime {
   dispatch::Queue& globalQueue() override;
   dispatch::Clock& clock() override { return threads_->clock(); }
   std::size_t pumpMainQueue() override;
+  void shutdown() override { threads_->shutdown(); }
 
   // True once `condition` holds; false if it still does not after `limit`,
   // which only bounds a failing run.
@@ -34,11 +35,18 @@ class WatchedRuntime final : public dispatch::Runtime {
  private:
   class WatchedQueue;
 
-  void taskFinished();
+  // The count of finished tasks. Tasks share it with the runtime: the last
+  // reference to the runtime may go inside one of its own tasks, which then
+  // still reports its end.
+  struct Progress {
+    void taskFinished();
 
-  std::mutex mutex_;
-  std::condition_variable finished_;
-  std::uint64_t finishedTasks_ = 0;
+    std::mutex mutex;
+    std::condition_variable finished;
+    std::uint64_t finishedTasks = 0;
+  };
+
+  std::shared_ptr<Progress> progress_ = std::make_shared<Progress>();
   std::unique_ptr<dispatch::ThreadRuntime> threads_;
   std::unique_ptr<WatchedQueue> main_;
   std::unique_ptr<WatchedQueue> global_;

@@ -73,7 +73,8 @@ class PostVideoScreenTest : public ::testing::Test {
   test::VirtualRuntime runtime_;
   test::ScopedContext context_;
   test::TempDir files_;
-  Presenter presenter_{Screen{{640, 360}, 1, {}}, runtime_.mainQueue(), runtime_.clock()};
+  std::shared_ptr<Presenter> presenter_ = std::make_shared<Presenter>(
+      Screen{{640, 360}, 1, {}}, runtime_.mainQueue(), runtime_.clock());
   std::shared_ptr<RecordingDelegate> delegate_ = std::make_shared<RecordingDelegate>();
   std::shared_ptr<ZVPostVideoController> controller_;
 };
@@ -84,8 +85,8 @@ TEST_F(PostVideoScreenTest, WithoutMotivationOnlyTheImageAndCloseButtonShow) {
   EXPECT_EQ(controller_->view()->subviews().size(), 2u);
   EXPECT_EQ(panel(), nullptr);
   EXPECT_EQ(controller_->view()->closeButton()->frame(), (Rect{{580, 0}, {60, 60}}));
-  presenter_.renderFrame();
-  EXPECT_TRUE(test::matchesReference(presenter_.canvas(), "post-video-plain"));
+  presenter_->renderFrame();
+  EXPECT_TRUE(test::matchesReference(presenter_->canvas(), "post-video-plain"));
 }
 
 TEST_F(PostVideoScreenTest, PanelLayoutFollowsTheIcon) {
@@ -116,8 +117,8 @@ TEST_F(PostVideoScreenTest, RendersThePanelWithTheServersColours) {
            {"buttonColor", "#2979FF"},
            {"buttonTextColor", "#fff"},
            {"titleColor", "#FFD54F"}}));
-  presenter_.renderFrame();
-  EXPECT_TRUE(test::matchesReference(presenter_.canvas(), "post-video-motivated"));
+  presenter_->renderFrame();
+  EXPECT_TRUE(test::matchesReference(presenter_->canvas(), "post-video-motivated"));
 }
 
 TEST_F(PostVideoScreenTest, AnInvalidColourStopsThePanelAtThatElement) {
@@ -131,25 +132,25 @@ TEST_F(PostVideoScreenTest, AnInvalidColourStopsThePanelAtThatElement) {
   EXPECT_EQ(exceptions[0].className, "ZVPostVideoView");
   EXPECT_EQ(exceptions[0].method, "setMotivatedView");
   // The screen still works: it closes.
-  EXPECT_TRUE(presenter_.performAction(ScreenAction::Close));
+  EXPECT_TRUE(presenter_->performAction(ScreenAction::Close));
 }
 
 TEST_F(PostVideoScreenTest, ImageAndInstallButtonAreClicksThatKeepTheScreen) {
   show(ad({{"title", "Earn"}}));
-  presenter_.tap({300, 100});                            // the image
-  presenter_.tap({580, 320});                            // the install button
-  presenter_.performAction(ScreenAction::CallToAction);  // the controller's A button
+  presenter_->tap({300, 100});                            // the image
+  presenter_->tap({580, 320});                            // the install button
+  presenter_->performAction(ScreenAction::CallToAction);  // the controller's A button
   EXPECT_EQ(delegate_->calls, (std::vector<std::string>{"tapTarget", "tapTarget", "tapTarget"}));
   EXPECT_TRUE(controller_->isShowing());
 }
 
 TEST_F(PostVideoScreenTest, CloseSlidesOutThenReleasesTheWindow) {
   show(ad());
-  presenter_.tap({610, 30});
+  presenter_->tap({610, 30});
   EXPECT_EQ(delegate_->calls,
             (std::vector<std::string>{"tapClosePostVideo", "videoWindowWillClose"}));
   // Taps during the slide-out go nowhere.
-  presenter_.tap({300, 100});
+  presenter_->tap({300, 100});
   runtime_.advanceBy(100ms);
   EXPECT_GT(controller_->view()->translation().y, 0);
   EXPECT_LT(controller_->view()->translation().y, 360);
@@ -157,7 +158,7 @@ TEST_F(PostVideoScreenTest, CloseSlidesOutThenReleasesTheWindow) {
   runtime_.advanceBy(120ms);
   EXPECT_EQ(delegate_->calls.back(), "didHidePostVideo");
   EXPECT_FALSE(controller_->isShowing());
-  EXPECT_TRUE(presenter_.windows().empty());
+  EXPECT_TRUE(presenter_->windows().empty());
   EXPECT_EQ(runtime_.pendingTaskCount(), 0u);  // the frame timer stopped
 }
 
@@ -165,7 +166,7 @@ TEST_F(PostVideoScreenTest, MissingImagesLeaveEmptyViewsThatStillWork) {
   controller_ = makeController("absent.png");
   show({{"imageURL", "absent.png"}});
   EXPECT_FALSE(controller_->view()->imageView()->hasImage());
-  presenter_.tap({610, 30});
+  presenter_->tap({610, 30});
   EXPECT_EQ(delegate_->calls.front(), "tapClosePostVideo");
 }
 

@@ -54,7 +54,7 @@ class VideoViewTest : public ::testing::Test {
         presenter_,
         media_,
         lifecycle_,
-        runtime_->mainQueue(),
+        mainQueue(),
         [](const std::string& file) {
           return std::make_shared<media::MediaAsset>("file:///cache/" + file);
         },
@@ -63,11 +63,15 @@ class VideoViewTest : public ::testing::Test {
         std::nullopt});
     view_->setDelegate(delegate_);
     window_->addSubview(view_);
-    presenter_.present(window_);
+    presenter_->present(window_);
   }
 
-  test::FakeMediaPlayer& player() { return *media_.lastPlayer(); }
-  test::FakeMediaItem& item() { return *media_.lastItem(); }
+  std::shared_ptr<dispatch::Queue> mainQueue() {
+    return std::shared_ptr<dispatch::Queue>(runtime_, &runtime_->mainQueue());
+  }
+
+  test::FakeMediaPlayer& player() { return *media_->lastPlayer(); }
+  test::FakeMediaItem& item() { return *media_->lastItem(); }
 
   // What the pipeline would report, delivered through the main queue.
   void ready(double duration) {
@@ -106,7 +110,7 @@ class VideoViewTest : public ::testing::Test {
   // Plays for `seconds`, the player's clock moving with virtual time.
   void playFor(double seconds) {
     for (double t = 0; t < seconds - 1e-9; t += 0.05) {
-      if (media_.lastPlayer() && player().rate() != 0 && !stuck_) {
+      if (media_->lastPlayer() && player().rate() != 0 && !stuck_) {
         player().advanceBy(MediaTime::fromSeconds(0.05));
       }
       runtime_->advanceBy(50ms);
@@ -121,9 +125,11 @@ class VideoViewTest : public ::testing::Test {
   std::shared_ptr<test::VirtualRuntime> runtime_ = std::make_shared<test::VirtualRuntime>();
   test::ScopedContext scope_{HostOptions{}, RuntimeOptions{.runtime = runtime_}};
   // Outlives the presenter, whose windows hold the view that observes it.
-  AppLifecycle lifecycle_;
-  Presenter presenter_{Screen{{640, 360}, 1, {}}, runtime_->mainQueue(), runtime_->clock()};
-  test::FakeMediaFactory media_{runtime_->mainQueue()};
+  std::shared_ptr<AppLifecycle> lifecycle_ = std::make_shared<AppLifecycle>();
+  std::shared_ptr<Presenter> presenter_ = std::make_shared<Presenter>(
+      Screen{{640, 360}, 1, {}}, runtime_->mainQueue(), runtime_->clock());
+  std::shared_ptr<test::FakeMediaFactory> media_ =
+      std::make_shared<test::FakeMediaFactory>(runtime_->mainQueue());
   bool stuck_ = false;  // the player accepts play() but its clock stays
   std::shared_ptr<Window> window_ = std::make_shared<Window>(Rect{{0, 0}, {640, 360}});
   std::shared_ptr<RecordingDelegate> delegate_ = std::make_shared<RecordingDelegate>();
@@ -169,7 +175,7 @@ TEST_F(VideoViewTest, SlidesInThenPlaysAndHidesTheControlsAfterAPause) {
   // The countdown follows the player: 3.5 s into 15 s shows 12.
   EXPECT_EQ(view_->timerProgress()->label()->text(), "12");
   // A tap anywhere brings them back.
-  presenter_.tap({320, 180});
+  presenter_->tap({320, 180});
   EXPECT_TRUE(view_->controlsShown());
 }
 
@@ -207,7 +213,7 @@ TEST_F(VideoViewTest, TheSkipControlActsOnlyWhenReady) {
   EXPECT_FALSE(called("tapCloseView"));
   playFor(3);  // the tap kept the controls up past the first 3.5 s
   EXPECT_TRUE(view_->controlsShown());
-  presenter_.performAction(ScreenAction::Skip);
+  presenter_->performAction(ScreenAction::Skip);
   EXPECT_FALSE(called("tapCloseView"));  // hidden controls take no keys...
   view_->skipVideoHandler();             // ...but the control itself is ready
   EXPECT_TRUE(called("tapCloseView"));
@@ -244,11 +250,11 @@ TEST_F(VideoViewTest, TheBackgroundPausesAndTheLateSkipCountsFromTheRemainingTim
   view_->allowSkipAfer(-1);
   showVideo(15);
   playFor(5);
-  lifecycle_.post(AppLifecycle::Event::DidEnterBackground);
+  lifecycle_->post(AppLifecycle::Event::DidEnterBackground);
   EXPECT_EQ(player().rate(), 0);
   runtime_->advanceBy(60s);
   EXPECT_TRUE(view_->skipButton()->isHidden());
-  lifecycle_.post(AppLifecycle::Event::WillEnterForeground);
+  lifecycle_->post(AppLifecycle::Event::WillEnterForeground);
   EXPECT_EQ(player().rate(), 1);
   playFor(14.9);  // 10 s left + 5 s
   EXPECT_TRUE(view_->skipButton()->isHidden());
@@ -281,11 +287,25 @@ TEST_F(VideoViewTest, StopLeavesAPendingSecondStartCheckToRun) {
   EXPECT_TRUE(called("failDuringPlayVideo:false"));
 }
 
+TEST_F(VideoViewTest, AViewWhosePresenterHasGoneKeepsItsTimersHarmless) {
+  // A reset closes the screens while the view's timers are still queued.
+  showVideo(15);
+  playFor(1);
+  std::weak_ptr<Presenter> gone = presenter_;
+  window_.reset();
+  presenter_.reset();
+  ASSERT_TRUE(gone.expired());
+  view_->hide();
+  view_->swithUIHandler();
+  runtime_->advanceBy(10s);
+  EXPECT_FALSE(called("didHideView"));
+}
+
 TEST_F(VideoViewTest, RendersThePictureUnderTheControls) {
   test::TempDir images;
   writeSpeaker(images.path() / "on.png");
   view_ = std::make_shared<ZVVideoView>(ZVVideoView::Environment{
-      presenter_, media_, lifecycle_, runtime_->mainQueue(),
+      presenter_, media_, lifecycle_, mainQueue(),
       [](const std::string& file) { return media::MediaAsset::fromFile(file); },
       [&](const std::string& url) { return images.path() / url; }, "on.png", "off.png"});
   window_->addSubview(view_);
@@ -293,11 +313,11 @@ TEST_F(VideoViewTest, RendersThePictureUnderTheControls) {
   showVideo(15);
   deliverFrame(320, 180);
   playFor(1);
-  presenter_.renderFrame();
-  EXPECT_TRUE(test::matchesReference(presenter_.canvas(), "video-view-controls"));
+  presenter_->renderFrame();
+  EXPECT_TRUE(test::matchesReference(presenter_->canvas(), "video-view-controls"));
   playFor(4);
-  presenter_.renderFrame();
-  EXPECT_TRUE(test::matchesReference(presenter_.canvas(), "video-view-plain"));
+  presenter_->renderFrame();
+  EXPECT_TRUE(test::matchesReference(presenter_->canvas(), "video-view-plain"));
 }
 
 }  // namespace

@@ -90,13 +90,13 @@ TEST(XvfbPlaybackIntegrationTest, AVideoPlaysInARealWindowAndShowsItsPicture) {
 
   auto runtime = std::make_shared<dispatch::ThreadRuntime>();
   test::ScopedContext scope(HostOptions{}, RuntimeOptions{.runtime = runtime});
-  platform::GstMediaFactory factory(runtime->mainQueue(),
-                                    {.audio = platform::AudioOutput::Discard});
-  AppLifecycle lifecycle;
+  auto factory = std::make_shared<platform::GstMediaFactory>(
+      runtime->mainQueue(), platform::GstPlaybackOptions{.audio = platform::AudioOutput::Discard});
+  auto lifecycle = std::make_shared<AppLifecycle>();
   auto events = std::make_shared<Events>();
   const auto clip = test::TestMedia::clip();
 
-  std::unique_ptr<SdlPresenter> presenter;
+  std::shared_ptr<SdlPresenter> presenter;
   std::shared_ptr<ZVVideoView> view;
   auto onMain = [&](std::function<void()> body) {
     return test::runOnQueue(runtime->mainQueue(), std::move(body), kPatience);
@@ -107,14 +107,14 @@ TEST(XvfbPlaybackIntegrationTest, AVideoPlaysInARealWindowAndShowsItsPicture) {
     HostOptions options;
     options.screenWidth = 640;
     options.screenHeight = 360;
-    presenter = SdlPresenter::create(options, runtime->mainQueue(), runtime->clock(), lifecycle);
+    presenter = SdlPresenter::create(options, runtime->mainQueue(), runtime->clock(), *lifecycle);
     if (!presenter) return;
     opened = true;
     view = std::make_shared<ZVVideoView>(ZVVideoView::Environment{
-        *presenter,
+        presenter,
         factory,
         lifecycle,
-        runtime->mainQueue(),
+        std::shared_ptr<dispatch::Queue>(runtime, &runtime->mainQueue()),
         [](const std::string& file) { return media::MediaAsset::fromFile(file); },
         {},
         std::nullopt,

@@ -35,6 +35,13 @@ class Runtime {
   // Runs all main-queue work that is due and returns how many tasks ran.
   // Only a host-pumped main queue needs it; otherwise it runs nothing.
   virtual std::size_t pumpMainQueue() = 0;
+
+  // Ends the runtime's work for good: every queue drops its pending and
+  // delayed work and ignores later posts, and tasks running on other threads
+  // are waited for. A task that calls it is not waited for (it is the
+  // caller); it finishes after the call returns. A runtime whose work runs
+  // only when its owner drives it (virtual time) has nothing to stop.
+  virtual void shutdown() {}
 };
 
 }  // namespace zivora::dispatch

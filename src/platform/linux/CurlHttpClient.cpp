@@ -30,6 +30,7 @@ struct Transfer {
   std::vector<std::pair<std::string, std::string>> headers;
   bool overCap = false;
   curl::IdleWatch watch;
+  const std::atomic<bool>* aborted = nullptr;
 };
 
 std::string_view trimmed(std::string_view text) {
@@ -70,7 +71,8 @@ size_t onBody(char* data, size_t size, size_t count, void* user) {
 }
 
 int onProgress(void* user, curl_off_t, curl_off_t down, curl_off_t, curl_off_t up) {
-  return static_cast<Transfer*>(user)->watch.expired(down, up) ? 1 : 0;
+  auto* transfer = static_cast<Transfer*>(user);
+  return *transfer->aborted || transfer->watch.expired(down, up) ? 1 : 0;
 }
 
 bool isContentLength(std::string_view name) {
@@ -152,12 +154,14 @@ HttpResponse CurlHttpClient::perform(const HttpRequest& request) {
     if (CURLcode init = globalInitResult(); init != CURLE_OK) {
       return failure(fmt::format("libcurl initialisation failed: {}", curl_easy_strerror(init)));
     }
+    if (aborted_) return failure("aborted: the client is shutting down");
     CurlHandlePool::Lease easy = pool_->acquire();
     if (!easy) return failure("libcurl could not create a handle");
     HeaderList headers = makeHeaderList(request);
     Transfer transfer;
     transfer.maxBodyBytes = options_.maxBodyBytes;
     transfer.watch.limit = options_.lowSpeedTime;
+    transfer.aborted = &aborted_;
     char errorBuffer[CURL_ERROR_SIZE] = {};
 
     CURL* handle = easy.get();
@@ -183,6 +187,7 @@ HttpResponse CurlHttpClient::perform(const HttpRequest& request) {
       return failure(
           fmt::format("reply body exceeds the limit of {} bytes", options_.maxBodyBytes));
     }
+    if (aborted_) return failure("aborted: the client is shutting down");
     if (transfer.watch.idle) {
       return failure(fmt::format("no data moved for {} ms", options_.lowSpeedTime.count()));
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 
 #include "platform/HttpClient.h"
@@ -19,10 +20,14 @@ class CurlHttpClient final : public HttpClient {
   ~CurlHttpClient() override;
 
   HttpResponse perform(const HttpRequest& request) override;
+  // A transfer under way notices it at its next progress report (at least
+  // once a second, even while no data moves).
+  void abortAll() override { aborted_ = true; }
 
  private:
   HttpClientOptions options_;
   std::shared_ptr<CurlHandlePool> pool_;
+  std::atomic<bool> aborted_{false};
 };
 
 }  // namespace zivora::platform

@@ -105,6 +105,11 @@ class ThreadQueue::Core {
         worker.join();
       }
     }
+    // A pump under way on another thread finishes its task first; a pumped
+    // task that stops its own queue is not waited for.
+    if (!isRunningOnCaller()) {
+      std::lock_guard pumping(pumpMutex_);
+    }
   }
 
   bool isRunningOnCaller() const { return tlsRunning == this; }

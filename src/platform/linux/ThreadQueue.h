@@ -35,7 +35,8 @@ class ThreadQueue final : public Queue {
   // work posted meanwhile waits for the next call. Returns how many ran.
   std::size_t runDue();
 
-  // Drops pending work, stops the workers and drops later posts. Idempotent.
+  // Drops pending work, stops the workers and drops later posts, then waits
+  // for tasks running on other threads. Idempotent.
   void stop();
 
   class Core;

@@ -17,12 +17,17 @@ ThreadRuntime::ThreadRuntime(MainQueueMode mode)
       main_(std::make_unique<ThreadQueue>("main", mode == MainQueueMode::OwnThread ? 1 : 0)),
       global_(std::make_unique<ThreadQueue>("global", kGlobalPoolThreads)) {}
 
-ThreadRuntime::~ThreadRuntime() {
+ThreadRuntime::~ThreadRuntime() { shutdown(); }
+
+void ThreadRuntime::shutdown() {
   std::vector<std::weak_ptr<ThreadQueue>> serialQueues;
   {
     std::lock_guard lock(serialQueuesMutex_);
+    shutDown_ = true;
     serialQueues.swap(serialQueues_);
   }
+  // A task sleeping through a back-off ends now instead of holding up the wait.
+  clock_.interruptSleeps();
   for (const auto& weak : serialQueues) {
     if (auto queue = weak.lock()) queue->stop();
   }
@@ -31,8 +36,14 @@ ThreadRuntime::~ThreadRuntime() {
 }
 
 std::shared_ptr<Queue> ThreadRuntime::makeSerialQueue(std::string label) {
-  auto queue = std::make_shared<ThreadQueue>(std::move(label), 1);
   std::lock_guard lock(serialQueuesMutex_);
+  // Late work that makes a queue gets one that drops what it is given.
+  if (shutDown_) {
+    auto stopped = std::make_shared<ThreadQueue>(std::move(label), 0);
+    stopped->stop();
+    return stopped;
+  }
+  auto queue = std::make_shared<ThreadQueue>(std::move(label), 1);
   std::erase_if(serialQueues_, [](const auto& weak) { return weak.expired(); });
   serialQueues_.push_back(queue);
   return queue;

@@ -16,8 +16,9 @@ class ThreadQueue;
 
 // The runtime on real threads: a thread per serial queue, the main queue on
 // a thread of its own or pumped by the host, and a global pool of two.
-// Destroying it stops every thread it started; tasks running then finish,
-// later posts to its queues are dropped.
+// Shutting it down (or destroying it) stops every thread it started; tasks
+// running then finish, later posts to its queues are dropped, and serial
+// queues made afterwards never run anything.
 class ThreadRuntime final : public Runtime {
  public:
   explicit ThreadRuntime(MainQueueMode mode = MainQueueMode::OwnThread);
@@ -32,6 +33,7 @@ class ThreadRuntime final : public Runtime {
   // Runs the main-queue work that is due on the calling thread; a main queue
   // with its own thread is never pumped and this returns 0.
   std::size_t pumpMainQueue() override;
+  void shutdown() override;
 
   MainQueueMode mainQueueMode() const { return mode_; }
 
@@ -41,6 +43,7 @@ class ThreadRuntime final : public Runtime {
   std::unique_ptr<ThreadQueue> main_;
   std::unique_ptr<ThreadQueue> global_;
   std::mutex serialQueuesMutex_;
+  bool shutDown_ = false;
   // Serial queues belong to whoever holds them; the runtime only stops them.
   std::vector<std::weak_ptr<ThreadQueue>> serialQueues_;
 };
