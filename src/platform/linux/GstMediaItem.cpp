@@ -30,9 +30,20 @@ struct GstMediaItem::Streaming {
   // The presentation time of the latest picture, or -1.
   std::atomic<std::int64_t> lastFrameTime{-1};
 
+  ~Streaming() {
+    if (unseenSample) gst_sample_unref(unseenSample);
+  }
+
   std::mutex frameMutex;
   std::optional<media::VideoFrame> latestFrame;
   bool frameDeliveryPending = false;
+  // Whether a frame sink takes the pictures. Without one, the newest
+  // picture is only kept as it came from the decoder: converting it costs
+  // a few milliseconds (more on fresh memory), and a picture made in the
+  // preroll would hold up the item's readiness for a screen that may never
+  // show it.
+  bool watched = false;
+  GstSample* unseenSample = nullptr;
 
   template <class Member, class... Args>
   void post(const char* method, Member member, Args... args) {
@@ -43,8 +54,23 @@ struct GstMediaItem::Streaming {
     });
   }
 
+  // Takes the sample when nobody watches the pictures.
+  bool keepUnlessWatched(GstSample* sample) {
+    std::lock_guard lock(frameMutex);
+    if (watched) return false;
+    if (unseenSample) gst_sample_unref(unseenSample);
+    unseenSample = sample;
+    return true;
+  }
+
+  // The kept picture, if any, when a sink starts to watch (the caller owns it).
+  GstSample* setWatched(bool watching) {
+    std::lock_guard lock(frameMutex);
+    watched = watching;
+    return watching ? std::exchange(unseenSample, nullptr) : nullptr;
+  }
+
   void offerFrame(media::VideoFrame frame) {
-    if (frame.presentationTime.isValid()) lastFrameTime.store(frame.presentationTime.nanoseconds());
     std::lock_guard lock(frameMutex);
     // A picture the main queue had no time for: its buffer serves again.
     if (latestFrame) keep(std::move(latestFrame->pixels));
@@ -187,13 +213,24 @@ std::optional<media::VideoFrame> frameOf(GstSample* sample, std::vector<std::uin
   return frame;
 }
 
-GstFlowReturn takeSample(GstSample* sample, gpointer data) {
-  if (!sample) return GST_FLOW_OK;
-  auto& streaming = streamingOf(data);
+// Converts a sample for the sink and hands it to the main queue; takes the
+// sample.
+void offerSample(GstMediaItem::Streaming& streaming, GstSample* sample) {
   if (auto frame = frameOf(sample, streaming.takeSpareBuffer())) {
     streaming.offerFrame(std::move(*frame));
   }
   gst_sample_unref(sample);
+}
+
+GstFlowReturn takeSample(GstSample* sample, gpointer data) {
+  if (!sample) return GST_FLOW_OK;
+  auto& streaming = streamingOf(data);
+  // How far the pictures went counts whether or not anyone looks at them.
+  GstBuffer* buffer = gst_sample_get_buffer(sample);
+  if (buffer && GST_BUFFER_PTS_IS_VALID(buffer)) {
+    streaming.lastFrameTime.store(static_cast<std::int64_t>(GST_BUFFER_PTS(buffer)));
+  }
+  if (!streaming.keepUnlessWatched(sample)) offerSample(streaming, sample);
   return GST_FLOW_OK;
 }
 
@@ -450,6 +487,13 @@ void GstMediaItem::failed(std::string message) {
 void GstMediaItem::stalled() {
   if (status_ != MediaItemStatus::ReadyToPlay) return;
   if (auto notify = observer_.playbackStalled) notify();
+}
+
+void GstMediaItem::setFrameSink(media::FrameSink* sink) {
+  frameSink_ = sink;
+  if (GstSample* unseen = streaming_->setWatched(sink != nullptr)) {
+    offerSample(*streaming_, unseen);
+  }
 }
 
 void GstMediaItem::deliverFrame() {

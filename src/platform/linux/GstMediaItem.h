@@ -57,7 +57,9 @@ class GstMediaItem final : public media::MediaItem,
   media::MediaTime position() const;
   void setMuted(bool muted);
   bool isMuted() const;
-  void setFrameSink(media::FrameSink* sink) { frameSink_ = sink; }
+  // A sink that comes after the pictures stopped (a prerolled item) gets
+  // the newest one.
+  void setFrameSink(media::FrameSink* sink);
 
   struct Streaming;  // what the streaming threads share with the item
 
