@@ -303,7 +303,13 @@ void onSourceSetup(GstElement*, GstElement* source, gpointer data) {
                             holdStreaming(*static_cast<StreamingRef*>(data)), releaseStreaming);
 }
 
+// playbin's defaults that an ad never uses: subtitles, and the deinterlacer
+// and colour-balance elements it would otherwise build into the video chain
+// (building and negotiating them is a good part of a preroll).
 constexpr guint kPlayFlagText = 1u << 2;
+constexpr guint kPlayFlagDeinterlace = 1u << 9;
+constexpr guint kPlayFlagSoftColorbalance = 1u << 10;
+constexpr guint kUnusedPlayFlags = kPlayFlagText | kPlayFlagDeinterlace | kPlayFlagSoftColorbalance;
 // How far before its duration a stream may end and still count as played
 // to the end (audio and video tracks rarely end on the same sample).
 constexpr MediaTime kEndTolerance = MediaTime::fromNanoseconds(500'000'000);
@@ -350,7 +356,7 @@ bool GstMediaItem::start(AudioOutput audio) {
   streaming_->pipeline = pipeline_;
   guint flags = 0;
   g_object_get(pipeline_, "flags", &flags, nullptr);
-  g_object_set(pipeline_, "video-sink", videoSink, "flags", flags & ~kPlayFlagText, nullptr);
+  g_object_set(pipeline_, "video-sink", videoSink, "flags", flags & ~kUnusedPlayFlags, nullptr);
   if (audio == AudioOutput::Discard) {
     GstElement* audioSink = gst_element_factory_make("fakesink", nullptr);
     if (audioSink) {
