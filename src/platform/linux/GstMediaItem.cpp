@@ -29,6 +29,8 @@ struct GstMediaItem::Streaming {
   std::atomic<std::uint64_t> readOffset{0};
   // The presentation time of the latest picture, or -1.
   std::atomic<std::int64_t> lastFrameTime{-1};
+  // Set when the item goes: the sound device is no longer worth opening.
+  std::atomic<bool> stopping{false};
 
   ~Streaming() {
     if (unseenSample) gst_sample_unref(unseenSample);
@@ -303,6 +305,21 @@ void onSourceSetup(GstElement*, GstElement* source, gpointer data) {
                             holdStreaming(*static_cast<StreamingRef*>(data)), releaseStreaming);
 }
 
+// autoaudiosink tries the machine's sound outputs (a sound server first,
+// then the others) when it first goes to READY. playsink does that on the
+// demuxer's thread once the streams are known, which holds up the preroll
+// for as long as the tries take; made early on GStreamer's own pool, it
+// overlaps the reading of the file's header. playsink's own READY is then
+// a no-op.
+void openSoundEarly(GstElement* sink, gpointer data) {
+  GST_STATE_LOCK(sink);
+  if (!streamingOf(data).stopping.load() && GST_STATE(sink) == GST_STATE_NULL &&
+      GST_STATE_PENDING(sink) == GST_STATE_VOID_PENDING) {
+    gst_element_set_state(sink, GST_STATE_READY);
+  }
+  GST_STATE_UNLOCK(sink);
+}
+
 // playbin's defaults that an ad never uses: subtitles, and the deinterlacer
 // and colour-balance elements it would otherwise build into the video chain
 // (building and negotiating them is a good part of a preroll).
@@ -335,14 +352,22 @@ GstMediaItem::GstMediaItem(std::shared_ptr<media::MediaAsset> asset, dispatch::Q
 
 GstMediaItem::~GstMediaItem() {
   prerollWatchdog_.cancel();
+  streaming_->stopping.store(true);
   // A streaming thread blocked in a read would hold up the state change.
   if (streaming_->source) streaming_->source->shutdown();
-  if (!pipeline_) return;
-  gst_element_set_state(pipeline_, GST_STATE_NULL);
-  GstBus* bus = gst_element_get_bus(pipeline_);
-  gst_bus_set_sync_handler(bus, nullptr, nullptr, nullptr);
-  gst_object_unref(bus);
-  gst_object_unref(pipeline_);
+  if (pipeline_) {
+    gst_element_set_state(pipeline_, GST_STATE_NULL);
+    GstBus* bus = gst_element_get_bus(pipeline_);
+    gst_bus_set_sync_handler(bus, nullptr, nullptr, nullptr);
+    gst_object_unref(bus);
+    gst_object_unref(pipeline_);
+  }
+  // Opened early but never taken into the pipeline (an item that went
+  // before its streams were known): closed here, after any early opening.
+  if (audioSink_) {
+    gst_element_set_state(audioSink_, GST_STATE_NULL);
+    gst_object_unref(audioSink_);
+  }
 }
 
 bool GstMediaItem::start(AudioOutput audio) {
@@ -357,13 +382,7 @@ bool GstMediaItem::start(AudioOutput audio) {
   guint flags = 0;
   g_object_get(pipeline_, "flags", &flags, nullptr);
   g_object_set(pipeline_, "video-sink", videoSink, "flags", flags & ~kUnusedPlayFlags, nullptr);
-  if (audio == AudioOutput::Discard) {
-    GstElement* audioSink = gst_element_factory_make("fakesink", nullptr);
-    if (audioSink) {
-      g_object_set(audioSink, "sync", TRUE, nullptr);
-      g_object_set(pipeline_, "audio-sink", audioSink, nullptr);
-    }
-  }
+  setAudioSink(audio);
   attachBus();
 
   std::string uri;
@@ -385,6 +404,21 @@ bool GstMediaItem::start(AudioOutput audio) {
   }
   g_object_set(pipeline_, "uri", uri.c_str(), nullptr);
   return gst_element_set_state(pipeline_, GST_STATE_PAUSED) != GST_STATE_CHANGE_FAILURE;
+}
+
+void GstMediaItem::setAudioSink(AudioOutput audio) {
+  if (audio == AudioOutput::Discard) {
+    if (GstElement* sink = gst_element_factory_make("fakesink", nullptr)) {
+      g_object_set(sink, "sync", TRUE, nullptr);
+      g_object_set(pipeline_, "audio-sink", sink, nullptr);
+    }
+    return;
+  }
+  audioSink_ = gst_element_factory_make("autoaudiosink", nullptr);
+  if (!audioSink_) return;
+  gst_object_ref_sink(audioSink_);
+  g_object_set(pipeline_, "audio-sink", audioSink_, nullptr);
+  gst_element_call_async(audioSink_, openSoundEarly, holdStreaming(streaming_), releaseStreaming);
 }
 
 GstElement* GstMediaItem::makeVideoSink() {

@@ -66,6 +66,7 @@ class GstMediaItem final : public media::MediaItem,
  private:
   GstMediaItem(std::shared_ptr<media::MediaAsset> asset, dispatch::Queue& mainQueue);
   bool start(AudioOutput audio);
+  void setAudioSink(AudioOutput audio);
   GstElement* makeVideoSink();
   void attachBus();
 
@@ -83,6 +84,7 @@ class GstMediaItem final : public media::MediaItem,
   dispatch::Queue& mainQueue_;
   std::shared_ptr<Streaming> streaming_;
   GstElement* pipeline_ = nullptr;
+  GstElement* audioSink_ = nullptr;  // the automatic one, held to close it
   dispatch::TaskHandle prerollWatchdog_;
 
   media::MediaItemStatus status_ = media::MediaItemStatus::Unknown;
