@@ -23,15 +23,13 @@ LoadingRequest::Answer ByteRangeSource::read(std::int64_t offset, std::int64_t l
       if (interrupted) *interrupted = true;
       return {};
     }
-    if (shutDown_) return {};
-    if (latest_) {
-      if (auto answer = latest_->answeredPart(offset, length)) return std::move(*answer);
-    }
+    if (shutDown_ || asset_->isLoadingCancelled()) return {};
+    if (auto answer = answeredLocked(offset, length)) return std::move(*answer);
     // The player's own length stays the floor, unclipped.
     part.request = std::make_shared<LoadingRequest>(offset, std::max(length, readAhead_));
     if (!asset_->trackRead(part.request)) return {};
-    dropLatestLocked();
-    latest_ = part.request;
+    recent_.push_back(part.request);
+    if (recent_.size() > kKeptRequests) forgetLocked(recent_.front());
     waiting_ = part;
   }
   mainQueue_.async([weak = weak_from_this(), part] {
@@ -47,7 +45,7 @@ LoadingRequest::Answer ByteRangeSource::read(std::int64_t offset, std::int64_t l
     if (waiting_ && waiting_->request == part.request) waiting_.reset();
     if (answer.outcome == LoadingRequest::Outcome::Failed) {
       if (interrupted && flushing_ && !shutDown_) *interrupted = true;
-      if (latest_ == part.request) dropLatestLocked();
+      forgetLocked(part.request);
     }
   }
   const auto known = part.request->contentInformationRequest().contentLength();
@@ -55,9 +53,17 @@ LoadingRequest::Answer ByteRangeSource::read(std::int64_t offset, std::int64_t l
   return answer;
 }
 
-void ByteRangeSource::dropLatestLocked() {
-  if (latest_) asset_->untrackRead(latest_);
-  latest_.reset();
+std::optional<LoadingRequest::Answer> ByteRangeSource::answeredLocked(std::int64_t offset,
+                                                                      std::int64_t length) const {
+  for (auto request = recent_.rbegin(); request != recent_.rend(); ++request) {
+    if (auto answer = (*request)->answeredPart(offset, length)) return answer;
+  }
+  return std::nullopt;
+}
+
+void ByteRangeSource::forgetLocked(std::shared_ptr<LoadingRequest> request) {
+  asset_->untrackRead(request);
+  std::erase(recent_, request);
 }
 
 // Main queue. A read that was cancelled while the task waited (the item
@@ -81,7 +87,7 @@ void ByteRangeSource::shutdown() {
     std::lock_guard lock(mutex_);
     shutDown_ = true;
     if (waiting_) waiting = waiting_->request;
-    dropLatestLocked();
+    while (!recent_.empty()) forgetLocked(recent_.front());
   }
   if (waiting) waiting->cancel();
 }

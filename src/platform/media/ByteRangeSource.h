@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -25,13 +26,15 @@ namespace zivora::media {
 // make the player wait for whatever the main queue is doing (the download's
 // chunks, above all). So each request asks for at least `readAhead` bytes
 // and the reader takes only the part it needs; later reads that fall in
-// the bytes this latest request has been answered so far are served from
-// them at once. A read that needs bytes the request does not have yet
-// makes a new request, as before: only the newest request is one the
+// the bytes the last two requests have been answered so far are served
+// from them at once (two: the header's request must survive the demuxer's
+// look at the end of the file). A read that needs bytes they do not have
+// yet makes a new request, as before: only the newest request is one the
 // delegate still answers.
 class ByteRangeSource : public std::enable_shared_from_this<ByteRangeSource> {
  public:
-  static constexpr std::int64_t kDefaultReadAhead = 512 * 1024;
+  // One answer slice.
+  static constexpr std::int64_t kDefaultReadAhead = LoadingRequest::kMaxSliceBytes;
 
   // Made with std::make_shared: main-queue work holds it weakly.
   // `stalled` runs on the main queue when a read waits for bytes while the
@@ -77,7 +80,11 @@ class ByteRangeSource : public std::enable_shared_from_this<ByteRangeSource> {
 
   void offerToDelegate(const Part& part);
   // Under mutex_.
-  void dropLatestLocked();
+  std::optional<LoadingRequest::Answer> answeredLocked(std::int64_t offset,
+                                                       std::int64_t length) const;
+  void forgetLocked(std::shared_ptr<LoadingRequest> request);
+
+  static constexpr std::size_t kKeptRequests = 2;
 
   const std::shared_ptr<MediaAsset> asset_;
   dispatch::Queue& mainQueue_;
@@ -89,8 +96,9 @@ class ByteRangeSource : public std::enable_shared_from_this<ByteRangeSource> {
   std::mutex mutex_;
   bool shutDown_ = false;
   bool flushing_ = false;
-  // The newest request, whose answered bytes serve later reads.
-  std::shared_ptr<LoadingRequest> latest_;
+  // The latest requests, oldest first, whose answered bytes serve later
+  // reads.
+  std::deque<std::shared_ptr<LoadingRequest>> recent_;
   std::optional<Part> waiting_;
 };
 
