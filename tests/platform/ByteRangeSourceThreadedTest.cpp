@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <future>
+#include <numeric>
 #include <thread>
 
 #include "platform/linux/ThreadRuntime.h"
@@ -64,7 +65,7 @@ TEST_F(ByteRangeSourceThreadedTest, AReadWaitsUntilTheDelegateHasAnsweredEveryBy
   auto request = delegate_->waitForRequest(0);
   ASSERT_TRUE(request);
   EXPECT_EQ(request->requestedOffset(), 4096);
-  EXPECT_EQ(request->requestedLength(), 3000);
+  EXPECT_EQ(request->requestedLength(), ByteRangeSource::kDefaultReadAhead);
   runtime_.mainQueue().async([request] { request->respond(std::vector<std::uint8_t>(1000, 7)); });
   EXPECT_EQ(answer.wait_for(50ms), std::future_status::timeout);
   runtime_.mainQueue().async([request] { request->respond(std::vector<std::uint8_t>(2000, 8)); });
@@ -73,6 +74,47 @@ TEST_F(ByteRangeSourceThreadedTest, AReadWaitsUntilTheDelegateHasAnsweredEveryBy
   EXPECT_EQ(result.outcome, LoadingRequest::Outcome::Answered);
   EXPECT_EQ(result.bytes.size(), 3000u);
   EXPECT_EQ(source_->contentLength(), 1 << 20);
+}
+
+TEST_F(ByteRangeSourceThreadedTest, ReadsInsideTheAnsweredBytesOfTheLatestRequestsNeedNoNewOne) {
+  auto first = readAsync(1000, 200);
+  auto request = delegate_->waitForRequest(0);
+  ASSERT_TRUE(request);
+  std::vector<std::uint8_t> bytes(9000);
+  std::iota(bytes.begin(), bytes.end(), std::uint8_t{0});
+  runtime_.mainQueue().async([&] { request->respond(bytes); });
+  ASSERT_EQ(first.wait_for(20s), std::future_status::ready);
+  EXPECT_EQ(first.get().bytes.size(), 200u);
+
+  // Before, after and overlapping the first read: answered from memory.
+  const auto inside = source_->read(5000, 4000);
+  EXPECT_EQ(inside.outcome, LoadingRequest::Outcome::Answered);
+  ASSERT_EQ(inside.bytes.size(), 4000u);
+  EXPECT_EQ(inside.bytes.front(), bytes[4000]);
+  EXPECT_EQ(source_->read(1000, 10).bytes.front(), bytes[0]);
+  EXPECT_EQ(delegate_->requests.size(), 1u);
+
+  // A byte past the answered ones takes a new request, even inside the
+  // first one's range: only the newest request is still answered.
+  auto beyond = readAsync(9999, 2);
+  auto second = delegate_->waitForRequest(1);
+  ASSERT_TRUE(second);
+  EXPECT_EQ(second->requestedOffset(), 9999);
+  runtime_.mainQueue().async([second] {
+    second->respond(std::vector<std::uint8_t>(100, 9));
+    second->finishLoading();
+  });
+  ASSERT_EQ(beyond.wait_for(20s), std::future_status::ready);
+  EXPECT_EQ(beyond.get().bytes, (std::vector<std::uint8_t>{9, 9}));
+  // The request before it still serves what it was answered.
+  EXPECT_EQ(source_->read(2000, 100).bytes.front(), bytes[1000]);
+  EXPECT_EQ(delegate_->requests.size(), 2u);
+
+  // Once the asset's loading is cancelled nothing is served, not even
+  // bytes in memory.
+  asset_->cancelLoading();
+  EXPECT_EQ(source_->read(10000, 50).outcome, LoadingRequest::Outcome::Failed);
+  EXPECT_EQ(delegate_->requests.size(), 2u);
 }
 
 TEST_F(ByteRangeSourceThreadedTest, AFlushBreaksTheWaitingReadAndRefusesReadsUntilItStops) {

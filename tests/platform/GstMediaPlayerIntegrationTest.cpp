@@ -141,13 +141,13 @@ class GstMediaPlayerIntegrationTest : public ::testing::Test {
   }
 
   void open(std::shared_ptr<MediaAsset> asset, bool playWhenReady,
-            MediaTime startAt = MediaTime::zero()) {
+            MediaTime startAt = MediaTime::zero(), bool watched = true) {
     onMain([&] {
       item_ = factory_.makeItem(std::move(asset));
       if (startAt > MediaTime::zero()) item_->seekTo(startAt);
       item_->setObserver(observer(playWhenReady));
       player_ = factory_.makePlayer(item_);
-      player_->setFrameSink(&recorder_);
+      if (watched) player_->setFrameSink(&recorder_);
     });
   }
 
@@ -241,6 +241,35 @@ TEST_F(GstMediaPlayerIntegrationTest, BrokenFilesFailWithoutPlayingToTheEnd) {
     recorder_.record([](Recorder& r) { EXPECT_EQ(r.endCount, 0); });
     onMain([this] { EXPECT_FALSE(item_->error().empty()); });
   }
+}
+
+TEST_F(GstMediaPlayerIntegrationTest, WithoutASinkThePrerolledPictureWaitsForOneAndEndsStillCount) {
+  open(MediaAsset::fromFile(test::TestMedia::clip()), false, MediaTime::zero(), false);
+  ASSERT_TRUE(recorder_.waitFor([](Recorder& r) { return r.readyCount > 0 || r.failedCount > 0; }));
+  onMain([] {});
+  recorder_.record([](Recorder& r) { EXPECT_EQ(r.frames, 0); });
+  // A screen that comes later shows the first picture before playing.
+  onMain([this] { player_->setFrameSink(&recorder_); });
+  ASSERT_TRUE(recorder_.waitFor([](Recorder& r) { return r.frames > 0; }));
+  recorder_.record([](Recorder& r) {
+    EXPECT_EQ(r.frames, 1);
+    EXPECT_EQ(r.width, 320);
+    ASSERT_EQ(r.framesAfterReady.size(), 1u);
+    EXPECT_EQ(r.framesAfterReady.front(), MediaTime::zero());
+  });
+
+  // Where the pictures stopped is known unwatched: a file cut short does
+  // not pass for played to the end.
+  const auto clip = test::readFile(test::TestMedia::clip());
+  recorder_.record([](Recorder& r) { static_cast<Counts&>(r) = Counts{}; });
+  open(MediaAsset::fromFile(writeFile("cut.mp4", clip.substr(0, clip.size() * 2 / 5))), true,
+       MediaTime::zero(), false);
+  ASSERT_TRUE(recorder_.waitFor(
+      [](Recorder& r) { return r.failedCount > 0 || r.failedToEndCount > 0 || r.endCount > 0; }));
+  recorder_.record([](Recorder& r) {
+    EXPECT_EQ(r.endCount, 0);
+    EXPECT_EQ(r.frames, 0);
+  });
 }
 
 TEST_F(GstMediaPlayerIntegrationTest, ACustomLoaderItemStallsOnAGrowingFileAndCompletes) {

@@ -85,5 +85,40 @@ TEST(LoadingRequestTest, FinishingEarlyReturnsWhatCameAndCancellingFails) {
   EXPECT_EQ(refused.waitForAnswer().outcome, LoadingRequest::Outcome::Failed);
 }
 
+TEST(LoadingRequestTest, APartIsAnsweredOnceItsBytesAreThereAndTheRequestStaysOpen) {
+  LoadingRequest ahead(1000, 8000);
+  ahead.respond(bytes(3000));
+  EXPECT_FALSE(ahead.answeredPart(3000, 2000));  // 1000 bytes short
+  EXPECT_TRUE(ahead.isWaitingForPart(3000, 2000));
+  EXPECT_FALSE(ahead.answeredPart(500, 100));  // before the request
+  const auto first = ahead.waitForPart(1500, 500);
+  EXPECT_EQ(first.outcome, LoadingRequest::Outcome::Answered);
+  ASSERT_EQ(first.bytes.size(), 500u);
+  EXPECT_EQ(first.bytes.front(), bytes(3000)[500]);
+  // Taking a part leaves the request to the delegate.
+  ahead.respond(bytes(2000, 100));
+  EXPECT_FALSE(ahead.isWaitingForPart(3000, 2000));
+  EXPECT_EQ(ahead.answeredPart(3900, 200)->bytes.back(), 100 + 99);
+
+  // The end of the resource shortens what a part needs; a request finished
+  // early gives what came.
+  ahead.contentInformationRequest().setContentLength(6000);
+  EXPECT_EQ(ahead.answeredPart(5500, 4096)->bytes.size(), 500u);
+  EXPECT_TRUE(ahead.answeredPart(6000, 10)->bytes.empty());
+  LoadingRequest cut(0, 8000);
+  cut.respond(bytes(100));
+  cut.finishLoading();
+  const auto last = cut.waitForPart(50, 200);
+  EXPECT_EQ(last.outcome, LoadingRequest::Outcome::Finished);
+  EXPECT_EQ(last.bytes.size(), 50u);
+  cut.cancel();  // too late to fail what finished
+  EXPECT_TRUE(cut.answeredPart(0, 100));
+  LoadingRequest cancelled(0, 8000);
+  cancelled.respond(bytes(100));
+  cancelled.cancel();
+  EXPECT_FALSE(cancelled.answeredPart(0, 10));
+  EXPECT_EQ(cancelled.waitForPart(0, 10).outcome, LoadingRequest::Outcome::Failed);
+}
+
 }  // namespace
 }  // namespace zivora::media

@@ -29,10 +29,23 @@ struct GstMediaItem::Streaming {
   std::atomic<std::uint64_t> readOffset{0};
   // The presentation time of the latest picture, or -1.
   std::atomic<std::int64_t> lastFrameTime{-1};
+  // Set when the item goes: the sound device is no longer worth opening.
+  std::atomic<bool> stopping{false};
+
+  ~Streaming() {
+    if (unseenSample) gst_sample_unref(unseenSample);
+  }
 
   std::mutex frameMutex;
   std::optional<media::VideoFrame> latestFrame;
   bool frameDeliveryPending = false;
+  // Whether a frame sink takes the pictures. Without one, the newest
+  // picture is only kept as it came from the decoder: converting it costs
+  // a few milliseconds (more on fresh memory), and a picture made in the
+  // preroll would hold up the item's readiness for a screen that may never
+  // show it.
+  bool watched = false;
+  GstSample* unseenSample = nullptr;
 
   template <class Member, class... Args>
   void post(const char* method, Member member, Args... args) {
@@ -43,8 +56,23 @@ struct GstMediaItem::Streaming {
     });
   }
 
+  // Takes the sample when nobody watches the pictures.
+  bool keepUnlessWatched(GstSample* sample) {
+    std::lock_guard lock(frameMutex);
+    if (watched) return false;
+    if (unseenSample) gst_sample_unref(unseenSample);
+    unseenSample = sample;
+    return true;
+  }
+
+  // The kept picture, if any, when a sink starts to watch (the caller owns it).
+  GstSample* setWatched(bool watching) {
+    std::lock_guard lock(frameMutex);
+    watched = watching;
+    return watching ? std::exchange(unseenSample, nullptr) : nullptr;
+  }
+
   void offerFrame(media::VideoFrame frame) {
-    if (frame.presentationTime.isValid()) lastFrameTime.store(frame.presentationTime.nanoseconds());
     std::lock_guard lock(frameMutex);
     // A picture the main queue had no time for: its buffer serves again.
     if (latestFrame) keep(std::move(latestFrame->pixels));
@@ -187,13 +215,24 @@ std::optional<media::VideoFrame> frameOf(GstSample* sample, std::vector<std::uin
   return frame;
 }
 
-GstFlowReturn takeSample(GstSample* sample, gpointer data) {
-  if (!sample) return GST_FLOW_OK;
-  auto& streaming = streamingOf(data);
+// Converts a sample for the sink and hands it to the main queue; takes the
+// sample.
+void offerSample(GstMediaItem::Streaming& streaming, GstSample* sample) {
   if (auto frame = frameOf(sample, streaming.takeSpareBuffer())) {
     streaming.offerFrame(std::move(*frame));
   }
   gst_sample_unref(sample);
+}
+
+GstFlowReturn takeSample(GstSample* sample, gpointer data) {
+  if (!sample) return GST_FLOW_OK;
+  auto& streaming = streamingOf(data);
+  // How far the pictures went counts whether or not anyone looks at them.
+  GstBuffer* buffer = gst_sample_get_buffer(sample);
+  if (buffer && GST_BUFFER_PTS_IS_VALID(buffer)) {
+    streaming.lastFrameTime.store(static_cast<std::int64_t>(GST_BUFFER_PTS(buffer)));
+  }
+  if (!streaming.keepUnlessWatched(sample)) offerSample(streaming, sample);
   return GST_FLOW_OK;
 }
 
@@ -266,7 +305,28 @@ void onSourceSetup(GstElement*, GstElement* source, gpointer data) {
                             holdStreaming(*static_cast<StreamingRef*>(data)), releaseStreaming);
 }
 
+// autoaudiosink tries the machine's sound outputs (a sound server first,
+// then the others) when it first goes to READY. playsink does that on the
+// demuxer's thread once the streams are known, which holds up the preroll
+// for as long as the tries take; made early on GStreamer's own pool, it
+// overlaps the reading of the file's header. playsink's own READY is then
+// a no-op.
+void openSoundEarly(GstElement* sink, gpointer data) {
+  GST_STATE_LOCK(sink);
+  if (!streamingOf(data).stopping.load() && GST_STATE(sink) == GST_STATE_NULL &&
+      GST_STATE_PENDING(sink) == GST_STATE_VOID_PENDING) {
+    gst_element_set_state(sink, GST_STATE_READY);
+  }
+  GST_STATE_UNLOCK(sink);
+}
+
+// playbin's defaults that an ad never uses: subtitles, and the deinterlacer
+// and colour-balance elements it would otherwise build into the video chain
+// (building and negotiating them is a good part of a preroll).
 constexpr guint kPlayFlagText = 1u << 2;
+constexpr guint kPlayFlagDeinterlace = 1u << 9;
+constexpr guint kPlayFlagSoftColorbalance = 1u << 10;
+constexpr guint kUnusedPlayFlags = kPlayFlagText | kPlayFlagDeinterlace | kPlayFlagSoftColorbalance;
 // How far before its duration a stream may end and still count as played
 // to the end (audio and video tracks rarely end on the same sample).
 constexpr MediaTime kEndTolerance = MediaTime::fromNanoseconds(500'000'000);
@@ -292,14 +352,22 @@ GstMediaItem::GstMediaItem(std::shared_ptr<media::MediaAsset> asset, dispatch::Q
 
 GstMediaItem::~GstMediaItem() {
   prerollWatchdog_.cancel();
+  streaming_->stopping.store(true);
   // A streaming thread blocked in a read would hold up the state change.
   if (streaming_->source) streaming_->source->shutdown();
-  if (!pipeline_) return;
-  gst_element_set_state(pipeline_, GST_STATE_NULL);
-  GstBus* bus = gst_element_get_bus(pipeline_);
-  gst_bus_set_sync_handler(bus, nullptr, nullptr, nullptr);
-  gst_object_unref(bus);
-  gst_object_unref(pipeline_);
+  if (pipeline_) {
+    gst_element_set_state(pipeline_, GST_STATE_NULL);
+    GstBus* bus = gst_element_get_bus(pipeline_);
+    gst_bus_set_sync_handler(bus, nullptr, nullptr, nullptr);
+    gst_object_unref(bus);
+    gst_object_unref(pipeline_);
+  }
+  // Opened early but never taken into the pipeline (an item that went
+  // before its streams were known): closed here, after any early opening.
+  if (audioSink_) {
+    gst_element_set_state(audioSink_, GST_STATE_NULL);
+    gst_object_unref(audioSink_);
+  }
 }
 
 bool GstMediaItem::start(AudioOutput audio) {
@@ -313,14 +381,8 @@ bool GstMediaItem::start(AudioOutput audio) {
   streaming_->pipeline = pipeline_;
   guint flags = 0;
   g_object_get(pipeline_, "flags", &flags, nullptr);
-  g_object_set(pipeline_, "video-sink", videoSink, "flags", flags & ~kPlayFlagText, nullptr);
-  if (audio == AudioOutput::Discard) {
-    GstElement* audioSink = gst_element_factory_make("fakesink", nullptr);
-    if (audioSink) {
-      g_object_set(audioSink, "sync", TRUE, nullptr);
-      g_object_set(pipeline_, "audio-sink", audioSink, nullptr);
-    }
-  }
+  g_object_set(pipeline_, "video-sink", videoSink, "flags", flags & ~kUnusedPlayFlags, nullptr);
+  setAudioSink(audio);
   attachBus();
 
   std::string uri;
@@ -342,6 +404,21 @@ bool GstMediaItem::start(AudioOutput audio) {
   }
   g_object_set(pipeline_, "uri", uri.c_str(), nullptr);
   return gst_element_set_state(pipeline_, GST_STATE_PAUSED) != GST_STATE_CHANGE_FAILURE;
+}
+
+void GstMediaItem::setAudioSink(AudioOutput audio) {
+  if (audio == AudioOutput::Discard) {
+    if (GstElement* sink = gst_element_factory_make("fakesink", nullptr)) {
+      g_object_set(sink, "sync", TRUE, nullptr);
+      g_object_set(pipeline_, "audio-sink", sink, nullptr);
+    }
+    return;
+  }
+  audioSink_ = gst_element_factory_make("autoaudiosink", nullptr);
+  if (!audioSink_) return;
+  gst_object_ref_sink(audioSink_);
+  g_object_set(pipeline_, "audio-sink", audioSink_, nullptr);
+  gst_element_call_async(audioSink_, openSoundEarly, holdStreaming(streaming_), releaseStreaming);
 }
 
 GstElement* GstMediaItem::makeVideoSink() {
@@ -450,6 +527,13 @@ void GstMediaItem::failed(std::string message) {
 void GstMediaItem::stalled() {
   if (status_ != MediaItemStatus::ReadyToPlay) return;
   if (auto notify = observer_.playbackStalled) notify();
+}
+
+void GstMediaItem::setFrameSink(media::FrameSink* sink) {
+  frameSink_ = sink;
+  if (GstSample* unseen = streaming_->setWatched(sink != nullptr)) {
+    offerSample(*streaming_, unseen);
+  }
 }
 
 void GstMediaItem::deliverFrame() {

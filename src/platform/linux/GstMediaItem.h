@@ -57,13 +57,16 @@ class GstMediaItem final : public media::MediaItem,
   media::MediaTime position() const;
   void setMuted(bool muted);
   bool isMuted() const;
-  void setFrameSink(media::FrameSink* sink) { frameSink_ = sink; }
+  // A sink that comes after the pictures stopped (a prerolled item) gets
+  // the newest one.
+  void setFrameSink(media::FrameSink* sink);
 
   struct Streaming;  // what the streaming threads share with the item
 
  private:
   GstMediaItem(std::shared_ptr<media::MediaAsset> asset, dispatch::Queue& mainQueue);
   bool start(AudioOutput audio);
+  void setAudioSink(AudioOutput audio);
   GstElement* makeVideoSink();
   void attachBus();
 
@@ -81,6 +84,7 @@ class GstMediaItem final : public media::MediaItem,
   dispatch::Queue& mainQueue_;
   std::shared_ptr<Streaming> streaming_;
   GstElement* pipeline_ = nullptr;
+  GstElement* audioSink_ = nullptr;  // the automatic one, held to close it
   dispatch::TaskHandle prerollWatchdog_;
 
   media::MediaItemStatus status_ = media::MediaItemStatus::Unknown;

@@ -2,9 +2,11 @@
 
 #include <atomic>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 
 #include "platform/dispatch/Queue.h"
 #include "platform/media/LoadingRequest.h"
@@ -18,13 +20,27 @@ namespace zivora::media {
 // it is answered. shutdown() (or the asset's cancelLoading()) breaks a
 // waiting read at once, so the main queue never waits for a streaming
 // thread blocked here.
+//
+// A demuxer reads sample by sample, a few hundred bytes of sound between
+// the pictures, and a round trip through the main queue for each would
+// make the player wait for whatever the main queue is doing (the download's
+// chunks, above all). So each request asks for at least `readAhead` bytes
+// and the reader takes only the part it needs; later reads that fall in
+// the bytes the last two requests have been answered so far are served
+// from them at once (two: the header's request must survive the demuxer's
+// look at the end of the file). A read that needs bytes they do not have
+// yet makes a new request, as before: only the newest request is one the
+// delegate still answers.
 class ByteRangeSource : public std::enable_shared_from_this<ByteRangeSource> {
  public:
+  // One answer slice.
+  static constexpr std::int64_t kDefaultReadAhead = LoadingRequest::kMaxSliceBytes;
+
   // Made with std::make_shared: main-queue work holds it weakly.
   // `stalled` runs on the main queue when a read waits for bytes while the
   // player is playing.
   ByteRangeSource(std::shared_ptr<MediaAsset> asset, dispatch::Queue& mainQueue,
-                  std::function<void()> stalled);
+                  std::function<void()> stalled, std::int64_t readAhead = kDefaultReadAhead);
   ByteRangeSource(const ByteRangeSource&) = delete;
   ByteRangeSource& operator=(const ByteRangeSource&) = delete;
 
@@ -54,18 +70,36 @@ class ByteRangeSource : public std::enable_shared_from_this<ByteRangeSource> {
   std::int64_t contentLength() const { return contentLength_.load(); }
 
  private:
-  void offerToDelegate(const std::shared_ptr<LoadingRequest>& request);
+  // The part of a request that a reader waits for.
+  struct Part {
+    std::shared_ptr<LoadingRequest> request;
+    std::int64_t offset = 0;
+    std::int64_t length = 0;
+    bool isWaiting() const { return request->isWaitingForPart(offset, length); }
+  };
+
+  void offerToDelegate(const Part& part);
+  // Under mutex_.
+  std::optional<LoadingRequest::Answer> answeredLocked(std::int64_t offset,
+                                                       std::int64_t length) const;
+  void forgetLocked(std::shared_ptr<LoadingRequest> request);
+
+  static constexpr std::size_t kKeptRequests = 2;
 
   const std::shared_ptr<MediaAsset> asset_;
   dispatch::Queue& mainQueue_;
   const std::function<void()> stalled_;
+  const std::int64_t readAhead_;
   std::atomic<bool> playing_{false};
   std::atomic<std::int64_t> contentLength_{-1};
 
   std::mutex mutex_;
   bool shutDown_ = false;
   bool flushing_ = false;
-  std::shared_ptr<LoadingRequest> current_;
+  // The latest requests, oldest first, whose answered bytes serve later
+  // reads.
+  std::deque<std::shared_ptr<LoadingRequest>> recent_;
+  std::optional<Part> waiting_;
 };
 
 }  // namespace zivora::media

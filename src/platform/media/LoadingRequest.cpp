@@ -62,6 +62,11 @@ void LoadingRequest::respond(const std::uint8_t* data, std::size_t size) {
   {
     std::lock_guard lock(mutex_);
     if (finished_ || failed_ || data == nullptr) return;
+    // One allocation for a read of up to a slice, however many pieces it
+    // is answered in: fresh memory is costly enough to take it once.
+    if (bytes_.capacity() == 0) {
+      bytes_.reserve(static_cast<std::size_t>(std::min(requestedLength_, kMaxSliceBytes)));
+    }
     const auto room = static_cast<std::size_t>(requestedLength_) - bytes_.size();
     bytes_.insert(bytes_.end(), data, data + std::min(size, room));
   }
@@ -127,6 +132,47 @@ LoadingRequest::Answer LoadingRequest::waitForAnswer() {
   answer.bytes.assign(bytes_.begin(), bytes_.begin() + static_cast<std::ptrdiff_t>(used));
   finished_ = true;
   return answer;
+}
+
+std::int64_t LoadingRequest::partEndLocked(std::int64_t offset, std::int64_t length) const {
+  const std::int64_t end = offset + std::max<std::int64_t>(length, 0);
+  return contentLength_ > 0 ? std::clamp(contentLength_, offset, end) : end;
+}
+
+bool LoadingRequest::partAnsweredLocked(std::int64_t offset, std::int64_t length) const {
+  return offset >= requestedOffset_ &&
+         partEndLocked(offset, length) <=
+             requestedOffset_ + static_cast<std::int64_t>(bytes_.size());
+}
+
+std::vector<std::uint8_t> LoadingRequest::copyLocked(std::int64_t offset,
+                                                     std::int64_t length) const {
+  const std::int64_t answeredEnd = requestedOffset_ + static_cast<std::int64_t>(bytes_.size());
+  const std::int64_t from = std::max(offset, requestedOffset_);
+  const std::int64_t to = std::min(partEndLocked(offset, length), answeredEnd);
+  if (to <= from) return {};
+  const auto begin = bytes_.begin() + static_cast<std::ptrdiff_t>(from - requestedOffset_);
+  return {begin, begin + static_cast<std::ptrdiff_t>(to - from)};
+}
+
+std::optional<LoadingRequest::Answer> LoadingRequest::answeredPart(std::int64_t offset,
+                                                                   std::int64_t length) const {
+  std::lock_guard lock(mutex_);
+  if (failed_ || !partAnsweredLocked(offset, length)) return std::nullopt;
+  return Answer{Outcome::Answered, copyLocked(offset, length)};
+}
+
+LoadingRequest::Answer LoadingRequest::waitForPart(std::int64_t offset, std::int64_t length) {
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [&] { return finished_ || failed_ || partAnsweredLocked(offset, length); });
+  if (failed_) return {};
+  const auto outcome = partAnsweredLocked(offset, length) ? Outcome::Answered : Outcome::Finished;
+  return Answer{outcome, copyLocked(offset, length)};
+}
+
+bool LoadingRequest::isWaitingForPart(std::int64_t offset, std::int64_t length) const {
+  std::lock_guard lock(mutex_);
+  return !finished_ && !failed_ && !partAnsweredLocked(offset, length);
 }
 
 }  // namespace zivora::media

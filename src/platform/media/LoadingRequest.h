@@ -95,6 +95,7 @@ class LoadingRequest {
 
   // Blocks until the read can return. A read needs requestedLength() bytes,
   // or fewer when the content length says the resource ends before that.
+  // The request takes no answers afterwards.
   Answer waitForAnswer();
   // True while the reader still waits for bytes: neither enough answered
   // nor finished nor cancelled.
@@ -102,9 +103,29 @@ class LoadingRequest {
   // Breaks a waiting read, which fails; later answers are dropped.
   void cancel();
 
+  // A reader that asked for more than it needs at once (a read ahead) takes
+  // the part it needs, [offset, offset + length) within the request, and
+  // later parts as the delegate answers them; the request stays open for
+  // the delegate meanwhile. As with the whole read, a part needs fewer bytes
+  // when the content length says the resource ends first.
+
+  // The part, when every byte it needs has been answered.
+  std::optional<Answer> answeredPart(std::int64_t offset, std::int64_t length) const;
+  // Blocks until the part is answered, or the request is finished (the
+  // bytes that came) or cancelled.
+  Answer waitForPart(std::int64_t offset, std::int64_t length);
+  // True while the part lacks bytes and the request is neither finished nor
+  // cancelled.
+  bool isWaitingForPart(std::int64_t offset, std::int64_t length) const;
+
  private:
   std::int64_t neededLocked() const;
   bool doneLocked() const;
+  // Where the bytes that [offset, offset + length) needs end.
+  std::int64_t partEndLocked(std::int64_t offset, std::int64_t length) const;
+  bool partAnsweredLocked(std::int64_t offset, std::int64_t length) const;
+  // Bytes [offset, min(offset + length, end of the answered bytes)).
+  std::vector<std::uint8_t> copyLocked(std::int64_t offset, std::int64_t length) const;
 
   const std::int64_t requestedOffset_;
   const std::int64_t requestedLength_;
