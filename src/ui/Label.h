@@ -51,6 +51,7 @@ class Label : public View {
 
  protected:
   void draw(cairo_t* cr) override;
+  bool drawsContent() const override { return !text_.empty(); }
 
  private:
   struct GObjectDeleter {

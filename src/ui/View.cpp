@@ -170,8 +170,17 @@ Rect View::drawnExtent() const {
   return {{minX, minY}, {maxX - minX, maxY - minY}};
 }
 
+bool View::drawsNothing() const {
+  if ((backgroundColor_ && backgroundColor_->alpha > 0) || layer_ || drawsContent()) return false;
+  return std::all_of(subviews_.begin(), subviews_.end(), [](const std::shared_ptr<View>& view) {
+    return view->hidden_ || view->alpha_ <= 0 || view->drawsNothing();
+  });
+}
+
 void View::render(cairo_t* cr) {
-  if (hidden_ || alpha_ <= 0) return clearNeedsDisplay();
+  // A view with nothing to paint opens no group either: a nearly clear
+  // full-screen button would otherwise blend the whole screen every frame.
+  if (hidden_ || alpha_ <= 0 || drawsNothing()) return clearNeedsDisplay();
   needsDisplay_ = false;
   cairo_save(cr);
   cairo_translate(cr, frame_.minX() + translation_.x, frame_.minY() + translation_.y);

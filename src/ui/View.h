@@ -90,6 +90,9 @@ class View : public std::enable_shared_from_this<View> {
  protected:
   // Draws the view's own content in its bounds, above the background.
   virtual void draw(cairo_t* /*cr*/) {}
+  // Whether draw() would paint anything now; views that override draw()
+  // say so, and a view tree that paints nothing is skipped whole.
+  virtual bool drawsContent() const { return false; }
   virtual void handleTap();
 
  private:
@@ -97,6 +100,9 @@ class View : public std::enable_shared_from_this<View> {
   // inside it still reaches the root.
   void clearNeedsDisplay();
   void fillBackground(cairo_t* cr) const;
+  // Nothing in the subtree would reach the canvas: no visible background,
+  // layer or content (a clear button that only catches taps).
+  bool drawsNothing() const;
 
   Rect frame_;
   bool hidden_ = false;

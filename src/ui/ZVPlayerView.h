@@ -24,6 +24,7 @@ class ZVPlayerView : public View, private media::FrameSink {
 
  protected:
   void draw(cairo_t* cr) override;
+  bool drawsContent() const override { return hasPicture(); }
 
  private:
   // Keeps the newest frame in cairo's pixel order for the next draw.
