@@ -91,6 +91,7 @@ void View::removeFromSuperview() {
 }
 
 void View::setNeedsDisplay() {
+  changed_ = true;
   for (View* view = this; view && !view->needsDisplay_; view = view->superview_) {
     view->needsDisplay_ = true;
   }
@@ -127,11 +128,6 @@ bool View::tap(Point point) {
 
 void View::handleTap() {
   if (tapHandler_) tapHandler_();
-}
-
-void View::clearNeedsDisplay() {
-  needsDisplay_ = false;
-  for (auto& view : subviews_) view->clearNeedsDisplay();
 }
 
 void View::fillBackground(cairo_t* cr) const {
@@ -177,22 +173,66 @@ bool View::drawsNothing() const {
   });
 }
 
-void View::render(cairo_t* cr) {
-  // A view with nothing to paint opens no group either: a nearly clear
-  // full-screen button would otherwise blend the whole screen every frame.
-  if (hidden_ || alpha_ <= 0 || drawsNothing()) return clearNeedsDisplay();
+Rect View::opaqueRect() const {
+  const bool opaque = backgroundColor_ && backgroundColor_->alpha >= 1 && cornerRadius_ <= 0;
+  return opaque ? bounds() : Rect{};
+}
+
+cairo_matrix_t View::placed(const cairo_matrix_t& toDevice) const {
+  cairo_matrix_t matrix = toDevice;
+  cairo_matrix_translate(&matrix, frame_.minX() + translation_.x, frame_.minY() + translation_.y);
+  return matrix;
+}
+
+void View::settle(const cairo_matrix_t& toDevice, bool drawn) {
+  drawn = drawn && isDrawn();
+  const cairo_matrix_t matrix = placed(toDevice);
+  composedExtent_ = drawn ? PixelRegion::touchedBy(matrix, drawnExtent()) : cairo_rectangle_int_t{};
   needsDisplay_ = false;
-  cairo_save(cr);
-  cairo_translate(cr, frame_.minX() + translation_.x, frame_.minY() + translation_.y);
-  const bool translucent = alpha_ < 1;
-  if (translucent) {
-    // A group is as large as the clip: kept to what this view draws, a
-    // small translucent control does not blend the whole screen.
-    const Rect extent = drawnExtent();
-    cairo_rectangle(cr, extent.minX(), extent.minY(), extent.width(), extent.height());
-    cairo_clip(cr);
-    cairo_push_group(cr);
+  changed_ = false;
+  for (auto& view : subviews_) view->settle(matrix, drawn);
+}
+
+void View::collectDamage(const cairo_matrix_t& toDevice, PixelRegion& damage) const {
+  if (!needsDisplay_) return;
+  const cairo_matrix_t matrix = placed(toDevice);
+  if (!changed_) {
+    for (const auto& view : subviews_) view->collectDamage(matrix, damage);
+    return;
   }
+  // The old and the new place cover whatever moved or changed inside.
+  damage.add(composedExtent_);
+  if (isDrawn()) damage.add(PixelRegion::touchedBy(matrix, drawnExtent()));
+}
+
+bool View::opaquelyCovers(const cairo_matrix_t& toDevice, const cairo_rectangle_int_t& area) const {
+  if (alpha_ < 1 || !isDrawn()) return false;
+  const cairo_matrix_t matrix = placed(toDevice);
+  if (PixelRegion::encloses(PixelRegion::coveredBy(matrix, opaqueRect()), area)) return true;
+  return std::any_of(subviews_.begin(), subviews_.end(), [&](const std::shared_ptr<View>& view) {
+    return view->opaquelyCovers(matrix, area);
+  });
+}
+
+bool View::ownPaintingHidden(const cairo_matrix_t& placedToDevice,
+                             const cairo_rectangle_int_t& clip) const {
+  // Content may reach a little past the bounds, as drawnExtent() allows.
+  constexpr double kMargin = 4;
+  const bool background = backgroundColor_ && backgroundColor_->alpha > 0;
+  const bool content = layer_ || drawsContent();
+  if (!background && !content) return true;
+  Rect own = bounds();
+  if (content)
+    own = {{-kMargin, -kMargin}, {own.width() + 2 * kMargin, own.height() + 2 * kMargin}};
+  const cairo_rectangle_int_t area =
+      PixelRegion::intersection(PixelRegion::touchedBy(placedToDevice, own), clip);
+  if (PixelRegion::isEmpty(area)) return true;
+  return std::any_of(subviews_.begin(), subviews_.end(), [&](const std::shared_ptr<View>& view) {
+    return view->opaquelyCovers(placedToDevice, area);
+  });
+}
+
+void View::paintOwn(cairo_t* cr) {
   if (backgroundColor_) {
     cairo_set_source_rgba(cr, backgroundColor_->red, backgroundColor_->green,
                           backgroundColor_->blue, backgroundColor_->alpha);
@@ -202,6 +242,45 @@ void View::render(cairo_t* cr) {
   if (layer_) layer_->drawInContext(cr);
   draw(cr);
   cairo_restore(cr);
+}
+
+namespace {
+// The clip's bounding box in device pixels.
+cairo_rectangle_int_t deviceClip(cairo_t* cr) {
+  double x0, y0, x1, y1;
+  cairo_clip_extents(cr, &x0, &y0, &x1, &y1);
+  cairo_matrix_t matrix;
+  cairo_get_matrix(cr, &matrix);
+  return PixelRegion::touchedBy(matrix, {{x0, y0}, {x1 - x0, y1 - y0}});
+}
+}  // namespace
+
+void View::render(cairo_t* cr) {
+  cairo_matrix_t toDevice;
+  cairo_get_matrix(cr, &toDevice);
+  // A view with nothing to paint opens no group either: a nearly clear
+  // full-screen button would otherwise blend the whole screen every frame.
+  if (!isDrawn()) return settle(toDevice, false);
+  const cairo_matrix_t matrix = placed(toDevice);
+  const cairo_rectangle_int_t clip = deviceClip(cr);
+  const Rect extent = drawnExtent();
+  composedExtent_ = PixelRegion::touchedBy(matrix, extent);
+  if (PixelRegion::isEmpty(PixelRegion::intersection(composedExtent_, clip))) {
+    return settle(toDevice, true);
+  }
+  needsDisplay_ = false;
+  changed_ = false;
+  cairo_save(cr);
+  cairo_translate(cr, frame_.minX() + translation_.x, frame_.minY() + translation_.y);
+  const bool translucent = alpha_ < 1;
+  if (translucent) {
+    // A group is as large as the clip: kept to what this view draws, a
+    // small translucent control does not blend the whole screen.
+    cairo_rectangle(cr, extent.minX(), extent.minY(), extent.width(), extent.height());
+    cairo_clip(cr);
+    cairo_push_group(cr);
+  }
+  if (!ownPaintingHidden(matrix, clip)) paintOwn(cr);
   for (auto& view : subviews_) view->render(cr);
   if (translucent) {
     cairo_pop_group_to_source(cr);

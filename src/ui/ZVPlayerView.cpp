@@ -1,6 +1,7 @@
 #include "ui/ZVPlayerView.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 
 namespace zivora::ui {
@@ -34,19 +35,44 @@ void ZVPlayerView::videoFrame(const media::VideoFrame& frame) {
   setNeedsDisplay();
 }
 
+Rect ZVPlayerView::pictureRect() const {
+  if (width_ <= 0 || height_ <= 0) return {};
+  const Size box = bounds().size;
+  const double scale = std::min(box.width / width_, box.height / height_);
+  const Size fitted{width_ * scale, height_ * scale};
+  return {{(box.width - fitted.width) / 2, (box.height - fitted.height) / 2}, fitted};
+}
+
+Rect ZVPlayerView::opaqueRect() const {
+  const Rect background = View::opaqueRect();
+  return background.width() > 0 ? background : pictureRect();
+}
+
+bool ZVPlayerView::landsPixelForPixel(cairo_t* cr) {
+  cairo_matrix_t matrix;
+  cairo_get_matrix(cr, &matrix);
+  return matrix.xx == 1 && matrix.yy == 1 && matrix.xy == 0 && matrix.yx == 0 &&
+         matrix.x0 == std::round(matrix.x0) && matrix.y0 == std::round(matrix.y0);
+}
+
 void ZVPlayerView::draw(cairo_t* cr) {
   if (width_ <= 0 || height_ <= 0) return;
   // Video is opaque: as RGB24 the picture is copied, not blended.
   cairo_surface_t* picture = cairo_image_surface_create_for_data(pixels_.data(), CAIRO_FORMAT_RGB24,
                                                                  width_, height_, width_ * 4);
-  const Size box = bounds().size;
-  const double scale = std::min(box.width / width_, box.height / height_);
-  cairo_translate(cr, (box.width - width_ * scale) / 2, (box.height - height_ * scale) / 2);
-  cairo_scale(cr, scale, scale);
+  const Rect placed = pictureRect();
+  cairo_translate(cr, placed.minX(), placed.minY());
+  cairo_scale(cr, placed.width() / width_, placed.height() / height_);
   cairo_set_source_surface(cr, picture, 0, 0);
-  // Edge pixels repeat instead of fading into the border when scaled.
-  cairo_pattern_set_extend(cairo_get_source(cr), CAIRO_EXTEND_PAD);
   cairo_rectangle(cr, 0, 0, width_, height_);
+  if (landsPixelForPixel(cr)) {
+    // A straight copy: pixman's fastest path, with nothing to filter,
+    // pad or blend.
+    cairo_set_operator(cr, CAIRO_OPERATOR_SOURCE);
+  } else {
+    // Edge pixels repeat instead of fading into the border when scaled.
+    cairo_pattern_set_extend(cairo_get_source(cr), CAIRO_EXTEND_PAD);
+  }
   cairo_fill(cr);
   cairo_surface_destroy(picture);
 }

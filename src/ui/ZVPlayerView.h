@@ -25,10 +25,17 @@ class ZVPlayerView : public View, private media::FrameSink {
  protected:
   void draw(cairo_t* cr) override;
   bool drawsContent() const override { return hasPicture(); }
+  // The picture is opaque: it hides whatever lies under it.
+  Rect opaqueRect() const override;
 
  private:
   // Keeps the newest frame in cairo's pixel order for the next draw.
   void videoFrame(const media::VideoFrame& frame) override;
+  // Where the picture lies, aspect-fit and centred, in the view's points.
+  Rect pictureRect() const;
+  // Whether a picture drawn at the context's origin meets the device pixel
+  // for pixel: unscaled, at a whole-pixel offset.
+  static bool landsPixelForPixel(cairo_t* cr);
 
   std::shared_ptr<media::MediaPlayer> player_;
   int width_ = 0;
