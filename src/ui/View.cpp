@@ -147,12 +147,12 @@ void View::fillBackground(cairo_t* cr) const {
   cairo_fill(cr);
 }
 
-// The bounds and every visible subview's extent, with a margin for what
-// is drawn just past a frame (text outlines, antialiased edges).
+// The bounds, what the view's painting reaches past them, and every visible
+// subview's extent.
 Rect View::drawnExtent() const {
-  constexpr double kMargin = 4;
-  double minX = -kMargin, minY = -kMargin;
-  double maxX = frame_.width() + kMargin, maxY = frame_.height() + kMargin;
+  const double reach = overflow();
+  double minX = -reach, minY = -reach;
+  double maxX = frame_.width() + reach, maxY = frame_.height() + reach;
   for (const auto& view : subviews_) {
     if (view->hidden_) continue;
     const Rect inner = view->drawnExtent();

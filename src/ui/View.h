@@ -30,7 +30,8 @@ class View : public std::enable_shared_from_this<View> {
   const Rect& frame() const { return frame_; }
   void setFrame(const Rect& frame);
   Rect bounds() const { return {{0, 0}, frame_.size}; }
-  // What drawing the view may cover, in its own coordinates.
+  // What drawing the view and its visible subviews may cover, in its own
+  // coordinates.
   Rect drawnExtent() const;
 
   bool isHidden() const { return hidden_; }
@@ -110,6 +111,9 @@ class View : public std::enable_shared_from_this<View> {
   virtual bool drawsContent() const { return false; }
   // The part of the bounds the view's own painting leaves opaque.
   virtual Rect opaqueRect() const;
+  // How far the view's own painting may reach past its bounds (text
+  // outlines); backgrounds, images and layers stay inside.
+  virtual double overflow() const { return 0; }
   virtual void handleTap();
 
  private:

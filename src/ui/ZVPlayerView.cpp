@@ -1,7 +1,6 @@
 #include "ui/ZVPlayerView.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstring>
 
 namespace zivora::ui {
@@ -48,13 +47,6 @@ Rect ZVPlayerView::opaqueRect() const {
   return background.width() > 0 ? background : pictureRect();
 }
 
-bool ZVPlayerView::landsPixelForPixel(cairo_t* cr) {
-  cairo_matrix_t matrix;
-  cairo_get_matrix(cr, &matrix);
-  return matrix.xx == 1 && matrix.yy == 1 && matrix.xy == 0 && matrix.yx == 0 &&
-         matrix.x0 == std::round(matrix.x0) && matrix.y0 == std::round(matrix.y0);
-}
-
 void ZVPlayerView::draw(cairo_t* cr) {
   if (width_ <= 0 || height_ <= 0) return;
   // Video is opaque: as RGB24 the picture is copied, not blended.
@@ -64,15 +56,11 @@ void ZVPlayerView::draw(cairo_t* cr) {
   cairo_translate(cr, placed.minX(), placed.minY());
   cairo_scale(cr, placed.width() / width_, placed.height() / height_);
   cairo_set_source_surface(cr, picture, 0, 0);
+  // Edge pixels repeat instead of fading into the border when scaled.
+  // Unscaled at a whole-pixel offset, pixman copies the picture as fast as
+  // a plain memcpy of its rows would.
+  cairo_pattern_set_extend(cairo_get_source(cr), CAIRO_EXTEND_PAD);
   cairo_rectangle(cr, 0, 0, width_, height_);
-  if (landsPixelForPixel(cr)) {
-    // A straight copy: pixman's fastest path, with nothing to filter,
-    // pad or blend.
-    cairo_set_operator(cr, CAIRO_OPERATOR_SOURCE);
-  } else {
-    // Edge pixels repeat instead of fading into the border when scaled.
-    cairo_pattern_set_extend(cairo_get_source(cr), CAIRO_EXTEND_PAD);
-  }
   cairo_fill(cr);
   cairo_surface_destroy(picture);
 }

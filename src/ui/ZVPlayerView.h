@@ -33,9 +33,6 @@ class ZVPlayerView : public View, private media::FrameSink {
   void videoFrame(const media::VideoFrame& frame) override;
   // Where the picture lies, aspect-fit and centred, in the view's points.
   Rect pictureRect() const;
-  // Whether a picture drawn at the context's origin meets the device pixel
-  // for pixel: unscaled, at a whole-pixel offset.
-  static bool landsPixelForPixel(cairo_t* cr);
 
   std::shared_ptr<media::MediaPlayer> player_;
   int width_ = 0;
