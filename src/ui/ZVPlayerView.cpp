@@ -17,20 +17,34 @@ void ZVPlayerView::setPlayer(std::shared_ptr<media::MediaPlayer> player) {
   if (player_) player_->setFrameSink(this);
 }
 
+bool ZVPlayerView::isUsable(const media::VideoFrame& frame) {
+  return frame.width > 0 && frame.height > 0 && frame.stride >= frame.width * 4 &&
+         frame.pixels.size() >= static_cast<std::size_t>(frame.stride) * frame.height;
+}
+
 void ZVPlayerView::videoFrame(const media::VideoFrame& frame) {
-  if (frame.width <= 0 || frame.height <= 0 || frame.stride < frame.width * 4 ||
-      frame.pixels.size() < static_cast<std::size_t>(frame.stride) * frame.height) {
-    return;
-  }
+  if (!isUsable(frame)) return;
   width_ = frame.width;
   height_ = frame.height;
-  // The frame is in cairo's layout already; only the row padding goes.
-  const auto row = static_cast<std::size_t>(width_) * 4;
+  stride_ = width_ * 4;
+  // Only the row padding goes.
+  const auto row = static_cast<std::size_t>(stride_);
   pixels_.resize(row * static_cast<std::size_t>(height_));
   for (int y = 0; y < height_; ++y) {
     std::memcpy(pixels_.data() + row * static_cast<std::size_t>(y),
                 frame.pixels.data() + static_cast<std::size_t>(frame.stride) * y, row);
   }
+  setNeedsDisplay();
+}
+
+void ZVPlayerView::takeFrame(media::VideoFrame& frame) {
+  // cairo takes rows of whole 32-bit words only.
+  if (frame.stride % 4 != 0) return videoFrame(frame);
+  if (!isUsable(frame)) return;
+  width_ = frame.width;
+  height_ = frame.height;
+  stride_ = frame.stride;
+  pixels_.swap(frame.pixels);
   setNeedsDisplay();
 }
 
@@ -51,7 +65,7 @@ void ZVPlayerView::draw(cairo_t* cr) {
   if (width_ <= 0 || height_ <= 0) return;
   // Video is opaque: as RGB24 the picture is copied, not blended.
   cairo_surface_t* picture = cairo_image_surface_create_for_data(pixels_.data(), CAIRO_FORMAT_RGB24,
-                                                                 width_, height_, width_ * 4);
+                                                                 width_, height_, stride_);
   const Rect placed = pictureRect();
   cairo_translate(cr, placed.minX(), placed.minY());
   cairo_scale(cr, placed.width() / width_, placed.height() / height_);
