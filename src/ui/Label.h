@@ -55,6 +55,7 @@ class Label : public View {
   // Where the text's ink, outline included, goes past the bounds; measured
   // once per text, attributes and size.
   double overflow() const override;
+  bool cachesOwnPainting() const override { return true; }
 
  private:
   struct GObjectDeleter {

@@ -114,6 +114,10 @@ class View : public std::enable_shared_from_this<View> {
   // How far the view's own painting may reach past its bounds (text
   // outlines); backgrounds, images and layers stay inside.
   virtual double overflow() const { return 0; }
+  // Whether the view's own painting is kept as pixels between changes:
+  // worth it for paths and text (rings, labels) that cost more to draw
+  // than to copy, while a new video picture redraws what lies above it.
+  virtual bool cachesOwnPainting() const { return layer_ != nullptr; }
   virtual void handleTap();
 
  private:
@@ -130,6 +134,10 @@ class View : public std::enable_shared_from_this<View> {
   bool ownPaintingHidden(const cairo_matrix_t& placedToDevice,
                          const cairo_rectangle_int_t& clip) const;
   void paintOwn(cairo_t* cr);
+  void paintOwnDirectly(cairo_t* cr);
+  // Draws the own painting from its cached pixels, making them first when
+  // the view changed or lies differently on the pixel grid.
+  void paintOwnCached(cairo_t* cr);
 
   Rect frame_;
   bool hidden_ = false;
@@ -143,6 +151,16 @@ class View : public std::enable_shared_from_this<View> {
   bool changed_ = true;
   // The pixels the subtree reached when last drawn; empty when not drawn.
   cairo_rectangle_int_t composedExtent_{0, 0, 0, 0};
+  struct SurfaceDeleter {
+    void operator()(cairo_surface_t* surface) const { cairo_surface_destroy(surface); }
+  };
+  struct PaintingCache {
+    std::unique_ptr<cairo_surface_t, SurfaceDeleter> pixels;
+    // The drawing matrix the pixels were made with, less whole pixels.
+    cairo_matrix_t grid{};
+    cairo_rectangle_int_t area{0, 0, 0, 0};
+  };
+  std::optional<PaintingCache> paintingCache_;
   int runningAnimations_ = 0;
   std::function<void()> tapHandler_;
   std::unique_ptr<Layer> layer_;

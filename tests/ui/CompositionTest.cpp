@@ -6,6 +6,7 @@
 #include "ui/Canvas.h"
 #include "ui/Label.h"
 #include "ui/View.h"
+#include "ui/ZVTimerCircularProgress.h"
 
 namespace zivora::ui {
 namespace {
@@ -93,6 +94,50 @@ TEST_F(CompositionTest, OutlinedTextReachingPastItsLabelIsRedrawnWhereItReached)
   label->setFrame({{60, 50}, {20, 8}});
   composeChanges();
   EXPECT_TRUE(asDrawnAfresh());
+}
+
+// Rings and labels keep their painting as pixels between changes: a new
+// value, or a move of their superview off the pixel grid, must paint them
+// anew, exactly as views that never drew before.
+TEST(KeptPaintingTest, FollowsNewValuesAndMovesOffThePixelGrid) {
+  struct Scene {
+    std::shared_ptr<View> root = std::make_shared<View>(Rect{{0, 0}, {100, 80}});
+    std::shared_ptr<View> holder = std::make_shared<View>(Rect{{0, 0}, {100, 80}});
+    std::shared_ptr<ZVTimerCircularProgress> countdown =
+        std::make_shared<ZVTimerCircularProgress>(Rect{{20, 20}, {40, 40}});
+    explicit Scene(float time, Point shift) {
+      root->setBackgroundColor(Color{0.1, 0.2, 0.4, 1});
+      root->addSubview(holder);
+      holder->addSubview(countdown);
+      holder->setTranslation(shift);
+      countdown->setDuration(15);
+      countdown->setCurrentTime(time);
+    }
+  };
+  auto matchesNewScene = [](const Canvas& canvas, float time, Point shift) {
+    Scene scene(time, shift);
+    Canvas fresh(canvas.points(), canvas.scale());
+    fresh.render(*scene.root);
+    return test::samePixels(canvas, fresh);
+  };
+  auto composeChanges = [](Canvas& canvas, View& root) {
+    PixelRegion damage;
+    canvas.collectDamage(root, damage);
+    canvas.compose({&root}, damage, Color::clear());
+  };
+
+  Canvas canvas({100, 80}, kScale);
+  Scene scene(2, {0, 0});
+  canvas.render(*scene.root);
+  scene.countdown->setCurrentTime(7.5f);
+  composeChanges(canvas, *scene.root);
+  EXPECT_TRUE(matchesNewScene(canvas, 7.5f, {0, 0}));
+  scene.holder->setTranslation({0.25, 0.75});  // half pixels at this scale
+  composeChanges(canvas, *scene.root);
+  EXPECT_TRUE(matchesNewScene(canvas, 7.5f, {0.25, 0.75}));
+  scene.holder->setTranslation({3.25, 1.75});  // whole pixels further
+  composeChanges(canvas, *scene.root);
+  EXPECT_TRUE(matchesNewScene(canvas, 7.5f, {3.25, 1.75}));
 }
 
 }  // namespace
