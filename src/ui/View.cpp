@@ -151,10 +151,15 @@ void View::fillBackground(cairo_t* cr) const {
 
 // The bounds, what the view's painting reaches past them, and every visible
 // subview's extent.
-Rect View::drawnExtent() const {
+Rect View::ownExtent() const {
   const double reach = overflow();
-  double minX = -reach, minY = -reach;
-  double maxX = frame_.width() + reach, maxY = frame_.height() + reach;
+  return {{-reach, -reach}, {frame_.width() + 2 * reach, frame_.height() + 2 * reach}};
+}
+
+Rect View::drawnExtent() const {
+  const Rect own = ownExtent();
+  double minX = own.minX(), minY = own.minY();
+  double maxX = own.maxX(), maxY = own.maxY();
   for (const auto& view : subviews_) {
     if (view->hidden_) continue;
     const Rect inner = view->drawnExtent();
@@ -218,14 +223,9 @@ bool View::opaquelyCovers(const cairo_matrix_t& toDevice, const cairo_rectangle_
 
 bool View::ownPaintingHidden(const cairo_matrix_t& placedToDevice,
                              const cairo_rectangle_int_t& clip) const {
-  // Content may reach a little past the bounds, as drawnExtent() allows.
-  constexpr double kMargin = 4;
   const bool background = backgroundColor_ && backgroundColor_->alpha > 0;
-  const bool content = layer_ || drawsContent();
-  if (!background && !content) return true;
-  Rect own = bounds();
-  if (content)
-    own = {{-kMargin, -kMargin}, {own.width() + 2 * kMargin, own.height() + 2 * kMargin}};
+  if (!background && !layer_ && !drawsContent()) return true;
+  const Rect own = ownExtent();
   const cairo_rectangle_int_t area =
       PixelRegion::intersection(PixelRegion::touchedBy(placedToDevice, own), clip);
   if (PixelRegion::isEmpty(area)) return true;
@@ -264,9 +264,7 @@ void View::paintOwnCached(cairo_t* cr) {
            grid.yy == other.yy && grid.x0 == other.x0 && grid.y0 == other.y0;
   };
   if (!paintingCache_ || !sameGrid(paintingCache_->grid)) {
-    const double reach = overflow();
-    const Rect own{{-reach, -reach}, {frame_.width() + 2 * reach, frame_.height() + 2 * reach}};
-    const cairo_rectangle_int_t area = PixelRegion::touchedBy(grid, own);
+    const cairo_rectangle_int_t area = PixelRegion::touchedBy(grid, ownExtent());
     PaintingCache cache;
     cache.pixels.reset(cairo_image_surface_create(CAIRO_FORMAT_ARGB32, std::max(area.width, 1),
                                                   std::max(area.height, 1)));

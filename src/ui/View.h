@@ -125,6 +125,8 @@ class View : public std::enable_shared_from_this<View> {
   // Nothing in the subtree would reach the canvas: no visible background,
   // layer or content (a clear button that only catches taps).
   bool drawsNothing() const;
+  // The bounds and what the view's own painting reaches past them.
+  Rect ownExtent() const;
   bool isDrawn() const { return !hidden_ && alpha_ > 0 && !drawsNothing(); }
   // Maps this view's points to the device, given the superview's mapping.
   cairo_matrix_t placed(const cairo_matrix_t& toDevice) const;
