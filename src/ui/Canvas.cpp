@@ -29,9 +29,44 @@ const unsigned char* Canvas::pixels() const {
 
 int Canvas::stride() const { return cairo_image_surface_get_stride(surface_.get()); }
 
+cairo_rectangle_int_t Canvas::pixelBounds() const { return {0, 0, pixelWidth(), pixelHeight()}; }
+
+cairo_matrix_t Canvas::pointsToPixels() const {
+  cairo_matrix_t matrix;
+  cairo_matrix_init_scale(&matrix, scale_, scale_);
+  return matrix;
+}
+
 void Canvas::render(View& root, Color background) {
-  clear(background);
-  draw(root);
+  compose({&root}, PixelRegion(pixelBounds()), background);
+}
+
+void Canvas::collectDamage(const View& root, PixelRegion& damage) const {
+  root.collectDamage(pointsToPixels(), damage);
+}
+
+void Canvas::settle(View& root) const { root.settle(pointsToPixels()); }
+
+void Canvas::compose(const std::vector<View*>& roots, const PixelRegion& damage, Color background) {
+  cairo_t* cr = cairo_create(surface_.get());
+  for (const auto& rect : damage.rectangles()) {
+    cairo_rectangle(cr, rect.x, rect.y, rect.width, rect.height);
+  }
+  cairo_clip(cr);
+  // Video under the controls fills the screen with opaque pixels: clearing
+  // first would only write every pixel twice.
+  const cairo_matrix_t matrix = pointsToPixels();
+  const cairo_rectangle_int_t area = damage.extents();
+  if (std::none_of(roots.begin(), roots.end(),
+                   [&](const View* root) { return root->opaquelyCovers(matrix, area); })) {
+    cairo_set_operator(cr, CAIRO_OPERATOR_SOURCE);
+    cairo_set_source_rgba(cr, background.red, background.green, background.blue, background.alpha);
+    cairo_paint(cr);
+    cairo_set_operator(cr, CAIRO_OPERATOR_OVER);
+  }
+  cairo_set_matrix(cr, &matrix);
+  for (View* root : roots) root->render(cr);
+  cairo_destroy(cr);
 }
 
 void Canvas::clear(Color background) {

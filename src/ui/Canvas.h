@@ -4,9 +4,11 @@
 
 #include <filesystem>
 #include <memory>
+#include <vector>
 
 #include "ui/Color.h"
 #include "ui/Geometry.h"
+#include "ui/PixelRegion.h"
 
 namespace zivora::ui {
 
@@ -27,11 +29,22 @@ class Canvas {
   const unsigned char* pixels() const;
   int stride() const;
 
+  // All of the canvas' pixels.
+  cairo_rectangle_int_t pixelBounds() const;
+
   // Clears to `background`, then draws `root` at its frame.
   void render(View& root, Color background = Color::clear());
   void clear(Color background);
   // Draws `root` at its frame over what the canvas holds.
   void draw(View& root);
+
+  // Adds the pixels that changed in `root` since it was drawn here.
+  void collectDamage(const View& root, PixelRegion& damage) const;
+  // Draws `damage` anew: `background` there, unless an opaque view will
+  // cover it all, then the roots in order; the rest of the canvas stays.
+  void compose(const std::vector<View*>& roots, const PixelRegion& damage, Color background);
+  // For changes that reach no pixel of the canvas: clears the redraw flags.
+  void settle(View& root) const;
   // False (and nothing written) when the file cannot be written.
   bool writePng(const std::filesystem::path& path) const;
 
@@ -39,6 +52,8 @@ class Canvas {
   struct SurfaceDeleter {
     void operator()(cairo_surface_t* s) const { cairo_surface_destroy(s); }
   };
+
+  cairo_matrix_t pointsToPixels() const;
 
   Size points_;
   double scale_;

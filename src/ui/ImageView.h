@@ -23,6 +23,7 @@ class ImageView : public View {
 
  protected:
   void draw(cairo_t* cr) override;
+  bool drawsContent() const override { return hasImage(); }
 
  private:
   struct SurfaceDeleter {

@@ -37,10 +37,15 @@ void setSourceColor(cairo_t* cr, const Color& c) {
 
 Label::Label(Rect frame) : View(frame) {}
 
+void Label::textChanged() {
+  overflow_.reset();
+  setNeedsDisplay();
+}
+
 void Label::setText(std::string text) {
   text_ = std::move(text);
   ++textRevision_;
-  setNeedsDisplay();
+  textChanged();
 }
 
 void Label::setText(std::string text, Attributes attributes) {
@@ -50,27 +55,27 @@ void Label::setText(std::string text, Attributes attributes) {
 
 void Label::setFont(Font font) {
   attributes_.font = std::move(font);
-  setNeedsDisplay();
+  textChanged();
 }
 
 void Label::setTextColor(Color color) {
   attributes_.foreground = color;
-  setNeedsDisplay();
+  textChanged();
 }
 
 void Label::setAlignment(Alignment alignment) {
   alignment_ = alignment;
-  setNeedsDisplay();
+  textChanged();
 }
 
 void Label::setNumberOfLines(int lines) {
   numberOfLines_ = std::max(0, lines);
-  setNeedsDisplay();
+  textChanged();
 }
 
 void Label::setMinimumScaleFactor(double factor) {
   minimumScaleFactor_ = std::clamp(factor, 0.0, 1.0);
-  setNeedsDisplay();
+  textChanged();
 }
 
 void Label::GObjectDeleter::operator()(void* object) const { g_object_unref(object); }
@@ -115,6 +120,34 @@ double Label::fittingHeight(double width) const {
   cairo_destroy(cr);
   cairo_surface_destroy(scratch);
   return std::ceil(static_cast<double>(logical.height) / PANGO_SCALE);
+}
+
+double Label::overflow() const {
+  const Size size = bounds().size;
+  if (text_.empty()) return 0;
+  if (overflow_ && overflow_->size == size) return overflow_->reach;
+  cairo_surface_t* scratch = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 1, 1);
+  cairo_t* cr = cairo_create(scratch);
+  Font font = attributes_.font;
+  LayoutPtr layout = makeLayout(cr, size.width, font);
+  PangoRectangle ink, logical;
+  pango_layout_get_extents(layout.get(), &ink, &logical);
+  cairo_destroy(cr);
+  cairo_surface_destroy(scratch);
+  // Placed as draw() places it; the outline is centred on the glyphs' edges,
+  // and a point more absorbs antialiasing and hinting at other scales.
+  const double top = (size.height - static_cast<double>(logical.height) / PANGO_SCALE) / 2;
+  const double outline = attributes_.stroke && attributes_.strokeWidth != 0
+                             ? std::abs(attributes_.strokeWidth) / 100 * font.size() / 2
+                             : 0;
+  const double pad = outline + 1;
+  const double minX = static_cast<double>(ink.x) / PANGO_SCALE - pad;
+  const double minY = top + static_cast<double>(ink.y) / PANGO_SCALE - pad;
+  const double maxX = static_cast<double>(ink.x + ink.width) / PANGO_SCALE + pad;
+  const double maxY = top + static_cast<double>(ink.y + ink.height) / PANGO_SCALE + pad;
+  const double reach = std::max({0.0, -minX, -minY, maxX - size.width, maxY - size.height});
+  overflow_ = Overflow{size, reach};
+  return reach;
 }
 
 void Label::draw(cairo_t* cr) {

@@ -51,6 +51,11 @@ class Label : public View {
 
  protected:
   void draw(cairo_t* cr) override;
+  bool drawsContent() const override { return !text_.empty(); }
+  // Where the text's ink, outline included, goes past the bounds; measured
+  // once per text, attributes and size.
+  double overflow() const override;
+  bool cachesOwnPainting() const override { return true; }
 
  private:
   struct GObjectDeleter {
@@ -59,6 +64,13 @@ class Label : public View {
   using LayoutPtr = std::unique_ptr<PangoLayout, GObjectDeleter>;
   // The laid-out text for `width` in context `cr`, and the font it ended in.
   LayoutPtr makeLayout(cairo_t* cr, double width, Font& font) const;
+  // A setter changed what the text looks like.
+  void textChanged();
+
+  struct Overflow {
+    Size size;
+    double reach;
+  };
 
   std::string text_;
   Attributes attributes_;
@@ -66,6 +78,7 @@ class Label : public View {
   int numberOfLines_ = 1;
   double minimumScaleFactor_ = 1;
   int textRevision_ = 0;
+  mutable std::optional<Overflow> overflow_;
 };
 
 }  // namespace zivora::ui

@@ -58,9 +58,22 @@ bool Presenter::renderFrame(bool force) {
                                                       return w->needsDisplay();
                                                     });
   if (!changed && !force) return false;
+  PixelRegion damage;
+  if (stackChanged_ || force) {
+    damage.add(canvas_.pixelBounds());
+  } else {
+    for (const auto& window : windows_) canvas_.collectDamage(*window, damage);
+    damage.intersect(canvas_.pixelBounds());
+  }
   stackChanged_ = false;
-  canvas_.clear(Color::clear());
-  for (auto& window : windows_) canvas_.draw(*window);
+  if (damage.isEmpty()) {
+    // A change off the screen (a control parked outside it) shows nothing.
+    for (auto& window : windows_) canvas_.settle(*window);
+    return false;
+  }
+  std::vector<View*> roots;
+  for (auto& window : windows_) roots.push_back(window.get());
+  canvas_.compose(roots, damage, Color::clear());
   return true;
 }
 

@@ -33,7 +33,8 @@ class Presenter {
   bool tap(Point point);
   bool performAction(ScreenAction action);
 
-  // Redraws the canvas when a window changed (or `force`); true when it drew.
+  // Redraws the pixels that changed in the windows (all of them after the
+  // windows themselves changed, or with `force`); true when it drew.
   bool renderFrame(bool force = false);
   const Canvas& canvas() const { return canvas_; }
 

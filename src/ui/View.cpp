@@ -1,6 +1,7 @@
 #include "ui/View.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace zivora::ui {
 namespace {
@@ -91,6 +92,8 @@ void View::removeFromSuperview() {
 }
 
 void View::setNeedsDisplay() {
+  changed_ = true;
+  paintingCache_.reset();
   for (View* view = this; view && !view->needsDisplay_; view = view->superview_) {
     view->needsDisplay_ = true;
   }
@@ -129,11 +132,6 @@ void View::handleTap() {
   if (tapHandler_) tapHandler_();
 }
 
-void View::clearNeedsDisplay() {
-  needsDisplay_ = false;
-  for (auto& view : subviews_) view->clearNeedsDisplay();
-}
-
 void View::fillBackground(cairo_t* cr) const {
   const double w = frame_.width(), h = frame_.height();
   const double r = std::min({cornerRadius_, w / 2, h / 2});
@@ -151,12 +149,17 @@ void View::fillBackground(cairo_t* cr) const {
   cairo_fill(cr);
 }
 
-// The bounds and every visible subview's extent, with a margin for what
-// is drawn just past a frame (text outlines, antialiased edges).
+// The bounds, what the view's painting reaches past them, and every visible
+// subview's extent.
+Rect View::ownExtent() const {
+  const double reach = overflow();
+  return {{-reach, -reach}, {frame_.width() + 2 * reach, frame_.height() + 2 * reach}};
+}
+
 Rect View::drawnExtent() const {
-  constexpr double kMargin = 4;
-  double minX = -kMargin, minY = -kMargin;
-  double maxX = frame_.width() + kMargin, maxY = frame_.height() + kMargin;
+  const Rect own = ownExtent();
+  double minX = own.minX(), minY = own.minY();
+  double maxX = own.maxX(), maxY = own.maxY();
   for (const auto& view : subviews_) {
     if (view->hidden_) continue;
     const Rect inner = view->drawnExtent();
@@ -170,20 +173,73 @@ Rect View::drawnExtent() const {
   return {{minX, minY}, {maxX - minX, maxY - minY}};
 }
 
-void View::render(cairo_t* cr) {
-  if (hidden_ || alpha_ <= 0) return clearNeedsDisplay();
+bool View::drawsNothing() const {
+  if ((backgroundColor_ && backgroundColor_->alpha > 0) || layer_ || drawsContent()) return false;
+  return std::all_of(subviews_.begin(), subviews_.end(), [](const std::shared_ptr<View>& view) {
+    return view->hidden_ || view->alpha_ <= 0 || view->drawsNothing();
+  });
+}
+
+Rect View::opaqueRect() const {
+  const bool opaque = backgroundColor_ && backgroundColor_->alpha >= 1 && cornerRadius_ <= 0;
+  return opaque ? bounds() : Rect{};
+}
+
+cairo_matrix_t View::placed(const cairo_matrix_t& toDevice) const {
+  cairo_matrix_t matrix = toDevice;
+  cairo_matrix_translate(&matrix, frame_.minX() + translation_.x, frame_.minY() + translation_.y);
+  return matrix;
+}
+
+void View::settle(const cairo_matrix_t& toDevice, bool drawn) {
+  drawn = drawn && isDrawn();
+  const cairo_matrix_t matrix = placed(toDevice);
+  composedExtent_ = drawn ? PixelRegion::touchedBy(matrix, drawnExtent()) : cairo_rectangle_int_t{};
   needsDisplay_ = false;
-  cairo_save(cr);
-  cairo_translate(cr, frame_.minX() + translation_.x, frame_.minY() + translation_.y);
-  const bool translucent = alpha_ < 1;
-  if (translucent) {
-    // A group is as large as the clip: kept to what this view draws, a
-    // small translucent control does not blend the whole screen.
-    const Rect extent = drawnExtent();
-    cairo_rectangle(cr, extent.minX(), extent.minY(), extent.width(), extent.height());
-    cairo_clip(cr);
-    cairo_push_group(cr);
+  changed_ = false;
+  for (auto& view : subviews_) view->settle(matrix, drawn);
+}
+
+void View::collectDamage(const cairo_matrix_t& toDevice, PixelRegion& damage) const {
+  if (!needsDisplay_) return;
+  const cairo_matrix_t matrix = placed(toDevice);
+  if (!changed_) {
+    for (const auto& view : subviews_) view->collectDamage(matrix, damage);
+    return;
   }
+  // The old and the new place cover whatever moved or changed inside.
+  damage.add(composedExtent_);
+  if (isDrawn()) damage.add(PixelRegion::touchedBy(matrix, drawnExtent()));
+}
+
+bool View::opaquelyCovers(const cairo_matrix_t& toDevice, const cairo_rectangle_int_t& area) const {
+  if (alpha_ < 1 || !isDrawn()) return false;
+  const cairo_matrix_t matrix = placed(toDevice);
+  if (PixelRegion::encloses(PixelRegion::coveredBy(matrix, opaqueRect()), area)) return true;
+  return std::any_of(subviews_.begin(), subviews_.end(), [&](const std::shared_ptr<View>& view) {
+    return view->opaquelyCovers(matrix, area);
+  });
+}
+
+bool View::ownPaintingHidden(const cairo_matrix_t& placedToDevice,
+                             const cairo_rectangle_int_t& clip) const {
+  const bool background = backgroundColor_ && backgroundColor_->alpha > 0;
+  if (!background && !layer_ && !drawsContent()) return true;
+  const Rect own = ownExtent();
+  const cairo_rectangle_int_t area =
+      PixelRegion::intersection(PixelRegion::touchedBy(placedToDevice, own), clip);
+  if (PixelRegion::isEmpty(area)) return true;
+  return std::any_of(subviews_.begin(), subviews_.end(), [&](const std::shared_ptr<View>& view) {
+    return view->opaquelyCovers(placedToDevice, area);
+  });
+}
+
+void View::paintOwn(cairo_t* cr) {
+  if (cachesOwnPainting()) return paintOwnCached(cr);
+  paintOwnDirectly(cr);
+}
+
+void View::paintOwnDirectly(cairo_t* cr) {
   if (backgroundColor_) {
     cairo_set_source_rgba(cr, backgroundColor_->red, backgroundColor_->green,
                           backgroundColor_->blue, backgroundColor_->alpha);
@@ -193,6 +249,81 @@ void View::render(cairo_t* cr) {
   if (layer_) layer_->drawInContext(cr);
   draw(cr);
   cairo_restore(cr);
+}
+
+void View::paintOwnCached(cairo_t* cr) {
+  cairo_matrix_t matrix;
+  cairo_get_matrix(cr, &matrix);
+  // Whole-pixel moves keep the pixels; anything else draws them anew.
+  const double shiftX = std::floor(matrix.x0), shiftY = std::floor(matrix.y0);
+  cairo_matrix_t grid = matrix;
+  grid.x0 -= shiftX;
+  grid.y0 -= shiftY;
+  const auto sameGrid = [&](const cairo_matrix_t& other) {
+    return grid.xx == other.xx && grid.yx == other.yx && grid.xy == other.xy &&
+           grid.yy == other.yy && grid.x0 == other.x0 && grid.y0 == other.y0;
+  };
+  if (!paintingCache_ || !sameGrid(paintingCache_->grid)) {
+    const cairo_rectangle_int_t area = PixelRegion::touchedBy(grid, ownExtent());
+    PaintingCache cache;
+    cache.pixels.reset(cairo_image_surface_create(CAIRO_FORMAT_ARGB32, std::max(area.width, 1),
+                                                  std::max(area.height, 1)));
+    cache.grid = grid;
+    cache.area = area;
+    cairo_t* painter = cairo_create(cache.pixels.get());
+    cairo_matrix_t local = grid;
+    local.x0 -= area.x;
+    local.y0 -= area.y;
+    cairo_set_matrix(painter, &local);
+    paintOwnDirectly(painter);
+    cairo_destroy(painter);
+    paintingCache_ = std::move(cache);
+  }
+  cairo_save(cr);
+  cairo_identity_matrix(cr);
+  cairo_set_source_surface(cr, paintingCache_->pixels.get(), shiftX + paintingCache_->area.x,
+                           shiftY + paintingCache_->area.y);
+  cairo_paint(cr);
+  cairo_restore(cr);
+}
+
+namespace {
+// The clip's bounding box in device pixels.
+cairo_rectangle_int_t deviceClip(cairo_t* cr) {
+  double x0, y0, x1, y1;
+  cairo_clip_extents(cr, &x0, &y0, &x1, &y1);
+  cairo_matrix_t matrix;
+  cairo_get_matrix(cr, &matrix);
+  return PixelRegion::touchedBy(matrix, {{x0, y0}, {x1 - x0, y1 - y0}});
+}
+}  // namespace
+
+void View::render(cairo_t* cr) {
+  cairo_matrix_t toDevice;
+  cairo_get_matrix(cr, &toDevice);
+  // A view with nothing to paint opens no group either: a nearly clear
+  // full-screen button would otherwise blend the whole screen every frame.
+  if (!isDrawn()) return settle(toDevice, false);
+  const cairo_matrix_t matrix = placed(toDevice);
+  const cairo_rectangle_int_t clip = deviceClip(cr);
+  const Rect extent = drawnExtent();
+  composedExtent_ = PixelRegion::touchedBy(matrix, extent);
+  if (PixelRegion::isEmpty(PixelRegion::intersection(composedExtent_, clip))) {
+    return settle(toDevice, true);
+  }
+  needsDisplay_ = false;
+  changed_ = false;
+  cairo_save(cr);
+  cairo_translate(cr, frame_.minX() + translation_.x, frame_.minY() + translation_.y);
+  const bool translucent = alpha_ < 1;
+  if (translucent) {
+    // A group is as large as the clip: kept to what this view draws, a
+    // small translucent control does not blend the whole screen.
+    cairo_rectangle(cr, extent.minX(), extent.minY(), extent.width(), extent.height());
+    cairo_clip(cr);
+    cairo_push_group(cr);
+  }
+  if (!ownPaintingHidden(matrix, clip)) paintOwn(cr);
   for (auto& view : subviews_) view->render(cr);
   if (translucent) {
     cairo_pop_group_to_source(cr);

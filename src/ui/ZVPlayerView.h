@@ -24,14 +24,24 @@ class ZVPlayerView : public View, private media::FrameSink {
 
  protected:
   void draw(cairo_t* cr) override;
+  bool drawsContent() const override { return hasPicture(); }
+  // The picture is opaque: it hides whatever lies under it.
+  Rect opaqueRect() const override;
 
  private:
-  // Keeps the newest frame in cairo's pixel order for the next draw.
+  // Keeps the newest frame, in cairo's pixel order already, for the next
+  // draw: a copy of a frame that is only lent, the frame's own buffer in
+  // exchange for the previous one when it is handed over.
   void videoFrame(const media::VideoFrame& frame) override;
+  void takeFrame(media::VideoFrame& frame) override;
+  static bool isUsable(const media::VideoFrame& frame);
+  // Where the picture lies, aspect-fit and centred, in the view's points.
+  Rect pictureRect() const;
 
   std::shared_ptr<media::MediaPlayer> player_;
   int width_ = 0;
   int height_ = 0;
+  int stride_ = 0;
   std::vector<std::uint8_t> pixels_;
 };
 

@@ -86,9 +86,9 @@ void ZVVideoView::addVideoView() {
 
 void ZVVideoView::addHiddenButton() {
   hiddenButton_ = std::make_shared<Button>(bounds());
-  // The alpha goes into the colour: the same single translucent fill, with
-  // no full-screen group to blend every frame.
-  hiddenButton_->setBackgroundColor(Color{0, 0, 0, kFullScreenButtonAlpha});
+  // Clear, with an alpha just above the hit-testing threshold: it takes
+  // taps and paints nothing over the picture.
+  hiddenButton_->setAlpha(kFullScreenButtonAlpha);
   hiddenButton_->setAction([this] { swithUIHandler(); });
   addSubview(hiddenButton_);
 }

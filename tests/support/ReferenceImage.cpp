@@ -78,4 +78,27 @@ int channelDifference(std::uint32_t a, std::uint32_t b) {
   return ::testing::AssertionSuccess();
 }
 
+::testing::AssertionResult samePixels(const ui::Canvas& got, const ui::Canvas& want) {
+  if (got.pixelWidth() != want.pixelWidth() || got.pixelHeight() != want.pixelHeight()) {
+    return ::testing::AssertionFailure() << "canvases of different sizes";
+  }
+  long differing = 0;
+  int firstX = -1, firstY = -1;
+  const auto rowBytes = static_cast<std::size_t>(got.pixelWidth()) * 4;
+  for (int y = 0; y < got.pixelHeight(); ++y) {
+    const unsigned char* a = got.pixels() + y * got.stride();
+    const unsigned char* b = want.pixels() + y * want.stride();
+    if (std::memcmp(a, b, rowBytes) == 0) continue;
+    for (int x = 0; x < got.pixelWidth(); ++x) {
+      if (std::memcmp(a + x * 4, b + x * 4, 4) == 0) continue;
+      if (differing++ == 0) firstX = x, firstY = y;
+    }
+  }
+  if (differing > 0) {
+    return ::testing::AssertionFailure()
+           << differing << " pixels differ, the first at (" << firstX << ", " << firstY << ")";
+  }
+  return ::testing::AssertionSuccess();
+}
+
 }  // namespace zivora::test

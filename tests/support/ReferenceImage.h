@@ -18,4 +18,7 @@ namespace zivora::test {
 // few such pixels are allowed.
 ::testing::AssertionResult matchesReference(const ui::Canvas& canvas, const std::string& name);
 
+// Compares two canvases of one size pixel for pixel, with no tolerance.
+::testing::AssertionResult samePixels(const ui::Canvas& got, const ui::Canvas& want);
+
 }  // namespace zivora::test

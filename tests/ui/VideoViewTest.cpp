@@ -83,7 +83,7 @@ class VideoViewTest : public ::testing::Test {
     item().postStall();
     runtime_->runUntilIdle();
   }
-  void deliverFrame(int width, int height) {
+  void deliverFrame(int width, int height, std::uint8_t red = 0x80) {
     // A gradient, so a picture that is cropped, stretched or misplaced shows.
     media::VideoFrame frame{width, height, width * 4, MediaTime::zero(), {}};
     frame.pixels.resize(static_cast<std::size_t>(width * height * 4));
@@ -92,7 +92,7 @@ class VideoViewTest : public ::testing::Test {
         std::uint8_t* p = frame.pixels.data() + (y * width + x) * 4;
         p[0] = static_cast<std::uint8_t>(x * 255 / width);   // blue
         p[1] = static_cast<std::uint8_t>(y * 255 / height);  // green
-        p[2] = 0x80;                                         // red
+        p[2] = red;
         p[3] = 0xff;
       }
     }
@@ -119,6 +119,12 @@ class VideoViewTest : public ::testing::Test {
 
   long times(const std::string& call) {
     return std::count(delegate_->calls.begin(), delegate_->calls.end(), call);
+  }
+  // What the presenter composed, against the window drawn afresh.
+  ::testing::AssertionResult composedAsDrawnAfresh() {
+    Canvas fresh(presenter_->canvas().points(), presenter_->canvas().scale());
+    fresh.render(*window_);
+    return test::samePixels(presenter_->canvas(), fresh);
   }
   bool called(const std::string& call) { return times(call) > 0; }
 
@@ -318,6 +324,44 @@ TEST_F(VideoViewTest, RendersThePictureUnderTheControls) {
   playFor(4);
   presenter_->renderFrame();
   EXPECT_TRUE(test::matchesReference(presenter_->canvas(), "video-view-plain"));
+}
+
+// The presenter redraws only the pixels that changed, over what it drew
+// before: through the slide-in, new pictures, the controls coming and
+// going and the skip control turning opaque, the screen must stay what a
+// full redraw gives.
+TEST_F(VideoViewTest, ComposingOnlyWhatChangedLeavesTheScreenAsAFullRedraw) {
+  view_->allowSkipAfer(2);
+  view_->prepareItem("v.mp4", MediaTime::zero());
+  ready(15);
+  deliverFrame(320, 180);
+  view_->show("v.mp4");
+  for (int step = 0; step < 120; ++step) {
+    if (player().rate() != 0) player().advanceBy(MediaTime::fromSeconds(0.05));
+    if (step % 3 != 2) deliverFrame(320, 180, static_cast<std::uint8_t>(step * 2));
+    runtime_->advanceBy(50ms);
+    presenter_->renderFrame();
+    ASSERT_TRUE(composedAsDrawnAfresh()) << "after " << (step + 1) * 50 << " ms";
+  }
+  EXPECT_FALSE(view_->controlsShown());
+  presenter_->tap({320, 180});
+  runtime_->advanceBy(200ms);  // half-way in
+  presenter_->renderFrame();
+  EXPECT_TRUE(composedAsDrawnAfresh());
+}
+
+TEST_F(VideoViewTest, ControlsTickingOffTheScreenDoNotRecomposeIt) {
+  showVideo(15);
+  deliverFrame(320, 180);
+  playFor(4.5);  // the controls came up and went away again
+  ASSERT_FALSE(view_->controlsShown());
+  presenter_->renderFrame();
+  playFor(0.05);  // the countdown and the skip ring move, out of sight
+  EXPECT_TRUE(window_->needsDisplay());
+  EXPECT_FALSE(presenter_->renderFrame());
+  deliverFrame(320, 180, 0x40);
+  EXPECT_TRUE(presenter_->renderFrame());
+  EXPECT_TRUE(composedAsDrawnAfresh());
 }
 
 }  // namespace

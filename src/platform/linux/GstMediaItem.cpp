@@ -539,7 +539,8 @@ void GstMediaItem::setFrameSink(media::FrameSink* sink) {
 void GstMediaItem::deliverFrame() {
   auto frame = streaming_->takeFrame();
   if (!frame) return;
-  if (frameSink_) frameSink_->videoFrame(*frame);
+  // The sink may keep these pixels and hand back its previous buffer.
+  if (frameSink_) frameSink_->takeFrame(*frame);
   streaming_->giveBackBuffer(std::move(frame->pixels));
 }
 

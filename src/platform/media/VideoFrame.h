@@ -25,6 +25,10 @@ class FrameSink {
  public:
   virtual ~FrameSink() = default;
   virtual void videoFrame(const VideoFrame& frame) = 0;
+  // The same, for a frame the player hands over for good: a sink that keeps
+  // the picture may swap the frame's pixels for a buffer of its own, which
+  // the player then fills with a later picture, instead of copying them.
+  virtual void takeFrame(VideoFrame& frame) { videoFrame(frame); }
 };
 
 }  // namespace zivora::media
