@@ -31,7 +31,8 @@ struct HostOptions {
   // $XDG_DATA_HOME/<applicationName>/zivora.
   std::string dataRoot{};
   // The host application's name and version, sent to the ad server and used
-  // to keep two applications' identities apart. Default: the executable name.
+  // to keep two applications' identities apart. Defaults: the executable's
+  // name, and no version (sent as an empty text).
   std::string applicationName{};
   std::string applicationVersion{};
   // The ad server and analytics endpoints. They replace the built-in
