@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
 #include <cstdlib>
 #include <string>
 #include <thread>
@@ -28,14 +27,18 @@ constexpr const char* kChildTest = "OpenSslLifetimeThreadedTest.ChildExitsWhileT
 // such exit in ten died with SIGSEGV.
 TEST(OpenSslLifetimeThreadedTest, ChildExitsWhileThreadsEnd) {
   if (!std::getenv(kChildVariable)) GTEST_SKIP() << "the child of the test below";
+  constexpr int kThreads = 8;
+  static std::atomic<int> hashed{0};
   static std::atomic<bool> release{false};
-  for (int i = 0; i < 8; ++i) {
+  for (int i = 0; i < kThreads; ++i) {
     std::thread([] {
       ZVHash::md5Hex("per-thread OpenSSL state");
+      ++hashed;
       while (!release) std::this_thread::yield();
     }).detach();
   }
-  std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  // Every thread holds OpenSSL state; they end while exit() runs.
+  while (hashed < kThreads) std::this_thread::yield();
   release = true;
   std::exit(0);
 }
