@@ -33,12 +33,12 @@ TEST(LoadingRequestTest, AnswersInOrderAndDropsBytesBeyondTheRead) {
   EXPECT_EQ(request.currentOffset(), 1000);
   request.respond(bytes(2000));
   EXPECT_EQ(request.currentOffset(), 3000);
-  EXPECT_TRUE(request.isWaitingForBytes());
+  EXPECT_TRUE(request.isWaitingForPart(1000, 5000));
   request.respond(bytes(4000, 200));  // 1000 too many
   EXPECT_EQ(request.currentOffset(), 6000);
-  EXPECT_FALSE(request.isWaitingForBytes());
+  EXPECT_FALSE(request.isWaitingForPart(1000, 5000));
 
-  const auto answer = request.waitForAnswer();
+  const auto answer = request.waitForPart(1000, 5000);
   EXPECT_EQ(answer.outcome, LoadingRequest::Outcome::Answered);
   ASSERT_EQ(answer.bytes.size(), 5000u);
   EXPECT_EQ(answer.bytes[1999], bytes(2000).back());
@@ -54,14 +54,14 @@ TEST(LoadingRequestTest, AReadPastTheEndNeedsOnlyTheBytesUpToTheContentLength) {
   EXPECT_EQ(tail.contentInformationRequest().contentLength(), -1);  // unknown until set
   tail.contentInformationRequest().setContentLength(10000);
   tail.respond(bytes(100));
-  const auto answer = tail.waitForAnswer();
+  const auto answer = tail.waitForPart(9900, 4096);
   EXPECT_EQ(answer.outcome, LoadingRequest::Outcome::Answered);
   EXPECT_EQ(answer.bytes.size(), 100u);
 
   LoadingRequest beyond(10000, 4096);
   beyond.contentInformationRequest().setContentLength(10000);
-  EXPECT_FALSE(beyond.isWaitingForBytes());
-  EXPECT_TRUE(beyond.waitForAnswer().bytes.empty());
+  EXPECT_FALSE(beyond.isWaitingForPart(10000, 4096));
+  EXPECT_TRUE(beyond.waitForPart(10000, 4096).bytes.empty());
 }
 
 TEST(LoadingRequestTest, FinishingEarlyReturnsWhatCameAndCancellingFails) {
@@ -69,7 +69,7 @@ TEST(LoadingRequestTest, FinishingEarlyReturnsWhatCameAndCancellingFails) {
   finished.respond(bytes(10));
   finished.finishLoading();
   finished.respond(bytes(10));  // after the finish: dropped
-  const auto answer = finished.waitForAnswer();
+  const auto answer = finished.waitForPart(0, 5000);
   EXPECT_EQ(answer.outcome, LoadingRequest::Outcome::Finished);
   EXPECT_EQ(answer.bytes.size(), 10u);
 
@@ -77,12 +77,12 @@ TEST(LoadingRequestTest, FinishingEarlyReturnsWhatCameAndCancellingFails) {
   cancelled.respond(bytes(10));
   cancelled.cancel();
   EXPECT_TRUE(cancelled.isCancelled());
-  EXPECT_FALSE(cancelled.isWaitingForBytes());
-  EXPECT_EQ(cancelled.waitForAnswer().outcome, LoadingRequest::Outcome::Failed);
+  EXPECT_FALSE(cancelled.isWaitingForPart(0, 5000));
+  EXPECT_EQ(cancelled.waitForPart(0, 5000).outcome, LoadingRequest::Outcome::Failed);
 
   LoadingRequest refused(0, 2);
   refused.finishLoadingWithError();
-  EXPECT_EQ(refused.waitForAnswer().outcome, LoadingRequest::Outcome::Failed);
+  EXPECT_EQ(refused.waitForPart(0, 2).outcome, LoadingRequest::Outcome::Failed);
 }
 
 TEST(LoadingRequestTest, APartIsAnsweredOnceItsBytesAreThereAndTheRequestStaysOpen) {

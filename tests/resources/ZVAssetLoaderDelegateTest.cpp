@@ -23,7 +23,7 @@ class ZVAssetLoaderDelegateTest : public ResourceFixture {
   }
 
   std::string bytesOf(LoadingRequest& request) {
-    auto answer = request.waitForAnswer();
+    auto answer = request.waitForPart(request.requestedOffset(), request.requestedLength());
     return std::string(answer.bytes.begin(), answer.bytes.end());
   }
 

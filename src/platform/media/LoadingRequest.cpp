@@ -101,39 +101,6 @@ bool LoadingRequest::isCancelled() const {
   return failed_;
 }
 
-std::int64_t LoadingRequest::neededLocked() const {
-  if (contentLength_ > 0) {
-    return std::clamp<std::int64_t>(contentLength_ - requestedOffset_, 0, requestedLength_);
-  }
-  return requestedLength_;
-}
-
-bool LoadingRequest::doneLocked() const {
-  return finished_ || failed_ || static_cast<std::int64_t>(bytes_.size()) >= neededLocked();
-}
-
-bool LoadingRequest::isWaitingForBytes() const {
-  std::lock_guard lock(mutex_);
-  return !doneLocked();
-}
-
-LoadingRequest::Answer LoadingRequest::waitForAnswer() {
-  std::unique_lock lock(mutex_);
-  changed_.wait(lock, [this] { return doneLocked(); });
-  Answer answer;
-  if (failed_) return answer;
-  answer.outcome = finished_ && static_cast<std::int64_t>(bytes_.size()) < neededLocked()
-                       ? Outcome::Finished
-                       : Outcome::Answered;
-  // A read that needs fewer bytes than were answered (content length known
-  // late) returns only those. The request keeps its bytes so that
-  // currentOffset() stays where the answer ended.
-  const auto used = std::min<std::size_t>(bytes_.size(), static_cast<std::size_t>(neededLocked()));
-  answer.bytes.assign(bytes_.begin(), bytes_.begin() + static_cast<std::ptrdiff_t>(used));
-  finished_ = true;
-  return answer;
-}
-
 std::int64_t LoadingRequest::partEndLocked(std::int64_t offset, std::int64_t length) const {
   const std::int64_t end = offset + std::max<std::int64_t>(length, 0);
   return contentLength_ > 0 ? std::clamp(contentLength_, offset, end) : end;

@@ -21,7 +21,7 @@ struct ByteRange {
 // One read of the player, handed to the asset's resource-loader delegate.
 // The delegate (main queue) fills in the content information, answers bytes
 // in order from currentOffset() and finishes the request; the streaming
-// thread that made the read waits in waitForAnswer() until the bytes it
+// thread that made the read waits in waitForPart() until the bytes it
 // needs are there, the request is finished, or the read is cancelled.
 // Thread-safe.
 class LoadingRequest {
@@ -93,21 +93,14 @@ class LoadingRequest {
     std::vector<std::uint8_t> bytes;
   };
 
-  // Blocks until the read can return. A read needs requestedLength() bytes,
-  // or fewer when the content length says the resource ends before that.
-  // The request takes no answers afterwards.
-  Answer waitForAnswer();
-  // True while the reader still waits for bytes: neither enough answered
-  // nor finished nor cancelled.
-  bool isWaitingForBytes() const;
   // Breaks a waiting read, which fails; later answers are dropped.
   void cancel();
 
-  // A reader that asked for more than it needs at once (a read ahead) takes
-  // the part it needs, [offset, offset + length) within the request, and
-  // later parts as the delegate answers them; the request stays open for
-  // the delegate meanwhile. As with the whole read, a part needs fewer bytes
-  // when the content length says the resource ends first.
+  // A reader takes the part it needs, [offset, offset + length) within the
+  // request: all of it, or less when it asked for more at once (a read
+  // ahead) and takes later parts as the delegate answers them; the request
+  // stays open for the delegate meanwhile. A part needs fewer bytes when
+  // the content length says the resource ends first.
 
   // The part, when every byte it needs has been answered.
   std::optional<Answer> answeredPart(std::int64_t offset, std::int64_t length) const;
@@ -119,8 +112,6 @@ class LoadingRequest {
   bool isWaitingForPart(std::int64_t offset, std::int64_t length) const;
 
  private:
-  std::int64_t neededLocked() const;
-  bool doneLocked() const;
   // Where the bytes that [offset, offset + length) needs end.
   std::int64_t partEndLocked(std::int64_t offset, std::int64_t length) const;
   bool partAnsweredLocked(std::int64_t offset, std::int64_t length) const;
