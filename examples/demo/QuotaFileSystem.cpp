@@ -42,4 +42,6 @@ ssize_t QuotaFileSystem::write(int fd, const void* data, std::size_t size) {
   return ::write(fd, data, static_cast<std::size_t>(std::min<std::uint64_t>(size, left)));
 }
 
+int QuotaFileSystem::sync(int fd) { return ::fdatasync(fd); }
+
 }  // namespace demo

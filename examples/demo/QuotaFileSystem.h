@@ -19,6 +19,7 @@ class QuotaFileSystem final : public zivora::platform::FileSystem {
 
   zivora::platform::FreeSpace freeSpace(const std::filesystem::path& path) override;
   ssize_t write(int fd, const void* data, std::size_t size) override;
+  int sync(int fd) override;
 
  private:
   std::uint64_t bytesLeft() const;

@@ -25,6 +25,8 @@ class FileSystem {
   virtual FreeSpace freeSpace(const std::filesystem::path& path) = 0;
   // write(2): the count written, or -1 with errno set.
   virtual ssize_t write(int fd, const void* data, std::size_t size) = 0;
+  // fdatasync(2): 0, or -1 with errno set.
+  virtual int sync(int fd) = 0;
 };
 
 }  // namespace zivora::platform

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "core/Context.h"
@@ -17,6 +18,12 @@ namespace {
 constexpr const char* kClass = "ZVAssetLoaderDelegate";
 constexpr std::int64_t kProbeLength = 2;
 constexpr auto kProbeDelay = std::chrono::nanoseconds(100000);
+// A slice is read and answered in pieces of this size through one buffer:
+// the player's thread, which usually waits for the first few KiB of a read
+// ahead of a megabyte, wakes after the first piece rather than after the
+// whole slice, and no answer costs a fresh megabyte that is zeroed, faulted
+// in and unmapped again on the main queue.
+constexpr std::int64_t kAnswerPieceBytes = 64 * 1024;
 
 std::shared_ptr<ZVResourceManager> manager() { return ZVResourceManager::defaultManager(); }
 
@@ -105,10 +112,14 @@ void ZVAssetLoaderDelegate::sendFakeData(
 bool ZVAssetLoaderDelegate::answer(media::LoadingRequest& request, std::int64_t from,
                                    std::int64_t to) {
   CacheFileReader reader(fileName_);
+  std::vector<std::uint8_t> piece;
   for (const auto& slice : media::LoadingRequest::slicesToAnswer(from, to, to)) {
-    std::vector<std::uint8_t> bytes(static_cast<std::size_t>(slice.length));
-    if (!reader.read(slice.offset, bytes)) return false;
-    request.respond(bytes);
+    const std::int64_t end = slice.offset + slice.length;
+    for (std::int64_t at = slice.offset; at < end; at += kAnswerPieceBytes) {
+      piece.resize(static_cast<std::size_t>(std::min(kAnswerPieceBytes, end - at)));
+      if (!reader.read(at, piece)) return false;
+      request.respond(piece);
+    }
   }
   return true;
 }

@@ -4,6 +4,7 @@
 
 #include "core/Context.h"
 #include "platform/UserDefaults.h"
+#include "resources/ZVFileSyncQueue.h"
 #include "resources/ZVResourceManager.h"
 #include "util/Guard.h"
 #include "zivora/ZVConstants.h"
@@ -44,11 +45,27 @@ void ZVFilesSavedValidator::setFullLoaded(const std::string& fileName, std::int6
   });
 }
 
+void ZVFilesSavedValidator::setFullLoadedWhenSynced(const std::string& fileName,
+                                                    std::int64_t size) {
+  guarded(kClass, "setFullLoaded", [&] {
+    auto syncs = ZVFileSyncQueue::defaultQueue();
+    if (!syncs) return setFullLoaded(fileName, size);
+    syncs->recordComplete(fileName, size, userSettings());
+  });
+}
+
 bool ZVFilesSavedValidator::isLoaded(const std::string& fileName) {
   return guarded(kClass, "isLoaded", false, [&] {
-    auto settings = userSettings();
     auto manager = ZVResourceManager::defaultManager();
-    if (!settings || !manager || fileName.empty()) return false;
+    if (!manager || fileName.empty()) return false;
+    auto syncs = ZVFileSyncQueue::defaultQueue();
+    if (auto pending = syncs ? syncs->pendingSize(fileName) : std::nullopt) {
+      const bool loaded = *pending > 0 && *pending == sizeOnDisk(manager->pathToFile(fileName));
+      if (!loaded) remove(fileName);
+      return loaded;
+    }
+    auto settings = userSettings();
+    if (!settings) return false;
     const auto saved = settings->integerForKey(fileName);
     if (!saved) return false;
     const std::int64_t disk = sizeOnDisk(manager->pathToFile(fileName));
@@ -59,7 +76,14 @@ bool ZVFilesSavedValidator::isLoaded(const std::string& fileName) {
 
 void ZVFilesSavedValidator::remove(const std::string& fileName) {
   guarded(kClass, "remove", [&] {
-    if (auto settings = userSettings()) settings->removeObjectForKey(fileName);
+    auto removeRecord = [&] {
+      if (auto settings = userSettings()) settings->removeObjectForKey(fileName);
+    };
+    if (auto syncs = ZVFileSyncQueue::defaultQueue()) {
+      syncs->forget(fileName, removeRecord);
+    } else {
+      removeRecord();
+    }
   });
 }
 

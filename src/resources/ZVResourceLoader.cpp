@@ -9,10 +9,12 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <utility>
 
 #include "core/Context.h"
 #include "platform/FileSystem.h"
 #include "resources/ZVCacheManager.h"
+#include "resources/ZVFileSyncQueue.h"
 #include "resources/ZVResourceManager.h"
 #include "util/Guard.h"
 #include "util/ZVException.h"
@@ -81,7 +83,11 @@ ZVResourceLoader::ZVResourceLoader() = default;
 
 ZVResourceLoader::~ZVResourceLoader() {
   if (task_) task_->cancel();
-  closeFile();
+  // The context may be going too: no queue to hand the file to.
+  if (fd_ >= 0) {
+    ::fdatasync(fd_);
+    ::close(fd_);
+  }
 }
 
 std::shared_ptr<ZVFileStatusEntity> ZVResourceLoader::currentEntity() const {
@@ -342,11 +348,19 @@ void ZVResourceLoader::openFile(bool truncate) {
 }
 
 void ZVResourceLoader::closeFile() {
-  std::lock_guard lock(fileMutex_);
-  if (fd_ < 0) return;
-  ::fdatasync(fd_);
-  ::close(fd_);
-  fd_ = -1;
+  int fd = -1;
+  {
+    std::lock_guard lock(fileMutex_);
+    fd = std::exchange(fd_, -1);
+  }
+  if (fd < 0) return;
+  auto entity = currentEntity();
+  const std::string name = entity ? entity->infoStatus()->fileName() : std::string();
+  // The sync is queued ahead of any record of the file, which is what keeps
+  // a record from outliving bytes that never reached the disk.
+  if (auto syncs = ZVFileSyncQueue::defaultQueue()) return syncs->syncAndClose(fd, name);
+  ::fdatasync(fd);
+  ::close(fd);
 }
 
 bool ZVResourceLoader::writeChunk(std::string_view chunk) {

@@ -21,8 +21,9 @@ namespace zivora {
 // transfer event arrives on the main queue.
 //
 // Every chunk is appended to the end of the file through one descriptor per
-// transfer, synced when the file completes, fails or is cancelled; the size
-// on disk is the resume point after any interruption.
+// transfer, synced when the file completes, fails or is cancelled (on the
+// sync queue, ahead of the file's record); the size on disk is the resume
+// point after any interruption.
 class ZVResourceLoader : public std::enable_shared_from_this<ZVResourceLoader> {
  public:
   // A server that keeps answering 416 or an unusable 206 makes the loader

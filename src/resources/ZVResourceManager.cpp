@@ -355,7 +355,7 @@ void ZVResourceManager::finishLoading(const std::string& fileName) {
     }
     if (auto cache = ZVCacheManager::defaultManager()) cache->updateInformationOfFile(fileName);
     if (auto validator = ZVFilesSavedValidator::defaultValidator()) {
-      validator->setFullLoaded(fileName, fullSize);
+      validator->setFullLoadedWhenSynced(fileName, fullSize);
     }
     tryDownloadNextFile();
   });

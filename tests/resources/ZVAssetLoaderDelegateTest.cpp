@@ -60,6 +60,27 @@ TEST_F(ZVAssetLoaderDelegateTest, AReadPastTheDownloadStaysOpenUntilTheBytesArri
   EXPECT_FALSE(loader_->hasOpenRequest());
 }
 
+TEST_F(ZVAssetLoaderDelegateTest, ReadsOfMoreThanAMegabyteAreAnsweredByteForByte) {
+  // Answers go out piece by piece: ranges that start, end and cross piece
+  // and slice boundaries off their edges, from disk and as bytes arrive.
+  constexpr std::int64_t kLength = LoadingRequest::kMaxSliceBytes + 100 * 1024 + 7;
+  const std::string video = pattern(3 * 1024 * 1024);
+  writeFile(cache() / name_, video);
+  auto info = manager()->getLoadInfo(name_);
+  info->setLoadedSize(static_cast<std::int64_t>(video.size()));
+  auto onDisk = std::make_shared<LoadingRequest>(1000, kLength);
+  ASSERT_TRUE(loader_->shouldWaitForLoadingOfRequestedResource(onDisk));
+  EXPECT_EQ(bytesOf(*onDisk), video.substr(1000, kLength));
+
+  info->setLoadedSize(70000);
+  auto arriving = std::make_shared<LoadingRequest>(65000, kLength);
+  ASSERT_TRUE(loader_->shouldWaitForLoadingOfRequestedResource(arriving));
+  info->setLoadedSize(static_cast<std::int64_t>(video.size()));
+  loader_->receiveData(static_cast<std::int64_t>(video.size()) - 70000);
+  EXPECT_TRUE(arriving->isFinished());
+  EXPECT_EQ(bytesOf(*arriving), video.substr(65000, kLength));
+}
+
 TEST_F(ZVAssetLoaderDelegateTest, TheTwoByteProbeIsAnsweredWithoutTheFile) {
   auto probe = std::make_shared<LoadingRequest>(0, 2);
   ASSERT_TRUE(loader_->shouldWaitForLoadingOfRequestedResource(probe));

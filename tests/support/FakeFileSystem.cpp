@@ -35,4 +35,9 @@ ssize_t FakeFileSystem::write(int fd, const void* data, std::size_t size) {
   return done;
 }
 
+int FakeFileSystem::sync(int fd) {
+  ++syncs;
+  return onSync ? onSync(fd) : 0;
+}
+
 }  // namespace zivora::test

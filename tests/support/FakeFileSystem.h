@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <optional>
 
 #include "platform/FileSystem.h"
@@ -16,6 +17,10 @@ class FakeFileSystem final : public platform::FileSystem {
 
   platform::FreeSpace freeSpace(const std::filesystem::path& path) override;
   ssize_t write(int fd, const void* data, std::size_t size) override;
+  // Calls `onSync` (when set) and counts; the data is not flushed, since
+  // nothing here survives a real crash anyway. A throwing `onSync` stands
+  // for a process that dies inside the sync.
+  int sync(int fd) override;
 
   std::atomic<Space> spaceMode{Space::Value};
   std::atomic<std::uint64_t> freeBytes{1ull << 40};
@@ -23,6 +28,8 @@ class FakeFileSystem final : public platform::FileSystem {
   // ENOSPC; unset writes everything.
   std::optional<std::int64_t> diskFullAfter;
   std::int64_t written = 0;
+  std::function<int(int fd)> onSync;
+  std::atomic<int> syncs{0};
 };
 
 }  // namespace zivora::test

@@ -8,9 +8,10 @@ ScopedContext::ScopedContext(HostOptions host, RuntimeOptions runtime)
   if (!runtime.log) runtime.log = log_;
   if (!runtime.analytics) runtime.analytics = analytics_;
   context_ = std::make_shared<Context>(std::move(host), std::move(runtime));
+  previous_ = Context::current();
   Context::install(context_);
 }
 
-ScopedContext::~ScopedContext() { Context::install(nullptr); }
+ScopedContext::~ScopedContext() { Context::install(previous_); }
 
 }  // namespace zivora::test

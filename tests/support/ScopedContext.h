@@ -9,7 +9,8 @@
 namespace zivora::test {
 
 // Installs a fresh context for one test, with a recording log and recording
-// analytics, and removes it afterwards.
+// analytics, and puts back the one it replaced afterwards (a nested one
+// stands for a new launch on the same data root).
 class ScopedContext {
  public:
   explicit ScopedContext(HostOptions host = {}, RuntimeOptions runtime = {});
@@ -25,6 +26,7 @@ class ScopedContext {
   std::shared_ptr<RecordingLogSink> log_;
   std::shared_ptr<RecordingAnalytics> analytics_;
   std::shared_ptr<Context> context_;
+  std::shared_ptr<Context> previous_;
 };
 
 }  // namespace zivora::test

@@ -19,4 +19,6 @@ ssize_t PosixFileSystem::write(int fd, const void* data, std::size_t size) {
   return ::write(fd, data, size);
 }
 
+int PosixFileSystem::sync(int fd) { return ::fdatasync(fd); }
+
 }  // namespace zivora::platform
