@@ -16,13 +16,13 @@
 #include "platform/UrlOpener.h"
 #include "platform/dispatch/Runtime.h"
 #include "support/FakeFileSystem.h"
+#include "support/FakeHttpClient.h"
 #include "support/FakeMediaFactory.h"
 #include "support/FakeMediaItem.h"
 #include "support/FakeMediaPlayer.h"
 #include "support/FakeStreamingClient.h"
 #include "support/MemoryPresenter.h"
 #include "support/RecordingHost.h"
-#include "support/RoutingHttpClient.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
 #include "support/VirtualRuntime.h"
@@ -146,7 +146,7 @@ class PlacementTest : public ::testing::Test {
 
   test::TempDir root_;
   std::shared_ptr<test::VirtualRuntime> runtime_ = std::make_shared<test::VirtualRuntime>();
-  std::shared_ptr<test::RoutingHttpClient> server_ = std::make_shared<test::RoutingHttpClient>();
+  std::shared_ptr<test::FakeHttpClient> server_ = std::make_shared<test::FakeHttpClient>();
   std::shared_ptr<test::FakeStreamingClient> files_ =
       std::make_shared<test::FakeStreamingClient>(*runtime_);
   std::shared_ptr<test::FakeFileSystem> disk_ = std::make_shared<test::FakeFileSystem>();
@@ -165,12 +165,13 @@ TEST_F(PlacementTest, AWatchedAdTellsTheHostEachStepInOrderAndEarnsTheReward) {
   cacheReady();
   EXPECT_EQ(calls(), Calls{"videoDidCache rewarded"});
   EXPECT_TRUE(side_->isReadyVideo(kPlacement));
-  const auto request = server_->received().front();
-  EXPECT_EQ(request.name, "getVideo");
-  EXPECT_EQ(request.arguments["placementId"], kPlacement);
-  EXPECT_EQ(request.arguments["appId"], "app-1");
-  EXPECT_EQ(request.arguments["orientation"], 2);  // 640 x 360
-  EXPECT_EQ(request.arguments["isMobileNetwork"], false);
+  auto request = test::FakeHttpClient::paramsOf(server_->requests().front());
+  ASSERT_TRUE(request.contains("getVideo")) << request;
+  auto& arguments = request["getVideo"];
+  EXPECT_EQ(arguments["placementId"], kPlacement);
+  EXPECT_EQ(arguments["appId"], "app-1");
+  EXPECT_EQ(arguments["orientation"], 2);  // 640 x 360
+  EXPECT_EQ(arguments["isMobileNetwork"], false);
 
   showAndDisplay();
   EXPECT_TRUE(side_->isRequestShow());
@@ -324,7 +325,7 @@ TEST_F(ClickTest, ADoubleTapSendsOneClickAndAnAcknowledgedClickOpensAgainWithout
   EXPECT_TRUE(scope_.log().contains("Already sent clickAd to the server, wait responce."));
   EXPECT_EQ(server_->count("clickAd"), 1u);
   EXPECT_EQ(opener_->opened, Calls{kTarget});
-  const auto click = server_->received().back().arguments;
+  const auto click = server_->lastParams().at("clickAd");
   EXPECT_EQ(click["adId"], "ad-7");
   EXPECT_EQ(click["clickId"], "click-9");
   EXPECT_EQ(click["adType"], 2);
@@ -386,7 +387,7 @@ TEST_F(ClickTest, ATrackerAddressIsResolvedOnceAndFallsBackWhenTheLocationCannot
     tapCallToAction();
     runtime_->runUntilIdle();
     EXPECT_EQ(opener_->opened, Calls{c.opened});
-    const auto last = server_->received().back().request;
+    const auto last = server_->requests().back();
     EXPECT_EQ(last.method, "GET");
     EXPECT_FALSE(last.followRedirects);
   }

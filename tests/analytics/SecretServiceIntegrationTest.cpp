@@ -50,7 +50,7 @@ class PrivateKeyring {
     // as soon as the name has an owner.
     auto wait = test::ChildProcess::start(
         {"gdbus", "wait", "--session", "--timeout", "30", "org.freedesktop.secrets"}, {});
-    if (wait) wait->waitForExit();
+    if (wait) wait->waitFor(40s);
     if (!platform::LibsecretSecretStore::available())
       reason_ = "org.freedesktop.secrets has no owner or its default collection is locked";
   }

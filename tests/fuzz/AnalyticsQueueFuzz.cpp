@@ -12,17 +12,6 @@
 #include "analytics/ZVPFileSaver.h"
 #include "analytics/ZVPLog.h"
 
-namespace {
-
-bool isLiveAscii(const std::string& text) {
-  if (text.empty() || text[0] == '-') return false;
-  for (unsigned char c : text)
-    if (c > 0x7F || c == '\n') return false;
-  return true;
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const zivora::test::FuzzScratchFile scratch(zivora::ZVPFileSaver::kFileName);
   static const bool quiet = (zivora::ZVPLog::logEnable(false), true);
@@ -32,7 +21,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   std::size_t rounds = 0;
   while (auto line = saver.getFirstEvent()) {
-    if (!isLiveAscii(*line) || ++rounds > size + 1) __builtin_trap();
+    if (!zivora::test::isLiveLine(*line) || ++rounds > size + 1) __builtin_trap();
     zivora::ZVPConvertSavedEventForSend converted(*line, 1767225600);
     if (converted.isError() && converted.getEvent()) __builtin_trap();
     saver.removeFirstLine();

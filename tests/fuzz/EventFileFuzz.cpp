@@ -8,17 +8,6 @@
 #include "FuzzScratchFile.h"
 #include "events/EventFile.h"
 
-namespace {
-
-bool isEventLine(const std::string& text) {
-  if (text.empty() || text[0] == '-') return false;
-  for (unsigned char c : text)
-    if (c > 0x7F || c == '\n') return false;
-  return true;
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const zivora::test::FuzzScratchFile scratch("events.dat");
   scratch.fill(data, size);
@@ -26,7 +15,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   zivora::EventFile file(zivora::EventFileOptions{.path = scratch.path()});
   std::size_t rounds = 0;
   while (auto event = file.firstEvent()) {
-    if (!isEventLine(*event) || ++rounds > size + 1) __builtin_trap();
+    if (!zivora::test::isLiveLine(*event) || ++rounds > size + 1) __builtin_trap();
     file.removeFirstLine();
   }
   const std::string fresh = "{\"fresh\":1}";

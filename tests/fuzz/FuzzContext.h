@@ -20,6 +20,12 @@
 
 namespace zivora::test {
 
+// Drops every line, so that a long run does not grow.
+class SilentLog final : public LogSink {
+ public:
+  void write(LogLevel, std::string_view) override {}
+};
+
 class FuzzContext {
  public:
   // The run's context with `reply` scripted for the next request.
@@ -34,11 +40,6 @@ class FuzzContext {
   int requests() const { return http_->requests; }
 
  private:
-  class SilentLog final : public LogSink {
-   public:
-    void write(LogLevel, std::string_view) override {}
-  };
-
   class SilentAnalytics final : public ZVPAnalitics {
    public:
     void sendException(const ZVException&, std::string_view, std::string_view) noexcept override {}

@@ -30,4 +30,13 @@ class FuzzScratchFile {
   std::filesystem::path path_;
 };
 
+// A line an event file may hand out: non-empty ASCII, one line, and not
+// marked consumed with a leading '-'.
+inline bool isLiveLine(const std::string& text) {
+  if (text.empty() || text[0] == '-') return false;
+  for (unsigned char c : text)
+    if (c > 0x7F || c == '\n') return false;
+  return true;
+}
+
 }  // namespace zivora::test

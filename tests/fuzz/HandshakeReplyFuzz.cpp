@@ -6,23 +6,13 @@
 #include <cstdlib>
 #include <string>
 
+#include "FuzzContext.h"
 #include "core/ZivoraInstance.h"
 #include "support/FakeHttpClient.h"
 #include "support/RecordingAdSide.h"
 #include "support/TempDir.h"
-#include "support/VirtualRuntime.h"
-#include "util/LogSink.h"
 
 using namespace zivora;
-
-namespace {
-
-class SilentLog final : public LogSink {
- public:
-  void write(LogLevel, std::string_view) override {}
-};
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static test::TempDir root;
@@ -33,7 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   ZivoraInstance::start("fuzz", HostOptions{.dataRoot = root.path().string()},
                         RuntimeOptions{.runtime = runtime,
                                        .http = http,
-                                       .log = std::make_shared<SilentLog>(),
+                                       .log = std::make_shared<test::SilentLog>(),
                                        .adSide = adSide});
   runtime->runUntilIdle();
   bool initialised = !adSide->calls("newVideoManager").empty();

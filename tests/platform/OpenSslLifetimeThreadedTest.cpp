@@ -1,19 +1,15 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "platform/linux/OpenSslLifetime.h"
+#include "support/ChildProcess.h"
+#include "support/ScopedEnv.h"
 #include "util/ZVHash.h"
-
-extern char** environ;
 
 namespace zivora::platform {
 namespace {
@@ -43,28 +39,6 @@ TEST(OpenSslLifetimeThreadedTest, ChildExitsWhileThreadsEnd) {
   std::exit(0);
 }
 
-// A fresh process each time: OpenSSL must meet the SDK before anything
-// else initialises it, as in a host that loads the SDK.
-int runChild() {
-  std::vector<std::string> environment{std::string(kChildVariable) + "=1"};
-  for (char** variable = environ; *variable; ++variable) environment.emplace_back(*variable);
-  std::vector<char*> envp;
-  for (auto& variable : environment) envp.push_back(variable.data());
-  envp.push_back(nullptr);
-  std::string self = "/proc/self/exe", filter = std::string("--gtest_filter=") + kChildTest;
-  char* argv[] = {self.data(), filter.data(), nullptr};
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-  pid_t child = -1;
-  const int error = posix_spawn(&child, argv[0], &actions, nullptr, argv, envp.data());
-  posix_spawn_file_actions_destroy(&actions);
-  if (error != 0) return -1;
-  int status = 0;
-  waitpid(child, &status, 0);
-  return status;
-}
-
 // Each child is a whole process start, which ThreadSanitizer makes slow;
 // the race does not need it to show.
 #ifdef __SANITIZE_THREAD__
@@ -73,13 +47,16 @@ constexpr int kRounds = 10;
 constexpr int kRounds = 40;
 #endif
 
+// A fresh process each time: OpenSSL must meet the SDK before anything
+// else initialises it, as in a host that loads the SDK.
 TEST(OpenSslLifetimeThreadedTest, AHostExitsCleanlyWhileThreadsThatUsedOpenSslEnd) {
+  test::ScopedEnv childMode(kChildVariable, "1");
   for (int round = 0; round < kRounds; ++round) {
-    const int status = runChild();
-    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0)
-        << "round " << round << ": "
-        << (WIFSIGNALED(status) ? "signal " + std::to_string(WTERMSIG(status))
-                                : "exit " + std::to_string(WEXITSTATUS(status)));
+    auto child = test::ChildProcess::start(
+        {"/proc/self/exe", std::string("--gtest_filter=") + kChildTest}, {.captureOutput = true});
+    ASSERT_TRUE(child);
+    ASSERT_TRUE(child->waitFor(std::chrono::seconds(60))) << "round " << round;
+    ASSERT_EQ(child->exitCode(), 0) << "round " << round << ": " << child->describe();
   }
 }
 

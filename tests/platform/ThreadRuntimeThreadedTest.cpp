@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "platform/linux/ThreadRuntime.h"
+#include "support/RunOnQueue.h"
 
 namespace zivora::dispatch {
 namespace {
@@ -26,10 +27,7 @@ bool ready(std::future<void>& future) {
 
 // Waits until everything the queue had before it has run.
 bool drain(Queue& queue) {
-  std::promise<void> done;
-  auto future = done.get_future();
-  queue.async([&done] { done.set_value(); });
-  return ready(future);
+  return test::runOnQueue(queue, [] {});
 }
 
 // Waits until a task posted `delay` from now has run.

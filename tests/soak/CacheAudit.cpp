@@ -1,27 +1,17 @@
 #include "CacheAudit.h"
 
-#include <fstream>
-#include <iterator>
-
+#include "support/Files.h"
 #include "util/ZVHash.h"
 
 namespace zivora::soak {
 namespace fs = std::filesystem;
-namespace {
-
-std::string wholeFile(const fs::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-}  // namespace
 
 CacheAudit::CacheAudit(const fs::path& mediaDirectory, const std::string& baseUrl) {
   std::error_code error;
   for (const auto& entry : fs::directory_iterator(mediaDirectory, error)) {
     const std::string name = entry.path().filename().string();
     if (!entry.is_regular_file() || name.front() == '.') continue;
-    add(baseUrl + "/files/" + name, name, wholeFile(entry.path()));
+    add(baseUrl + "/files/" + name, name, test::readFile(entry.path()));
   }
 }
 
@@ -44,7 +34,7 @@ CacheAudit::Result CacheAudit::audit(const fs::path& cacheDirectory) const {
       ++result.unknown;
       continue;
     }
-    const std::string bytes = wholeFile(entry.path());
+    const std::string bytes = test::readFile(entry.path());
     const Served& expected = served->second;
     if (bytes.size() == expected.bytes.size() && ZVHash::md5Hex(bytes) == expected.md5) {
       ++result.identical;

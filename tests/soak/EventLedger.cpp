@@ -1,20 +1,15 @@
 #include "EventLedger.h"
 
 #include <fstream>
-#include <iterator>
 #include <sstream>
 
 #include "RequestJournal.h"
+#include "support/Files.h"
 
 namespace zivora::soak {
 namespace {
 
 constexpr std::string_view kSaveLine = "[ZVPFileSaver][save] event = ";
-
-std::string wholeFile(const std::filesystem::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
 
 // Where the live region of an event file starts, as the SDK reads it: the
 // number behind a leading "-!" when it is a line start, 0 for a header that
@@ -51,7 +46,7 @@ void EventLedger::readJournal(const std::filesystem::path& file) {
 }
 
 void EventLedger::readEventFile(const std::filesystem::path& file) {
-  const std::string text = wholeFile(file);
+  const std::string text = test::readFile(file);
   std::size_t start = liveStart(text);
   while (start < text.size()) {
     const auto end = text.find('\n', start);

@@ -14,6 +14,13 @@ namespace zivora::soak {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
+std::unique_ptr<test::ChildProcess> spawn(const std::vector<std::string>& argv, const fs::path& out,
+                                          const fs::path& err) {
+  auto child = test::ChildProcess::start(argv, {.outputFile = out, .errorFile = err});
+  if (!child) throw std::runtime_error("cannot start " + argv[0]);
+  return child;
+}
+
 SandboxKeeper::SandboxKeeper(fs::path executable, fs::path workDirectory, fs::path mediaDirectory)
     : executable_(std::move(executable)),
       work_(std::move(workDirectory)),
@@ -23,17 +30,10 @@ SandboxKeeper::SandboxKeeper(fs::path executable, fs::path workDirectory, fs::pa
   fs::create_directories(state_);
 }
 
-SandboxKeeper::~SandboxKeeper() {
-  if (process_ && process_->running()) {
-    process_->kill(SIGTERM);
-    if (!process_->waitFor(10s)) process_->kill(SIGKILL);
-  }
-}
-
 void SandboxKeeper::runToEnd(const std::vector<std::string>& argv) {
-  ChildProcess maker(argv, work_ / "sandbox.out", work_ / "sandbox.err");
-  if (!maker.waitFor(300s) || maker.exitCode() != 0)
-    throw std::runtime_error("the sandbox could not make its files: " + maker.describe());
+  auto maker = spawn(argv, work_ / "sandbox.out", work_ / "sandbox.err");
+  if (!maker->waitFor(300s) || maker->exitCode() != 0)
+    throw std::runtime_error("the sandbox could not make its files: " + maker->describe());
 }
 
 void SandboxKeeper::start() {
@@ -51,7 +51,7 @@ void SandboxKeeper::start() {
       portFile.string(),    "--port",  std::to_string(port_)};
   reap();
   ++starts_;
-  process_ = std::make_unique<ChildProcess>(argv, work_ / "sandbox.out", standardError());
+  process_ = spawn(argv, work_ / "sandbox.out", standardError());
   reaped_ = false;
   const auto deadline = std::chrono::steady_clock::now() + 30s;
   while (!fs::exists(portFile)) {

@@ -3,14 +3,21 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <vector>
 
-#include "ChildProcess.h"
+#include "support/ChildProcess.h"
 
 namespace zivora::platform {
 class HttpClient;
 }
 
 namespace zivora::soak {
+
+// Starts a child with its standard output and error appended to files;
+// throws when it cannot be started.
+std::unique_ptr<test::ChildProcess> spawn(const std::vector<std::string>& argv,
+                                          const std::filesystem::path& out,
+                                          const std::filesystem::path& err);
 
 // Runs zivora-sandbox as a child process that the soak kills and starts
 // again: always on the port of its first start and with the same state
@@ -20,7 +27,6 @@ class SandboxKeeper {
  public:
   SandboxKeeper(std::filesystem::path executable, std::filesystem::path workDirectory,
                 std::filesystem::path mediaDirectory);
-  ~SandboxKeeper();
 
   // Makes the certificates and the media (once per machine) and starts.
   void start();
@@ -28,7 +34,6 @@ class SandboxKeeper {
   bool running() const { return process_ && process_->running(); }
   // Ended by a signal the soak did not send, or by a sanitizer report.
   int crashes() const { return crashes_; }
-  int restarts() const { return starts_ - 1; }
 
   // POSTs a control request ("/control/misbehave?kind=stall"); false when
   // the server did not take it.
@@ -45,7 +50,7 @@ class SandboxKeeper {
   void runToEnd(const std::vector<std::string>& argv);
 
   std::filesystem::path executable_, work_, certs_, state_, media_;
-  std::unique_ptr<ChildProcess> process_;
+  std::unique_ptr<test::ChildProcess> process_;
   std::shared_ptr<platform::HttpClient> client_;
   int port_ = 0;
   int starts_ = 0;

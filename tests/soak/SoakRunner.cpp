@@ -112,29 +112,21 @@ SoakRunner::HostOutcome SoakRunner::runHost(int index, const FaultPlan& plan,
   fs::create_directories(directory);
   applyBeforeStart(plan);
   const std::string base = sandbox_.baseUrl();
-  ChildProcess host({options_.demo.string(),
-                     "--headless",
-                     "--server",
-                     base + "/HandleRequestV3.php",
-                     "--analytics-server",
-                     base + "/ProfilingEvent.php",
-                     "--ca",
-                     sandbox_.caFile().string(),
-                     "--data-dir",
-                     dataRoot().string(),
-                     "--out",
-                     directory.string(),
-                     "--placement",
-                     plan.placement,
-                     "--user-id",
-                     "soak-" + std::to_string(options_.seed) + "-" + std::to_string(index),
-                     "--idle-timeout-ms",
-                     std::to_string(std::chrono::milliseconds(kIdleTimeout).count()),
-                     "--retry-unit-ms",
-                     "100",
-                     "--disk-capacity",
-                     std::to_string(kDiskCapacity)},
-                    directory / "host.out", directory / "host.err");
+  std::vector<std::string> argv{options_.demo.string(), "--headless"};
+  const std::pair<const char*, std::string> flags[] = {
+      {"--server", base + "/HandleRequestV3.php"},
+      {"--analytics-server", base + "/ProfilingEvent.php"},
+      {"--ca", sandbox_.caFile().string()},
+      {"--data-dir", dataRoot().string()},
+      {"--out", directory.string()},
+      {"--placement", plan.placement},
+      {"--user-id", "soak-" + std::to_string(options_.seed) + "-" + std::to_string(index)},
+      {"--idle-timeout-ms", std::to_string(std::chrono::milliseconds(kIdleTimeout).count())},
+      {"--retry-unit-ms", "100"},
+      {"--disk-capacity", std::to_string(kDiskCapacity)}};
+  for (const auto& [flag, value] : flags) argv.insert(argv.end(), {flag, value});
+  auto child = spawn(argv, directory / "host.out", directory / "host.err");
+  test::ChildProcess& host = *child;
 
   const auto started = Clock::now();
   bool sandboxDown = false, filled = false;

@@ -7,6 +7,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <thread>
+
 extern char** environ;
 
 namespace zivora::test {
@@ -43,6 +46,15 @@ std::unique_ptr<ChildProcess> ChildProcess::start(const std::vector<std::string>
   ::posix_spawn_file_actions_adddup2(&actions, input.read, STDIN_FILENO);
   if (options.captureOutput)
     ::posix_spawn_file_actions_adddup2(&actions, output.write, STDOUT_FILENO);
+  constexpr int kAppend = O_WRONLY | O_CREAT | O_APPEND;
+  if (!options.outputFile.empty())
+    ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, options.outputFile.c_str(), kAppend,
+                                       0644);
+  if (!options.errorFile.empty())
+    ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, options.errorFile.c_str(), kAppend,
+                                       0644);
+  const std::string directory = options.outputFile.parent_path().string();
+  if (!directory.empty()) ::posix_spawn_file_actions_addchdir_np(&actions, directory.c_str());
   std::vector<char*> argv;
   for (const auto& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
   argv.push_back(nullptr);
@@ -68,9 +80,12 @@ std::unique_ptr<ChildProcess> ChildProcess::start(const std::vector<std::string>
 }
 
 ChildProcess::~ChildProcess() {
-  if (pid_ > 0) {
-    ::kill(pid_, SIGTERM);
-    ::waitpid(pid_, nullptr, 0);
+  if (running()) {
+    kill(SIGTERM);
+    if (!waitFor(std::chrono::seconds(10))) {
+      kill(SIGKILL);
+      waitFor(std::chrono::seconds(10));
+    }
   }
   if (output_ >= 0) ::close(output_);
 }
@@ -92,11 +107,41 @@ std::optional<std::string> ChildProcess::readLine(std::chrono::milliseconds pati
   return std::nullopt;
 }
 
-int ChildProcess::waitForExit() {
-  int status = 0;
-  const pid_t done = ::waitpid(pid_, &status, 0);
-  pid_ = -1;
-  return done > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+void ChildProcess::kill(int signal) {
+  if (ended_) return;
+  sent_ = signal;
+  ::kill(pid_, signal);
+}
+
+bool ChildProcess::running() {
+  if (ended_) return false;
+  const pid_t done = ::waitpid(pid_, &status_, WNOHANG);
+  if (done == pid_ || (done < 0 && errno == ECHILD)) ended_ = true;
+  return !ended_;
+}
+
+bool ChildProcess::waitFor(std::chrono::milliseconds limit) {
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  // Children run in real time; polling keeps this simple.
+  while (running()) {
+    if (std::chrono::steady_clock::now() >= deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return true;
+}
+
+int ChildProcess::exitCode() const {
+  return ended_ && WIFEXITED(status_) ? WEXITSTATUS(status_) : -1;
+}
+
+bool ChildProcess::crashed() const {
+  return ended_ && WIFSIGNALED(status_) && WTERMSIG(status_) != sent_;
+}
+
+std::string ChildProcess::describe() const {
+  if (!ended_) return "running";
+  if (WIFEXITED(status_)) return "exit " + std::to_string(WEXITSTATUS(status_));
+  return "signal " + std::to_string(WTERMSIG(status_)) + (crashed() ? "" : " (sent by kill())");
 }
 
 }  // namespace zivora::test

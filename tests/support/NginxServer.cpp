@@ -4,22 +4,15 @@
 #include <fmt/format.h>
 #include <netinet/in.h>
 #include <poll.h>
-#include <signal.h>
-#include <spawn.h>
-#include <stdlib.h>
 #include <sys/inotify.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <fstream>
 #include <set>
 #include <stdexcept>
-#include <vector>
-
-extern char** environ;
 
 namespace zivora::test {
 namespace {
@@ -86,38 +79,25 @@ http {{
 
 }  // namespace
 
-NginxServer::NginxServer(fs::path root, std::int64_t limitRate) {
-  std::string pattern = (fs::temp_directory_path() / "zivora-nginx-XXXXXX").string();
-  if (!::mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
-  workDirectory_ = pattern;
-  port_ = freeLoopbackPort();
-  const fs::path conf = workDirectory_ / "nginx.conf";
-  std::ofstream(conf) << configuration(workDirectory_, fs::absolute(root), port_, limitRate);
+NginxServer::NginxServer(fs::path root, std::int64_t limitRate) : port_(freeLoopbackPort()) {
+  const fs::path& work = work_.path();
+  const fs::path conf = work / "nginx.conf";
+  std::ofstream(conf) << configuration(work, fs::absolute(root), port_, limitRate);
 
-  std::vector<std::string> args{"nginx",
-                                "-c",
-                                conf.string(),
-                                "-p",
-                                workDirectory_.string(),
-                                "-e",
-                                (workDirectory_ / "error.log").string()};
-  std::vector<char*> argv;
-  for (auto& arg : args) argv.push_back(arg.data());
-  argv.push_back(nullptr);
   // nginx writes its pid file once its listening socket is open: a change
   // in the work directory or the child's exit wakes the wait below.
   const int changes = ::inotify_init1(IN_CLOEXEC);
-  if (changes < 0 ||
-      ::inotify_add_watch(changes, workDirectory_.c_str(), IN_CLOSE_WRITE | IN_MOVED_TO) < 0) {
+  if (changes < 0 || ::inotify_add_watch(changes, work.c_str(), IN_CLOSE_WRITE | IN_MOVED_TO) < 0) {
     if (changes >= 0) ::close(changes);
     throw std::runtime_error("inotify failed");
   }
-  if (::posix_spawnp(&pid_, "nginx", nullptr, nullptr, argv.data(), environ) != 0) {
-    pid_ = -1;
+  nginx_ = ChildProcess::start(
+      {"nginx", "-c", conf.string(), "-p", work.string(), "-e", (work / "error.log").string()}, {});
+  if (!nginx_) {
     ::close(changes);
     throw std::runtime_error("cannot start nginx");
   }
-  const int exited = static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0));
+  const int exited = static_cast<int>(::syscall(SYS_pidfd_open, nginx_->pid(), 0));
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
   std::string failure;
   while (!accepts(port_)) {
@@ -130,7 +110,7 @@ NginxServer::NginxServer(fs::path root, std::int64_t limitRate) {
       break;
     }
     if (events[1].revents != 0) {
-      failure = "nginx exited at start; see " + (workDirectory_ / "error.log").string();
+      failure = "nginx exited at start; see " + (work / "error.log").string();
       break;
     }
     char buffer[4096];
@@ -138,34 +118,18 @@ NginxServer::NginxServer(fs::path root, std::int64_t limitRate) {
   }
   ::close(changes);
   if (exited >= 0) ::close(exited);
-  if (!failure.empty()) {
-    ::kill(pid_, SIGTERM);
-    ::waitpid(pid_, nullptr, 0);
-    pid_ = -1;
-    throw std::runtime_error(failure);
-  }
-}
-
-NginxServer::~NginxServer() {
-  // Only ever the child started above.
-  if (pid_ > 0) {
-    ::kill(pid_, SIGTERM);
-    int status = 0;
-    ::waitpid(pid_, &status, 0);
-  }
-  std::error_code ignored;
-  fs::remove_all(workDirectory_, ignored);
+  if (!failure.empty()) throw std::runtime_error(failure);
 }
 
 std::int64_t NginxServer::bodyBytesSent() const {
-  std::ifstream log(workDirectory_ / "access.log");
+  std::ifstream log(work_.path() / "access.log");
   std::int64_t total = 0, bytes = 0, connection = 0;
   while (log >> bytes >> connection) total += bytes;
   return total;
 }
 
 std::size_t NginxServer::connectionsUsed() const {
-  std::ifstream log(workDirectory_ / "access.log");
+  std::ifstream log(work_.path() / "access.log");
   std::set<std::int64_t> connections;
   std::int64_t bytes = 0, connection = 0;
   while (log >> bytes >> connection) connections.insert(connection);

@@ -1,26 +1,24 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <string>
+
+#include "support/ChildProcess.h"
+#include "support/TempDir.h"
 
 namespace zivora::test {
 
 // nginx serving one directory over plain HTTP on a free loopback port, in
-// the foreground as a child of this process; stopped by the pid it was
-// started with.
+// the foreground as a child of this process.
 class NginxServer {
  public:
   // Throws std::runtime_error when nginx cannot be started. A positive
   // `limitRate` caps each response at that many bytes a second (nginx's
   // limit_rate), so a client can overtake a download in progress.
   explicit NginxServer(std::filesystem::path root, std::int64_t limitRate = 0);
-  ~NginxServer();
-  NginxServer(const NginxServer&) = delete;
-  NginxServer& operator=(const NginxServer&) = delete;
 
   int port() const { return port_; }
   std::string url(const std::string& name) const;
@@ -30,9 +28,10 @@ class NginxServer {
   std::size_t connectionsUsed() const;
 
  private:
-  std::filesystem::path workDirectory_;
+  TempDir work_;
   int port_ = 0;
-  pid_t pid_ = -1;
+  // Stops before its work directory goes.
+  std::unique_ptr<ChildProcess> nginx_;
 };
 
 }  // namespace zivora::test

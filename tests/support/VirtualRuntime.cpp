@@ -85,11 +85,11 @@ class VirtualRuntime::Scheduler {
     const std::size_t before = tasksRun();
     std::size_t count = 0;
     while (auto entry = takeNext(until, filter)) {
-      if (++count > taskLimit()) {
+      if (++count > kTaskLimit) {
         throw std::runtime_error(fmt::format(
             "VirtualRuntime: more than {} tasks in one run; a repeating timer or a task "
             "that keeps re-posting itself?",
-            taskLimit()));
+            kTaskLimit));
       }
       runEntry(*entry);
     }
@@ -138,27 +138,12 @@ class VirtualRuntime::Scheduler {
 
   WallTime wallNow() const {
     std::lock_guard lock(mutex_);
-    return wallStart_ + std::chrono::duration_cast<WallTime::duration>(now_ - kSteadyStart);
-  }
-
-  void setWallStart(WallTime start) {
-    std::lock_guard lock(mutex_);
-    wallStart_ = start;
-  }
-
-  std::size_t taskLimit() const {
-    std::lock_guard lock(mutex_);
-    return taskLimit_;
+    return kWallStart + std::chrono::duration_cast<WallTime::duration>(now_ - kSteadyStart);
   }
 
   std::size_t tasksRun() const {
     std::lock_guard lock(mutex_);
     return tasksRun_;
-  }
-
-  void setTaskLimit(std::size_t limit) {
-    std::lock_guard lock(mutex_);
-    taskLimit_ = limit;
   }
 
  private:
@@ -242,10 +227,8 @@ class VirtualRuntime::Scheduler {
   std::vector<QueueId> running_;  // innermost last
   std::thread::id runner_;
   SteadyTime now_ = kSteadyStart;
-  WallTime wallStart_ = kDefaultWallStart;
   std::uint64_t nextSeq_ = 0;
   QueueId nextQueueId_ = 1;
-  std::size_t taskLimit_ = kDefaultTaskLimit;
   std::size_t tasksRun_ = 0;
   bool closed_ = false;
 };
@@ -340,9 +323,5 @@ std::optional<VirtualRuntime::Duration> VirtualRuntime::nextPendingDelay() const
 }
 
 VirtualRuntime::SteadyTime VirtualRuntime::now() const { return scheduler_->now(); }
-
-void VirtualRuntime::setWallStart(WallTime start) { scheduler_->setWallStart(start); }
-
-void VirtualRuntime::setTaskLimit(std::size_t limit) { scheduler_->setTaskLimit(limit); }
 
 }  // namespace zivora::test

@@ -36,13 +36,13 @@ class VirtualRuntime final : public dispatch::Runtime {
   // Where the steady clock starts: not the epoch, so that code treating a
   // zero time point as "never" is not fooled.
   static constexpr SteadyTime kSteadyStart = SteadyTime(std::chrono::hours(1));
-  // 2026-01-01T00:00:00Z
-  static constexpr WallTime kDefaultWallStart = WallTime(std::chrono::seconds(1767225600));
+  // wallNow() is this start plus the elapsed virtual time: 2026-01-01T00:00:00Z.
+  static constexpr WallTime kWallStart = WallTime(std::chrono::seconds(1767225600));
   // More tasks than this in one call of runUntilIdle(), advanceBy() or
   // advanceUntilNoTasks() is taken for a runaway loop (a repeating timer
   // under advanceUntilNoTasks(), a task that re-posts itself): the call
   // throws std::runtime_error.
-  static constexpr std::size_t kDefaultTaskLimit = 100000;
+  static constexpr std::size_t kTaskLimit = 100000;
 
   VirtualRuntime();
   ~VirtualRuntime() override;
@@ -77,9 +77,6 @@ class VirtualRuntime final : public dispatch::Runtime {
   SteadyTime now() const;
   // Virtual time elapsed since the runtime was made.
   Duration elapsed() const { return now() - kSteadyStart; }
-  // wallNow() is this start plus the elapsed virtual time.
-  void setWallStart(WallTime start);
-  void setTaskLimit(std::size_t limit);
 
   class Scheduler;
 
