@@ -17,7 +17,8 @@ namespace {
 
 constexpr long kMaxRedirects = 5;
 // Chunks posted to the main queue and not yet handled before the worker
-// waits: about 64 KiB each, so a transfer holds at most ~1 MiB in flight.
+// waits: at most 16 KiB each (libcurl's write size), so a transfer holds at
+// most 256 KiB in flight.
 constexpr int kMaxPendingChunks = 16;
 
 std::string_view trimmed(std::string_view text) {
