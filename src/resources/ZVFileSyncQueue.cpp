@@ -31,19 +31,7 @@ ZVFileSyncQueue::ZVFileSyncQueue(std::shared_ptr<dispatch::Queue> queue,
     : queue_(std::move(queue)), files_(std::move(files)) {}
 
 ZVFileSyncQueue::~ZVFileSyncQueue() {
-  for (;;) {
-    Job job;
-    {
-      std::lock_guard lock(mutex_);
-      if (jobs_.empty()) return;
-      job = std::move(jobs_.front());
-      jobs_.pop_front();
-    }
-    if (job.fd >= 0) {
-      sync(job);
-    } else {
-      commit(job);
-    }
+  while (runNext()) {
   }
 }
 
@@ -97,11 +85,11 @@ void ZVFileSyncQueue::post(Job job) {
   });
 }
 
-void ZVFileSyncQueue::runNext() {
+bool ZVFileSyncQueue::runNext() {
   Job job;
   {
     std::lock_guard lock(mutex_);
-    if (jobs_.empty()) return;
+    if (jobs_.empty()) return false;
     job = std::move(jobs_.front());
     jobs_.pop_front();
   }
@@ -110,6 +98,7 @@ void ZVFileSyncQueue::runNext() {
   } else {
     commit(job);
   }
+  return true;
 }
 
 void ZVFileSyncQueue::sync(const Job& job) {

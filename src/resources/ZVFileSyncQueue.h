@@ -69,7 +69,8 @@ class ZVFileSyncQueue : public std::enable_shared_from_this<ZVFileSyncQueue> {
   };
 
   void post(Job job);
-  void runNext();
+  // Runs the oldest job; false when there was none.
+  bool runNext();
   void sync(const Job& job);
   void commit(const Job& job);
 
