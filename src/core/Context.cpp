@@ -80,8 +80,10 @@ Context::~Context() {
 }
 
 void Context::shutdown() {
-  // Aborted first: a task blocked on a stalled server ends soon, so waiting
-  // for the running tasks does not take a request timeout.
+  // The queues close first, so that a task failing from the abort cannot
+  // schedule work that runs; the transfers are aborted before the wait, so
+  // a task blocked on a stalled server ends soon instead of at a timeout.
+  if (runtime_.runtime) runtime_.runtime->beginShutdown();
   if (runtime_.http) runtime_.http->abortAll();
   if (runtime_.runtime) runtime_.runtime->shutdown();
 }

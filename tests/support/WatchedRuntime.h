@@ -25,6 +25,7 @@ class WatchedRuntime final : public dispatch::Runtime {
   dispatch::Queue& globalQueue() override;
   dispatch::Clock& clock() override { return threads_->clock(); }
   std::size_t pumpMainQueue() override;
+  void beginShutdown() override { threads_->beginShutdown(); }
   void shutdown() override { threads_->shutdown(); }
 
   // True once `condition` holds; false if it still does not after `limit`,

@@ -42,6 +42,11 @@ class Runtime {
   // caller); it finishes after the call returns. A runtime whose work runs
   // only when its owner drives it (virtual time) has nothing to stop.
   virtual void shutdown() {}
+  // The first half of shutdown(): the queues drop their pending and delayed
+  // work and ignore later posts, but running tasks are not waited for. An
+  // owner that must end what those tasks wait on (a transfer) does it in
+  // between, so that no retry they schedule on the way out can run.
+  virtual void beginShutdown() {}
 };
 
 }  // namespace zivora::dispatch

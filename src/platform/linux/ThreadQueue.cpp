@@ -88,16 +88,23 @@ class ThreadQueue::Core {
     return count;
   }
 
-  void stop() {
+  void close() {
     std::vector<Entry> dropped;
-    std::vector<std::thread> workers;
     {
       std::lock_guard lock(mutex_);
       stopped_ = true;
       dropped.swap(heap_);
-      workers.swap(workers_);
     }
     wake_.notify_all();
+  }
+
+  void stop() {
+    close();
+    std::vector<std::thread> workers;
+    {
+      std::lock_guard lock(mutex_);
+      workers.swap(workers_);
+    }
     for (auto& worker : workers) {
       if (worker.get_id() == std::this_thread::get_id()) {
         worker.detach();  // the last reference went away inside one of our tasks
@@ -231,6 +238,8 @@ TaskHandle ThreadQueue::every(Duration interval, Task task) {
 bool ThreadQueue::isCurrent() const { return core_->isRunningOnCaller(); }
 
 std::size_t ThreadQueue::runDue() { return core_->runDue(); }
+
+void ThreadQueue::close() { core_->close(); }
 
 void ThreadQueue::stop() { core_->stop(); }
 

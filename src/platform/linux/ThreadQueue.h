@@ -35,8 +35,11 @@ class ThreadQueue final : public Queue {
   // work posted meanwhile waits for the next call. Returns how many ran.
   std::size_t runDue();
 
-  // Drops pending work, stops the workers and drops later posts, then waits
-  // for tasks running on other threads. Idempotent.
+  // Drops pending and delayed work and later posts; running tasks go on.
+  // Idempotent.
+  void close();
+  // Closes the queue, then waits for tasks running on other threads.
+  // Idempotent.
   void stop();
 
   class Core;

@@ -19,15 +19,29 @@ ThreadRuntime::ThreadRuntime(MainQueueMode mode)
 
 ThreadRuntime::~ThreadRuntime() { shutdown(); }
 
-void ThreadRuntime::shutdown() {
+void ThreadRuntime::beginShutdown() {
   std::vector<std::weak_ptr<ThreadQueue>> serialQueues;
   {
     std::lock_guard lock(serialQueuesMutex_);
     shutDown_ = true;
-    serialQueues.swap(serialQueues_);
+    serialQueues = serialQueues_;
   }
   // A task sleeping through a back-off ends now instead of holding up the wait.
   clock_.interruptSleeps();
+  for (const auto& weak : serialQueues) {
+    if (auto queue = weak.lock()) queue->close();
+  }
+  main_->close();
+  global_->close();
+}
+
+void ThreadRuntime::shutdown() {
+  beginShutdown();
+  std::vector<std::weak_ptr<ThreadQueue>> serialQueues;
+  {
+    std::lock_guard lock(serialQueuesMutex_);
+    serialQueues.swap(serialQueues_);
+  }
   for (const auto& weak : serialQueues) {
     if (auto queue = weak.lock()) queue->stop();
   }
