@@ -20,7 +20,7 @@ struct VideoFrame {
   int stride = 0;
   MediaTime presentationTime;
   std::vector<std::uint8_t> pixels;
-  std::shared_ptr<const YuvPicture> yuv;
+  std::shared_ptr<const YuvPicture> yuv = nullptr;
 };
 
 // Where a player puts its pictures; the presenter uploads them. Called on
