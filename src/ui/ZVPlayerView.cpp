@@ -75,6 +75,18 @@ Rect ZVPlayerView::opaqueRect() const {
   return background.width() > 0 ? background : pictureRect();
 }
 
+std::optional<Point> ZVPlayerView::unscaledCorner(cairo_t* cr) const {
+  cairo_matrix_t matrix;
+  cairo_get_matrix(cr, &matrix);
+  const Rect placed = pictureRect();
+  if (matrix.xy != 0 || matrix.yx != 0 || matrix.xx * placed.width() != width_ ||
+      matrix.yy * placed.height() != height_) {
+    return std::nullopt;
+  }
+  return Point{std::round(matrix.x0 + matrix.xx * placed.minX()),
+               std::round(matrix.y0 + matrix.yy * placed.minY())};
+}
+
 bool ZVPlayerView::drawYuvInPlace(cairo_t* cr) const {
   cairo_surface_t* target = cairo_get_group_target(cr);
   if (cairo_surface_get_type(target) != CAIRO_SURFACE_TYPE_IMAGE) return false;
@@ -83,23 +95,17 @@ bool ZVPlayerView::drawYuvInPlace(cairo_t* cr) const {
   double offsetX = 0, offsetY = 0;
   cairo_surface_get_device_offset(target, &offsetX, &offsetY);
   if (offsetX != 0 || offsetY != 0) return false;
+  const auto corner = unscaledCorner(cr);
+  if (!corner) return false;
   cairo_matrix_t matrix;
   cairo_get_matrix(cr, &matrix);
-  const Rect placed = pictureRect();
-  if (matrix.xy != 0 || matrix.yx != 0 || matrix.xx * placed.width() != width_ ||
-      matrix.yy * placed.height() != height_) {
-    return false;
-  }
-  const double left = matrix.x0 + matrix.xx * placed.minX();
-  const double top = matrix.y0 + matrix.yy * placed.minY();
-  if (left != std::floor(left) || top != std::floor(top)) return false;
 
   // The clip in device pixels, each rectangle met by the picture.
   cairo_rectangle_list_t* clip = cairo_copy_clip_rectangle_list(cr);
   std::vector<cairo_rectangle_int_t> areas;
   bool wholePixels = clip->status == CAIRO_STATUS_SUCCESS;
-  const cairo_rectangle_int_t picture{static_cast<int>(left), static_cast<int>(top), width_,
-                                      height_};
+  const cairo_rectangle_int_t picture{static_cast<int>(corner->x), static_cast<int>(corner->y),
+                                      width_, height_};
   const cairo_rectangle_int_t surface{0, 0, cairo_image_surface_get_width(target),
                                       cairo_image_surface_get_height(target)};
   for (int i = 0; wholePixels && i < clip->num_rectangles; ++i) {
@@ -142,9 +148,14 @@ void ZVPlayerView::draw(cairo_t* cr) {
   // Video is opaque: as RGB24 the picture is copied, not blended.
   cairo_surface_t* picture = cairo_image_surface_create_for_data(pixels_.data(), CAIRO_FORMAT_RGB24,
                                                                  width_, height_, stride_);
-  const Rect placed = pictureRect();
-  cairo_translate(cr, placed.minX(), placed.minY());
-  cairo_scale(cr, placed.width() / width_, placed.height() / height_);
+  if (const auto corner = unscaledCorner(cr)) {
+    cairo_identity_matrix(cr);
+    cairo_translate(cr, corner->x, corner->y);
+  } else {
+    const Rect placed = pictureRect();
+    cairo_translate(cr, placed.minX(), placed.minY());
+    cairo_scale(cr, placed.width() / width_, placed.height() / height_);
+  }
   cairo_set_source_surface(cr, picture, 0, 0);
   // Edge pixels repeat instead of fading into the border when scaled.
   // Unscaled at a whole-pixel offset, pixman copies the picture as fast as

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "platform/media/MediaPlayer.h"
@@ -38,9 +39,13 @@ class ZVPlayerView : public View, private media::FrameSink {
   bool takesYuvPictures() const override { return true; }
   static bool isUsable(const media::VideoFrame& frame);
   void showYuv(std::shared_ptr<const media::YuvPicture> picture);
+  // Where an unscaled picture's corner lands in device pixels, rounded to
+  // the nearest: a picture shown at its own size is never resampled, also
+  // while a slide moves it by fractions of a pixel. Empty when scaled.
+  std::optional<Point> unscaledCorner(cairo_t* cr) const;
   // Converts the 4:2:0 picture straight into the pixels the clip leaves
   // to draw; false (nothing drawn) unless the target is an image in
-  // cairo's layout and the picture lands unscaled on whole pixels.
+  // cairo's layout and the picture is unscaled.
   bool drawYuvInPlace(cairo_t* cr) const;
   // Where the picture lies, aspect-fit and centred, in the view's points.
   Rect pictureRect() const;

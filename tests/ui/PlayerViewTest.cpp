@@ -2,6 +2,7 @@
 // left damage, against the same picture drawn from its converted pixels.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <vector>
 
 #include "platform/media/YuvPicture.h"
@@ -108,14 +109,34 @@ TEST(PlayerViewTest, APictureWrittenInPlaceMatchesItsConvertedPixelsWholeAndInPa
   EXPECT_TRUE(test::samePixels(yuv.canvas, fresh));
 }
 
-TEST(PlayerViewTest, ScaledOrOffTheGridThePictureIsDrawnFromItsConvertedPixels) {
+TEST(PlayerViewTest, AScaledPictureIsDrawnFromItsConvertedPixels) {
   const Picture picture;
-  for (const auto& [at, scale] : {std::pair{Point{0, 0}, 2.0}, std::pair{Point{0.5, 3.25}, 1.0}}) {
-    Screen yuv(picture.yuvFrame(), at, scale);
-    Screen converted(picture.pixelFrame(), at, scale);
-    yuv.canvas.render(*yuv.root);
-    converted.canvas.render(*converted.root);
-    EXPECT_TRUE(test::samePixels(yuv.canvas, converted.canvas)) << "scale " << scale;
+  Screen yuv(picture.yuvFrame(), {0, 0}, 2);
+  Screen converted(picture.pixelFrame(), {0, 0}, 2);
+  yuv.canvas.render(*yuv.root);
+  converted.canvas.render(*converted.root);
+  EXPECT_TRUE(test::samePixels(yuv.canvas, converted.canvas));
+}
+
+TEST(PlayerViewTest, AnUnscaledPictureOffThePixelGridLandsOnTheNearestPixels) {
+  const Picture picture;
+  Screen onGrid(picture.yuvFrame(), {1, 3}, 1);
+  onGrid.canvas.render(*onGrid.root);
+  for (const Point at : {Point{0.5, 3.25}, Point{1.25, 2.5}}) {
+    for (const auto& frame : {picture.yuvFrame(), picture.pixelFrame()}) {
+      Screen offGrid(frame, at, 1);
+      // Only the picture is compared: the box moves with its view.
+      offGrid.box->setHidden(true);
+      onGrid.box->setHidden(true);
+      offGrid.canvas.render(*offGrid.root);
+      onGrid.canvas.render(*onGrid.root);
+      for (int y = 3; y < kHeight; ++y) {
+        const auto* got = offGrid.canvas.pixels() + y * offGrid.canvas.stride() + 4;
+        const auto* want = onGrid.canvas.pixels() + y * onGrid.canvas.stride() + 4;
+        ASSERT_EQ(std::memcmp(got, want, (kWidth - 1) * 4), 0)
+            << "row " << y << " of the picture at " << at.x << "," << at.y;
+      }
+    }
   }
 }
 
