@@ -398,6 +398,7 @@ GstMediaItem::~GstMediaItem() {
     gst_object_unref(bus);
     gst_object_unref(pipeline_);
   }
+  if (videoSink_) gst_object_unref(videoSink_);
   // Opened early but never taken into the pipeline (an item that went
   // before its streams were known): closed here, after any early opening.
   if (audioSink_) {
@@ -417,6 +418,7 @@ bool GstMediaItem::start(AudioOutput audio) {
   streaming_->pipeline = pipeline_;
   guint flags = 0;
   g_object_get(pipeline_, "flags", &flags, nullptr);
+  videoSink_ = GST_ELEMENT(gst_object_ref(videoSink));
   g_object_set(pipeline_, "video-sink", videoSink, "flags", flags & ~kUnusedPlayFlags, nullptr);
   setAudioSink(audio);
   attachBus();
@@ -598,8 +600,14 @@ void GstMediaItem::setPlaying(bool playing) {
 
 MediaTime GstMediaItem::position() const {
   gint64 position = -1;
+  // The picture's sink answers for the pipeline: the pipeline's own answer
+  // walks every sink of its nested bins, which the countdown asks for 20
+  // times a second.
+  const auto query = [&](GstElement* element) {
+    return element && gst_element_query_position(element, GST_FORMAT_TIME, &position);
+  };
   if (pipeline_ && status_ == MediaItemStatus::ReadyToPlay &&
-      gst_element_query_position(pipeline_, GST_FORMAT_TIME, &position) && position >= 0) {
+      (query(videoSink_) || query(pipeline_)) && position >= 0) {
     lastPosition_ = MediaTime::fromNanoseconds(position);
   }
   return lastPosition_;
