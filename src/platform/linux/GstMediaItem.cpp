@@ -209,7 +209,7 @@ std::optional<media::VideoFrame> frameOf(GstSample* sample, std::vector<std::uin
 
 // A decoded picture kept mapped, as it came, for as long as a frame shows it.
 struct MappedSample {
-  MappedSample(GstSample* sample) : sample(sample) {}
+  explicit MappedSample(GstSample* sample) : sample(sample) {}
   ~MappedSample() {
     if (mapped) gst_video_frame_unmap(&video);
     gst_sample_unref(sample);
