@@ -236,7 +236,10 @@ bool View::ownPaintingHidden(const cairo_matrix_t& placedToDevice,
 
 void View::paintOwn(cairo_t* cr) {
   if (cachesOwnPainting()) return paintOwnCached(cr);
+  cairo_save(cr);
+  clipOutOpaqueSubview(cr);
   paintOwnDirectly(cr);
+  cairo_restore(cr);
 }
 
 void View::paintOwnDirectly(cairo_t* cr) {
@@ -330,6 +333,31 @@ void View::render(cairo_t* cr) {
     cairo_paint_with_alpha(cr, alpha_);
   }
   cairo_restore(cr);
+}
+
+void View::clipOutOpaqueSubview(cairo_t* cr) const {
+  cairo_matrix_t matrix;
+  cairo_get_matrix(cr, &matrix);
+  cairo_rectangle_int_t largest{0, 0, 0, 0};
+  for (const auto& view : subviews_) {
+    if (view->alpha_ < 1 || !view->isDrawn()) continue;
+    const cairo_rectangle_int_t covered =
+        PixelRegion::coveredBy(view->placed(matrix), view->opaqueRect());
+    if (!PixelRegion::isEmpty(covered) && static_cast<long>(covered.width) * covered.height >
+                                              static_cast<long>(largest.width) * largest.height) {
+      largest = covered;
+    }
+  }
+  if (PixelRegion::isEmpty(largest)) return;
+  const cairo_rectangle_int_t clip = deviceClip(cr);
+  // Whole-pixel edges keep the clip exact (no antialiased seam).
+  cairo_identity_matrix(cr);
+  cairo_rectangle(cr, clip.x, clip.y, clip.width, clip.height);
+  cairo_rectangle(cr, largest.x, largest.y, largest.width, largest.height);
+  cairo_set_fill_rule(cr, CAIRO_FILL_RULE_EVEN_ODD);
+  cairo_clip(cr);
+  cairo_set_fill_rule(cr, CAIRO_FILL_RULE_WINDING);
+  cairo_set_matrix(cr, &matrix);
 }
 
 }  // namespace zivora::ui

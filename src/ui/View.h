@@ -136,6 +136,9 @@ class View : public std::enable_shared_from_this<View> {
   bool ownPaintingHidden(const cairo_matrix_t& placedToDevice,
                          const cairo_rectangle_int_t& clip) const;
   void paintOwn(cairo_t* cr);
+  // Clips out the largest area an opaque subview covers in whole pixels:
+  // what the view paints there would only be painted over.
+  void clipOutOpaqueSubview(cairo_t* cr) const;
   void paintOwnDirectly(cairo_t* cr);
   // Draws the own painting from its cached pixels, making them first when
   // the view changed or lies differently on the pixel grid.

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "platform/media/MediaPlayer.h"
@@ -29,12 +30,23 @@ class ZVPlayerView : public View, private media::FrameSink {
   Rect opaqueRect() const override;
 
  private:
-  // Keeps the newest frame, in cairo's pixel order already, for the next
-  // draw: a copy of a frame that is only lent, the frame's own buffer in
-  // exchange for the previous one when it is handed over.
+  // Keeps the newest frame for the next draw: a 4:2:0 picture as it is
+  // (converted when drawn), else pixels in cairo's order: a copy of a
+  // frame that is only lent, the frame's own buffer in exchange for the
+  // previous one when it is handed over.
   void videoFrame(const media::VideoFrame& frame) override;
   void takeFrame(media::VideoFrame& frame) override;
+  bool takesYuvPictures() const override { return true; }
   static bool isUsable(const media::VideoFrame& frame);
+  void showYuv(std::shared_ptr<const media::YuvPicture> picture);
+  // Where an unscaled picture's corner lands in device pixels, rounded to
+  // the nearest: a picture shown at its own size is never resampled, also
+  // while a slide moves it by fractions of a pixel. Empty when scaled.
+  std::optional<Point> unscaledCorner(cairo_t* cr) const;
+  // Converts the 4:2:0 picture straight into the pixels the clip leaves
+  // to draw; false (nothing drawn) unless the target is an image in
+  // cairo's layout and the picture is unscaled.
+  bool drawYuvInPlace(cairo_t* cr) const;
   // Where the picture lies, aspect-fit and centred, in the view's points.
   Rect pictureRect() const;
 
@@ -43,6 +55,10 @@ class ZVPlayerView : public View, private media::FrameSink {
   int height_ = 0;
   int stride_ = 0;
   std::vector<std::uint8_t> pixels_;
+  std::shared_ptr<const media::YuvPicture> yuv_;
+  // `pixels_` does not hold `yuv_` yet (it is converted on the first draw
+  // that cannot write in place).
+  bool pixelsStale_ = false;
 };
 
 }  // namespace zivora::ui

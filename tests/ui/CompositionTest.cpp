@@ -140,5 +140,25 @@ TEST(KeptPaintingTest, FollowsNewValuesAndMovesOffThePixelGrid) {
   EXPECT_TRUE(matchesNewScene(canvas, 7.5f, {3.25, 1.75}));
 }
 
+// A background is not painted where an opaque subview covers whole pixels;
+// the subview's partly covered edge pixels still blend over it.
+TEST_F(CompositionTest, ABackgroundSkippedUnderAnOpaqueSubviewLeavesNoSeam) {
+  root_->setBackgroundColor(Color{0.2, 0.3, 0.9, 1});
+  for (const Point at : {Point{10.25, 10.75}, Point{12, 9.5}}) {
+    box_->setFrame({at, {30.5, 20}});
+    canvas_.render(*root_);
+    // The same pixels, painted the long way: the backdrop whole, then the
+    // box over it.
+    Canvas layered(canvas_.points(), canvas_.scale());
+    box_->setHidden(true);
+    layered.render(*root_);
+    box_->setHidden(false);
+    View box(box_->frame());
+    box.setBackgroundColor(Color{0.9, 0.2, 0.1, 1});
+    layered.draw(box);
+    EXPECT_TRUE(test::samePixels(canvas_, layered)) << "at " << at.x << "," << at.y;
+  }
+}
+
 }  // namespace
 }  // namespace zivora::ui

@@ -55,5 +55,33 @@ TEST(IndicatorRenderingTest, SkipControlIsHalfTransparentUntilReady) {
   EXPECT_TRUE(scene.matches("skip"));
 }
 
+// The rims a ring keeps between ticks are those of its place on the pixel
+// grid: a ring that ticked and then moved, by fractions of a pixel or by
+// whole ones, draws what a ring made there draws.
+TEST(IndicatorRenderingTest, ARingThatTickedAndMovedDrawsAsOneMadeThere) {
+  Scene ticked;
+  auto ring = std::make_shared<ZVTimerCircularProgress>(Rect{{10, 10}, {40, 40}});
+  ring->setDuration(15);
+  ticked.root->addSubview(ring);
+  Canvas canvas(ticked.root->frame().size, kScale);
+  for (const float time : {1.0f, 2.0f, 3.0f}) {
+    ring->setCurrentTime(time);
+    canvas.render(*ticked.root);
+  }
+  for (const Point at : {Point{30.4, 10.7}, Point{31, 12}}) {
+    ring->setFrame({at, {40, 40}});
+    ring->setCurrentTime(7.5f);
+    canvas.render(*ticked.root);
+    Scene fresh;
+    auto made = std::make_shared<ZVTimerCircularProgress>(Rect{at, {40, 40}});
+    made->setDuration(15);
+    made->setCurrentTime(7.5f);
+    fresh.root->addSubview(made);
+    Canvas want(fresh.root->frame().size, kScale);
+    want.render(*fresh.root);
+    EXPECT_TRUE(test::samePixels(canvas, want)) << "at " << at.x << "," << at.y;
+  }
+}
+
 }  // namespace
 }  // namespace zivora::ui

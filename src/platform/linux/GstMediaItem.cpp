@@ -4,9 +4,7 @@
 #include <gst/app/gstappsink.h>
 #include <gst/app/gstappsrc.h>
 #include <gst/video/video.h>
-#include <libyuv/convert_argb.h>
 
-#include <bit>
 #include <mutex>
 #include <optional>
 #include <vector>
@@ -31,6 +29,8 @@ struct GstMediaItem::Streaming {
   std::atomic<std::int64_t> lastFrameTime{-1};
   // Set when the item goes: the sound device is no longer worth opening.
   std::atomic<bool> stopping{false};
+  // Whether the sink takes 4:2:0 pictures as the decoder made them.
+  std::atomic<bool> yuvWanted{false};
 
   ~Streaming() {
     if (unseenSample) gst_sample_unref(unseenSample);
@@ -154,22 +154,20 @@ GstBusSyncReply onBusMessage(GstBus*, GstMessage* message, gpointer data) {
   return GST_BUS_DROP;
 }
 
-// libyuv's ARGB is B, G, R, A in memory: cairo's ARGB32 on a little-endian
-// machine, and GStreamer's BGRA.
-static_assert(std::endian::native == std::endian::little,
-              "frames are handed over as B, G, R, A bytes");
-
-// The matrix of a YUV picture as its caps name it.
-const libyuv::YuvConstants& matrixOf(const GstVideoColorimetry& colorimetry) {
-  const bool full = colorimetry.range == GST_VIDEO_COLOR_RANGE_0_255;
-  switch (colorimetry.matrix) {
-    case GST_VIDEO_COLOR_MATRIX_BT709:
-      return full ? libyuv::kYuvF709Constants : libyuv::kYuvH709Constants;
-    case GST_VIDEO_COLOR_MATRIX_BT2020:
-      return full ? libyuv::kYuvV2020Constants : libyuv::kYuv2020Constants;
-    default:
-      return full ? libyuv::kYuvJPEGConstants : libyuv::kYuvI601Constants;
-  }
+// A mapped I420 picture as the seam describes it; `owner` keeps the planes.
+media::YuvPicture yuvPictureOf(const GstVideoFrame& video, std::shared_ptr<const void> owner) {
+  const GstVideoInfo& info = video.info;
+  const auto plane = [&](int index) {
+    return media::YuvPicture::Plane{
+        static_cast<const std::uint8_t*>(GST_VIDEO_FRAME_PLANE_DATA(&video, index)),
+        GST_VIDEO_FRAME_PLANE_STRIDE(&video, index)};
+  };
+  media::YuvMatrix matrix = media::YuvMatrix::Bt601;
+  if (info.colorimetry.matrix == GST_VIDEO_COLOR_MATRIX_BT709) matrix = media::YuvMatrix::Bt709;
+  if (info.colorimetry.matrix == GST_VIDEO_COLOR_MATRIX_BT2020) matrix = media::YuvMatrix::Bt2020;
+  return media::YuvPicture(GST_VIDEO_INFO_WIDTH(&info), GST_VIDEO_INFO_HEIGHT(&info), plane(0),
+                           plane(1), plane(2), matrix,
+                           info.colorimetry.range == GST_VIDEO_COLOR_RANGE_0_255, std::move(owner));
 }
 
 // Decoders hand over I420, which libyuv turns into the screens' pixel
@@ -181,13 +179,7 @@ void copyPixels(const GstVideoFrame& video, media::VideoFrame& frame) {
     frame.stride = frame.width * 4;
     frame.pixels.resize(static_cast<std::size_t>(frame.stride) *
                         static_cast<std::size_t>(frame.height));
-    auto plane = [&](int index) {
-      return static_cast<const std::uint8_t*>(GST_VIDEO_FRAME_PLANE_DATA(&video, index));
-    };
-    libyuv::I420ToARGBMatrix(plane(0), GST_VIDEO_FRAME_PLANE_STRIDE(&video, 0), plane(1),
-                             GST_VIDEO_FRAME_PLANE_STRIDE(&video, 1), plane(2),
-                             GST_VIDEO_FRAME_PLANE_STRIDE(&video, 2), frame.pixels.data(),
-                             frame.stride, &matrixOf(info.colorimetry), frame.width, frame.height);
+    yuvPictureOf(video, nullptr).convert(frame.pixels.data(), frame.stride);
     return;
   }
   frame.stride = GST_VIDEO_FRAME_PLANE_STRIDE(&video, 0);
@@ -215,9 +207,53 @@ std::optional<media::VideoFrame> frameOf(GstSample* sample, std::vector<std::uin
   return frame;
 }
 
-// Converts a sample for the sink and hands it to the main queue; takes the
-// sample.
+// A decoded picture kept mapped, as it came, for as long as a frame shows it.
+struct MappedSample {
+  explicit MappedSample(GstSample* sample) : sample(sample) {}
+  ~MappedSample() {
+    if (mapped) gst_video_frame_unmap(&video);
+    gst_sample_unref(sample);
+  }
+  MappedSample(const MappedSample&) = delete;
+  MappedSample& operator=(const MappedSample&) = delete;
+  GstSample* sample;
+  GstVideoFrame video{};
+  bool mapped = false;
+};
+
+// The sample's I420 picture, unconverted; takes the sample. Empty (and the
+// sample still the caller's) for any other format.
+std::optional<media::VideoFrame> yuvFrameOf(GstSample* sample) {
+  GstVideoInfo info;
+  GstBuffer* buffer = gst_sample_get_buffer(sample);
+  if (!buffer || !gst_video_info_from_caps(&info, gst_sample_get_caps(sample)) ||
+      GST_VIDEO_INFO_FORMAT(&info) != GST_VIDEO_FORMAT_I420) {
+    return std::nullopt;
+  }
+  auto mapping = std::make_shared<MappedSample>(sample);
+  mapping->mapped = gst_video_frame_map(&mapping->video, &info, buffer, GST_MAP_READ);
+  if (!mapping->mapped) return media::VideoFrame{};
+  media::VideoFrame frame;
+  frame.width = GST_VIDEO_INFO_WIDTH(&info);
+  frame.height = GST_VIDEO_INFO_HEIGHT(&info);
+  if (GST_BUFFER_PTS_IS_VALID(buffer)) {
+    frame.presentationTime =
+        MediaTime::fromNanoseconds(static_cast<std::int64_t>(GST_BUFFER_PTS(buffer)));
+  }
+  const GstVideoFrame& video = mapping->video;
+  frame.yuv = std::make_shared<media::YuvPicture>(yuvPictureOf(video, std::move(mapping)));
+  return frame;
+}
+
+// Hands a sample's picture to the main queue, converted unless the sink
+// converts it itself; takes the sample.
 void offerSample(GstMediaItem::Streaming& streaming, GstSample* sample) {
+  if (streaming.yuvWanted.load()) {
+    if (auto frame = yuvFrameOf(sample)) {
+      if (frame->yuv) streaming.offerFrame(std::move(*frame));
+      return;
+    }
+  }
   if (auto frame = frameOf(sample, streaming.takeSpareBuffer())) {
     streaming.offerFrame(std::move(*frame));
   }
@@ -362,6 +398,7 @@ GstMediaItem::~GstMediaItem() {
     gst_object_unref(bus);
     gst_object_unref(pipeline_);
   }
+  if (videoSink_) gst_object_unref(videoSink_);
   // Opened early but never taken into the pipeline (an item that went
   // before its streams were known): closed here, after any early opening.
   if (audioSink_) {
@@ -381,6 +418,7 @@ bool GstMediaItem::start(AudioOutput audio) {
   streaming_->pipeline = pipeline_;
   guint flags = 0;
   g_object_get(pipeline_, "flags", &flags, nullptr);
+  videoSink_ = GST_ELEMENT(gst_object_ref(videoSink));
   g_object_set(pipeline_, "video-sink", videoSink, "flags", flags & ~kUnusedPlayFlags, nullptr);
   setAudioSink(audio);
   attachBus();
@@ -531,6 +569,7 @@ void GstMediaItem::stalled() {
 
 void GstMediaItem::setFrameSink(media::FrameSink* sink) {
   frameSink_ = sink;
+  streaming_->yuvWanted.store(sink && sink->takesYuvPictures());
   if (GstSample* unseen = streaming_->setWatched(sink != nullptr)) {
     offerSample(*streaming_, unseen);
   }
@@ -539,6 +578,15 @@ void GstMediaItem::setFrameSink(media::FrameSink* sink) {
 void GstMediaItem::deliverFrame() {
   auto frame = streaming_->takeFrame();
   if (!frame) return;
+  // A picture made for a sink that has since been replaced by one that
+  // does not convert pictures itself.
+  if (frame->yuv && frameSink_ && !frameSink_->takesYuvPictures()) {
+    frame->stride = frame->width * 4;
+    frame->pixels.resize(static_cast<std::size_t>(frame->stride) *
+                         static_cast<std::size_t>(frame->height));
+    frame->yuv->convert(frame->pixels.data(), frame->stride);
+    frame->yuv.reset();
+  }
   // The sink may keep these pixels and hand back its previous buffer.
   if (frameSink_) frameSink_->takeFrame(*frame);
   streaming_->giveBackBuffer(std::move(frame->pixels));
@@ -552,8 +600,14 @@ void GstMediaItem::setPlaying(bool playing) {
 
 MediaTime GstMediaItem::position() const {
   gint64 position = -1;
+  // The picture's sink answers for the pipeline: the pipeline's own answer
+  // walks every sink of its nested bins, which the countdown asks for 20
+  // times a second.
+  const auto query = [&](GstElement* element) {
+    return element && gst_element_query_position(element, GST_FORMAT_TIME, &position);
+  };
   if (pipeline_ && status_ == MediaItemStatus::ReadyToPlay &&
-      gst_element_query_position(pipeline_, GST_FORMAT_TIME, &position) && position >= 0) {
+      (query(videoSink_) || query(pipeline_)) && position >= 0) {
     lastPosition_ = MediaTime::fromNanoseconds(position);
   }
   return lastPosition_;

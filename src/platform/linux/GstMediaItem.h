@@ -84,6 +84,7 @@ class GstMediaItem final : public media::MediaItem,
   dispatch::Queue& mainQueue_;
   std::shared_ptr<Streaming> streaming_;
   GstElement* pipeline_ = nullptr;
+  GstElement* videoSink_ = nullptr;  // the appsink, held to ask it the position
   GstElement* audioSink_ = nullptr;  // the automatic one, held to close it
   dispatch::TaskHandle prerollWatchdog_;
 
