@@ -255,39 +255,7 @@ void View::paintOwnDirectly(cairo_t* cr) {
 }
 
 void View::paintOwnCached(cairo_t* cr) {
-  cairo_matrix_t matrix;
-  cairo_get_matrix(cr, &matrix);
-  // Whole-pixel moves keep the pixels; anything else draws them anew.
-  const double shiftX = std::floor(matrix.x0), shiftY = std::floor(matrix.y0);
-  cairo_matrix_t grid = matrix;
-  grid.x0 -= shiftX;
-  grid.y0 -= shiftY;
-  const auto sameGrid = [&](const cairo_matrix_t& other) {
-    return grid.xx == other.xx && grid.yx == other.yx && grid.xy == other.xy &&
-           grid.yy == other.yy && grid.x0 == other.x0 && grid.y0 == other.y0;
-  };
-  if (!paintingCache_ || !sameGrid(paintingCache_->grid)) {
-    const cairo_rectangle_int_t area = PixelRegion::touchedBy(grid, ownExtent());
-    PaintingCache cache;
-    cache.pixels.reset(cairo_image_surface_create(CAIRO_FORMAT_ARGB32, std::max(area.width, 1),
-                                                  std::max(area.height, 1)));
-    cache.grid = grid;
-    cache.area = area;
-    cairo_t* painter = cairo_create(cache.pixels.get());
-    cairo_matrix_t local = grid;
-    local.x0 -= area.x;
-    local.y0 -= area.y;
-    cairo_set_matrix(painter, &local);
-    paintOwnDirectly(painter);
-    cairo_destroy(painter);
-    paintingCache_ = std::move(cache);
-  }
-  cairo_save(cr);
-  cairo_identity_matrix(cr);
-  cairo_set_source_surface(cr, paintingCache_->pixels.get(), shiftX + paintingCache_->area.x,
-                           shiftY + paintingCache_->area.y);
-  cairo_paint(cr);
-  cairo_restore(cr);
+  paintingCache_.paint(cr, ownExtent(), [this](cairo_t* painter) { paintOwnDirectly(painter); });
 }
 
 namespace {

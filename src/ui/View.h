@@ -9,6 +9,7 @@
 
 #include "ui/Color.h"
 #include "ui/Geometry.h"
+#include "ui/GridPixels.h"
 #include "ui/Layer.h"
 #include "ui/PixelRegion.h"
 
@@ -156,16 +157,8 @@ class View : public std::enable_shared_from_this<View> {
   bool changed_ = true;
   // The pixels the subtree reached when last drawn; empty when not drawn.
   cairo_rectangle_int_t composedExtent_{0, 0, 0, 0};
-  struct SurfaceDeleter {
-    void operator()(cairo_surface_t* surface) const { cairo_surface_destroy(surface); }
-  };
-  struct PaintingCache {
-    std::unique_ptr<cairo_surface_t, SurfaceDeleter> pixels;
-    // The drawing matrix the pixels were made with, less whole pixels.
-    cairo_matrix_t grid{};
-    cairo_rectangle_int_t area{0, 0, 0, 0};
-  };
-  std::optional<PaintingCache> paintingCache_;
+  // Whole-pixel moves keep the pixels; anything else draws them anew.
+  GridPixels paintingCache_;
   int runningAnimations_ = 0;
   std::function<void()> tapHandler_;
   std::unique_ptr<Layer> layer_;

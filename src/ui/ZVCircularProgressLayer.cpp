@@ -1,10 +1,8 @@
 #include "ui/ZVCircularProgressLayer.h"
 
-#include <algorithm>
 #include <cmath>
 #include <numbers>
 
-#include "ui/PixelRegion.h"
 #include "util/Guard.h"
 
 namespace zivora::ui {
@@ -63,44 +61,9 @@ void ZVCircularProgressLayer::strokeRims(cairo_t* cr) const {
   stroke(cr, centre, {d / 2 - thin - thick / 2 - kMargin, 360, thick, 0.5, 0.5, 0.5, 0.5});
 }
 
-void ZVCircularProgressLayer::paintRims(cairo_t* cr) const {
-  cairo_matrix_t matrix;
-  cairo_get_matrix(cr, &matrix);
-  const double shiftX = std::floor(matrix.x0), shiftY = std::floor(matrix.y0);
-  cairo_matrix_t grid = matrix;
-  grid.x0 -= shiftX;
-  grid.y0 -= shiftY;
-  const auto sameGrid = [&](const cairo_matrix_t& other) {
-    return grid.xx == other.xx && grid.yx == other.yx && grid.xy == other.xy &&
-           grid.yy == other.yy && grid.x0 == other.x0 && grid.y0 == other.y0;
-  };
-  const Size size = frame().size;
-  if (!rims_ || !sameGrid(rims_->grid) || rims_->size.width != size.width ||
-      rims_->size.height != size.height) {
-    // The strokes stay inside the ring's bounds.
-    const cairo_rectangle_int_t area = PixelRegion::touchedBy(grid, {{0, 0}, size});
-    std::shared_ptr<cairo_surface_t> pixels(
-        cairo_image_surface_create(CAIRO_FORMAT_ARGB32, std::max(area.width, 1),
-                                   std::max(area.height, 1)),
-        cairo_surface_destroy);
-    cairo_t* painter = cairo_create(pixels.get());
-    cairo_matrix_t local = grid;
-    local.x0 -= area.x;
-    local.y0 -= area.y;
-    cairo_set_matrix(painter, &local);
-    strokeRims(painter);
-    cairo_destroy(painter);
-    rims_ = Rims{std::move(pixels), grid, area, size};
-  }
-  cairo_save(cr);
-  cairo_identity_matrix(cr);
-  cairo_set_source_surface(cr, rims_->pixels.get(), shiftX + rims_->area.x, shiftY + rims_->area.y);
-  cairo_paint(cr);
-  cairo_restore(cr);
-}
-
 void ZVCircularProgressLayer::drawRing(cairo_t* cr) const {
-  paintRims(cr);
+  // The strokes stay inside the ring's bounds.
+  rims_.paint(cr, {{0, 0}, frame().size}, [this](cairo_t* painter) { strokeRims(painter); });
   const double d = frame().size.shorterSide();
   const Point centre{frame().width() / 2, frame().height() / 2};
   const double thin = d / 70;

@@ -1,8 +1,8 @@
 #pragma once
 
 #include <memory>
-#include <optional>
 
+#include "ui/GridPixels.h"
 #include "ui/Layer.h"
 
 namespace zivora::ui {
@@ -30,20 +30,12 @@ class ZVCircularProgressLayer : public Layer {
 
  private:
   // The rims and the grey band do not change with the progress: they are
-  // kept as pixels for the device grid they were drawn on (the matrix
-  // less its whole-pixel shift) and the ring's size, and copied under the
-  // arc, which is all that a tick strokes anew.
-  struct Rims {
-    std::shared_ptr<cairo_surface_t> pixels;
-    cairo_matrix_t grid;
-    cairo_rectangle_int_t area;
-    Size size;
-  };
-  void paintRims(cairo_t* cr) const;
+  // kept as pixels and copied under the arc, which is all that a tick
+  // strokes anew.
   void strokeRims(cairo_t* cr) const;
 
   float progress_ = 0;
-  mutable std::optional<Rims> rims_;
+  mutable GridPixels rims_;
 };
 
 }  // namespace zivora::ui
