@@ -1,7 +1,7 @@
 #include "SandboxProcess.h"
 
 #include <signal.h>
-#include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,8 +13,6 @@
 
 #include "platform/linux/CurlHttpClient.h"
 #include "util/PercentEncoding.h"
-
-extern char** environ;
 
 namespace demo {
 
@@ -32,6 +30,22 @@ int waitForPort(const std::filesystem::path& portFile, pid_t child) {
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
   throw std::runtime_error("the sandbox did not report its port");
+}
+
+// Starts the program in argv[0] as a child that the kernel ends when this
+// process ends, however it ends (an exit, a crash, a SIGKILL): a demo that
+// dies must not leave its server running. Runs before the SDK starts any
+// thread, and the thread that forks lives until the end of the demo (the
+// death signal follows the thread that made the child).
+pid_t spawnTiedToParent(const std::vector<char*>& argv) {
+  const pid_t parent = getpid();
+  const pid_t child = fork();
+  if (child != 0) return child;
+  // The parent may have died between fork() and prctl(): then the death
+  // signal would never come.
+  if (prctl(PR_SET_PDEATHSIG, SIGTERM) != 0 || getppid() != parent) _exit(127);
+  execv(argv[0], argv.data());
+  _exit(127);
 }
 
 }  // namespace
@@ -54,9 +68,8 @@ SandboxProcess::SandboxProcess(const std::filesystem::path& executable,
   std::vector<char*> argv;
   for (auto& arg : args) argv.push_back(arg.data());
   argv.push_back(nullptr);
-  if (posix_spawn(&pid_, executable.c_str(), nullptr, nullptr, argv.data(), environ) != 0) {
-    throw std::runtime_error("cannot start " + executable.string());
-  }
+  pid_ = spawnTiedToParent(argv);
+  if (pid_ < 0) throw std::runtime_error("cannot start " + executable.string());
   port_ = waitForPort(portFile, pid_);
 }
 

@@ -19,6 +19,10 @@ enum ZivoraError : std::uint64_t {
   ZivoraErrorInitializationFailed = 3,
   // The motivated-rewards reply had the wrong shape.
   ZivoraErrorBadRewardResponse = 4,
+  // No ad screen can be shown, so no ad is requested: the display did not
+  // open (no X11 display, a driver error), or the host drives SDL video
+  // itself while asking for MainQueueMode::OwnThread. The log says which.
+  ZivoraErrorDisplayUnavailable = 5,
 };
 
 // What the host hears about its ads. Every callback is optional: override

@@ -26,6 +26,7 @@ extern "C" {
 #define ZIVORA_ERROR_NO_SPACE 2
 #define ZIVORA_ERROR_INITIALIZATION_FAILED 3
 #define ZIVORA_ERROR_BAD_REWARD_RESPONSE 4
+#define ZIVORA_ERROR_DISPLAY_UNAVAILABLE 5
 
 typedef enum zivora_main_queue_mode {
   /* The SDK runs its main queue on a thread of its own. */

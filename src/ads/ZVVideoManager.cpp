@@ -3,6 +3,7 @@
 #include "ads/ZVVideoViewController.h"
 #include "core/Context.h"
 #include "platform/dispatch/Runtime.h"
+#include "ui/Display.h"
 #include "util/Guard.h"
 #include "util/ZVLog.h"
 #include "zivora/ZivoraDelegate.h"
@@ -25,6 +26,7 @@ void ZVVideoManager::showVideo(const std::string& placementName) {
       ZVLog::system("[Zivora][showVideo] Error! PlacementName is nil or empty.");
       return;
     }
+    if (refusedForDisplay(placementName)) return;
     controllerFor(placementName)->show();
   });
 }
@@ -35,6 +37,7 @@ void ZVVideoManager::cacheVideo(const std::string& placementName) {
       ZVLog::system("[Zivora][cacheVideo] Error! PlacementName is nil or empty.");
       return;
     }
+    if (refusedForDisplay(placementName)) return;
     controllerFor(placementName)->cache();
   });
 }
@@ -70,6 +73,17 @@ void ZVVideoManager::didError(std::uint64_t error,
           delegate->videoDidFailToLoad(placement, error);
         });
   });
+}
+
+bool ZVVideoManager::refusedForDisplay(const std::string& placementName) {
+  auto context = Context::require();
+  if (ui::Display::of(context)->availability() != ui::Display::Availability::Unavailable)
+    return false;
+  ZVLog::LogWarning("[Zivora][{}] Error! No display for the ad screens.", placementName);
+  context->runtime().mainQueue().async([delegate = delegate_, placementName] {
+    delegate->videoDidFailToLoad(placementName, ZivoraErrorDisplayUnavailable);
+  });
+  return true;
 }
 
 std::shared_ptr<ZVVideoViewController> ZVVideoManager::controllerFor(

@@ -35,6 +35,9 @@ class ZVVideoManager : public ZVVideoControllerDelegate,
 
  private:
   std::shared_ptr<ZVVideoViewController> controllerFor(const std::string& placementName);
+  // An ad that could never be shown is not requested: without a display the
+  // host hears ZivoraErrorDisplayUnavailable at once (true then).
+  bool refusedForDisplay(const std::string& placementName);
   // Drops `controller`'s entry if it is still the placement's; false when
   // the controller has no placement name.
   bool remove(const std::shared_ptr<ZVVideoViewController>& controller);

@@ -11,7 +11,7 @@
 #include "platform/Uuid.h"
 #include "platform/dispatch/Runtime.h"
 #include "platform/linux/DeviceFacts.h"
-#include "platform/linux/PrimaryDisplay.h"
+#include "ui/Display.h"
 #include "util/Guard.h"
 #include "zivora/ZVConstants.h"
 
@@ -45,11 +45,6 @@ std::optional<std::string>& gpuType() {
   static std::optional<std::string> type;
   return type;
 }
-
-// Filled once per context: the display is asked at most once.
-struct CachedScreen {
-  ScreenMetrics metrics;
-};
 
 }  // namespace
 
@@ -140,14 +135,11 @@ ScreenMetrics ZVPDeviceInfoHelper::screen() {
   const auto& host = current->host();
   if (host.screenWidth > 0 && host.screenHeight > 0)
     return ScreenMetrics{double(host.screenWidth), double(host.screenHeight), 1};
-  return current
-      ->instance<CachedScreen>([] {
-        auto cached = std::make_shared<CachedScreen>();
-        if (auto size = platform::PrimaryDisplay::query())
-          cached->metrics = ScreenMetrics{double(size->width), double(size->height), 1};
-        return cached;
-      })
-      ->metrics;
+  // What the display read on its own thread when it opened (the window
+  // system is driven from that thread only); zero before it opened.
+  const auto pixels = ui::Display::of(current)->pixelSize();
+  if (!pixels) return ScreenMetrics{};
+  return ScreenMetrics{pixels->width, pixels->height, 1};
 }
 
 int ZVPDeviceInfoHelper::dimensionX() noexcept {

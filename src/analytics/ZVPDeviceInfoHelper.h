@@ -15,7 +15,8 @@ struct ScreenMetrics {
 };
 
 // The device facts of the analytics records and the handshake. Every fact
-// is read again on each call (the screen only once per context); a fact
+// is read again on each call (the screen is what the display read when it
+// opened on the main queue; 0 before, or with no display); a fact
 // that cannot be read gives its fallback and the line
 // "Backoffice [ZVPDeviceInfoHelper][<operation>] Error!". Identities live in
 // the secret store of the installed context.

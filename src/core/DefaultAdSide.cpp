@@ -34,13 +34,6 @@ void DefaultAdSide::startUp() {
   ZVFilesSavedValidator::defaultValidator();
   ZVReserveManager::defaultManager();
   ZVCacheManager::defaultManager();
-  // Ad requests read the screen's shape without waiting for the main queue;
-  // have it known before the first one.
-  if (auto context = Context::current()) {
-    context->runtime().mainQueue().async([display = ui::Display::of(context)] {
-      guarded("DefaultAdSide", "startUp", [&] { display->refreshOrientation(); });
-    });
-  }
 }
 
 void DefaultAdSide::serverConnected() {

@@ -94,6 +94,7 @@ std::shared_ptr<ZivoraInstance> ZivoraInstance::start(const std::string& appId, 
   auto adSide = runtime.adSide;
   auto context = std::make_shared<Context>(host, runtime);
   Context::install(context);
+  ui::Display::of(context)->checkHost(host);
   if (!host.gpuType.empty()) ZVPDeviceInfoHelper::setGPUType(host.gpuType);
   auto invokeDelegate = std::make_shared<InvokeDelegateHelper>();
   if (!adSide) adSide = std::make_shared<DefaultAdSide>(invokeDelegate);
@@ -136,15 +137,22 @@ void ZivoraInstance::initOnceWithAppId(const std::string& appId) {
     appId_ = appId;
     serial_ = context_->runtime().makeSerialQueue("com.zivora.main");
     std::weak_ptr<ZivoraInstance> weak = shared_from_this();
-    serial_->async([weak, appId] {
+    // The display opens first, on the one thread that drives it, so that the
+    // device facts of the handshake and the first records carry its size.
+    context_->runtime().mainQueue().async([weak, appId] {
       auto self = weak.lock();
       if (!self) return;
-      guarded(kClass, "initOnceWithAppIdDispatch", [&] {
-        if (auto configuration = ZVConfiguration::shared()) configuration->setAppId(appId);
-        ZVPAnalitics::sendProfilingEnable(true);
-        ZVPAnalitics::shared().appOpen();
-        self->adSide_->startUp();
-        self->sendInitializeRequest();
+      guarded(kClass, "openDisplay", [&] { ui::Display::of(self->context_)->open(); });
+      self->serial_->async([weak, appId] {
+        auto self = weak.lock();
+        if (!self) return;
+        guarded(kClass, "initOnceWithAppIdDispatch", [&] {
+          if (auto configuration = ZVConfiguration::shared()) configuration->setAppId(appId);
+          ZVPAnalitics::sendProfilingEnable(true);
+          ZVPAnalitics::shared().appOpen();
+          self->adSide_->startUp();
+          self->sendInitializeRequest();
+        });
       });
     });
   });

@@ -1,18 +1,19 @@
 #include "ui/Display.h"
 
+#include <SDL.h>
+
 #include <stdexcept>
+#include <string>
 
 #include "core/Context.h"
+#include "platform/dispatch/QueueAssert.h"
 #include "platform/dispatch/Runtime.h"
 #include "ui/SdlPresenter.h"
+#include "util/Guard.h"
 #include "util/ZVLog.h"
 #include "zivora/ZVConstants.h"
 
 namespace zivora::ui {
-namespace {
-// What a headless run renders at when the host gave no size.
-constexpr Size kHeadlessSize{1280, 720};
-}  // namespace
 
 Display::Display(std::weak_ptr<Context> context) : context_(std::move(context)) {}
 
@@ -30,49 +31,129 @@ std::shared_ptr<Display> Display::of(const std::shared_ptr<Context>& context) {
   });
 }
 
+void Display::checkHost(const HostOptions& host) {
+  if (host.mainQueueMode != MainQueueMode::OwnThread) return;
+  if (!SdlPresenter::videoStartedElsewhere() && !host.hostWindow) return;
+  {
+    std::lock_guard lock(mutex_);
+    hostDrivesSdl_ = true;
+  }
+  ZVLog::LogWarning(
+      "[Zivora] The host drives SDL video itself, but HostOptions::mainQueueMode is OwnThread: "
+      "two threads cannot drive SDL. Initialise with MainQueueMode::HostPumped and call "
+      "Zivora::pump() once a frame from the thread that drives SDL (set HostOptions::hostWindow "
+      "to draw ads into your window); until then ads fail with ZivoraErrorDisplayUnavailable (5).");
+}
+
+void Display::open() {
+  auto context = context_.lock();
+  if (!context) throw std::logic_error("no context for the display");
+  ZV_ASSERT_ON(context->runtime().mainQueue());
+  if (availability_ != Availability::Unknown) return;
+  std::shared_ptr<Presenter> presenter = currentPresenter();
+  if (!presenter) presenter = makePresenter(context);
+  if (!presenter) {
+    markUnavailable();
+    return;
+  }
+  std::optional<Size> pixels;
+  if (auto* sdl = dynamic_cast<SdlPresenter*>(presenter.get())) pixels = sdl->displayPixels();
+  if (!pixels) {
+    const Screen& screen = presenter->screen();
+    pixels = Size{screen.size.width * screen.scale, screen.size.height * screen.scale};
+  }
+  {
+    std::lock_guard lock(mutex_);
+    pixelSize_ = pixels;
+  }
+  availability_ = Availability::Available;
+  refreshOrientation();
+}
+
+std::shared_ptr<Presenter> Display::makePresenter(const std::shared_ptr<Context>& context) {
+  {
+    std::lock_guard lock(mutex_);
+    if (hostDrivesSdl_) return nullptr;
+  }
+  auto& runtime = context->runtime();
+  std::string why;
+  std::shared_ptr<Presenter> made =
+      SdlPresenter::create(context->host(), runtime.mainQueue(), runtime.clock(), lifecycle_, why);
+  if (!made) {
+    ZVLog::LogWarning(
+        "[Zivora] No ad can be shown: the display did not open ({}). Ads fail with "
+        "ZivoraErrorDisplayUnavailable (5). An X11 display (DISPLAY, also XWayland on Wayland "
+        "desktops) is needed, or SDL_VIDEODRIVER=dummy to draw ads in memory only.",
+        why);
+    return nullptr;
+  }
+  {
+    std::lock_guard lock(mutex_);
+    if (presenter_) return presenter_;  // a host's presenter came first
+    presenter_ = made;
+  }
+  // SDL's window and video subsystem are released on the thread that made
+  // them, after the main queue's last task.
+  runtime.atMainQueueEnd([weak = weak_from_this()] {
+    if (auto display = weak.lock()) display->closeScreens();
+  });
+  return made;
+}
+
+void Display::markUnavailable() { availability_ = Availability::Unavailable; }
+
+std::shared_ptr<Presenter> Display::currentPresenter() const {
+  std::lock_guard lock(mutex_);
+  return presenter_;
+}
+
 Presenter& Display::presenter() { return *sharedPresenter(); }
 
 std::shared_ptr<Presenter> Display::sharedPresenter() {
-  std::lock_guard lock(mutex_);
-  if (presenter_) return presenter_;
-  auto context = context_.lock();
-  if (!context) throw std::logic_error("no context for the display");
-  auto& runtime = context->runtime();
-  const HostOptions& host = context->host();
-  presenter_ = SdlPresenter::create(host, runtime.mainQueue(), runtime.clock(), lifecycle_);
-  if (!presenter_) {
-    ZVLog::LogWarning("[Display] No display: ad screens are drawn in memory only");
-    const bool sized = host.screenWidth > 0 && host.screenHeight > 0;
-    Screen screen{sized ? Size{double(host.screenWidth), double(host.screenHeight)} : kHeadlessSize,
-                  1, host.safeArea};
-    presenter_ = std::make_unique<Presenter>(screen, runtime.mainQueue(), runtime.clock());
-  }
-  return presenter_;
+  if (auto presenter = currentPresenter()) return presenter;
+  open();
+  if (auto presenter = currentPresenter()) return presenter;
+  throw std::logic_error("no display for ad screens");
 }
 
 bool Display::setPresenter(std::unique_ptr<Presenter> presenter) {
   std::lock_guard lock(mutex_);
   if (presenter_) return false;
   presenter_ = std::move(presenter);
+  // A presenter chosen after a failed opening makes the display usable.
+  if (availability_ == Availability::Unavailable) availability_ = Availability::Unknown;
   return true;
 }
 
 bool Display::handleEvent(const SDL_Event& event) {
-  SdlPresenter* sdl = nullptr;
-  {
-    // Not held while the event runs: a tap may open the next screen.
-    std::lock_guard lock(mutex_);
-    sdl = dynamic_cast<SdlPresenter*>(presenter_.get());
+  const bool presenting = isPresenting();
+  if (!presenting) return false;
+  auto context = context_.lock();
+  if (!context) return false;
+  auto& mainQueue = context->runtime().mainQueue();
+  if (mainQueue.isCurrent()) {
+    handleOnMainQueue(event);
+  } else {
+    mainQueue.async([self = shared_from_this(), event] {
+      guarded("Display", "handleEvent", [&] { self->handleOnMainQueue(event); });
+    });
   }
-  if (!sdl || sdl->windows().empty()) return false;
-  sdl->handleEvent(event);
-  // An ad screen is modal: the host acts on none of the events meanwhile.
   return true;
+}
+
+void Display::handleOnMainQueue(const SDL_Event& event) {
+  // Not under the lock while the event runs: a tap may open the next screen.
+  if (auto* sdl = dynamic_cast<SdlPresenter*>(currentPresenter().get())) sdl->handleEvent(event);
 }
 
 void Display::refreshOrientation() {
   const Size size = presenter().screen().size;
   orientation_ = size.width > size.height ? TS_ORIENTATION_LANDSCAPE : TS_ORIENTATION_PORTRAIT;
+}
+
+std::optional<Size> Display::pixelSize() const {
+  std::lock_guard lock(mutex_);
+  return pixelSize_;
 }
 
 void Display::closeScreens() {
@@ -84,8 +165,8 @@ void Display::closeScreens() {
 }
 
 bool Display::isPresenting() const {
-  std::lock_guard lock(mutex_);
-  return presenter_ && !presenter_->windows().empty();
+  auto presenter = currentPresenter();
+  return presenter && !presenter->windows().empty();
 }
 
 }  // namespace zivora::ui

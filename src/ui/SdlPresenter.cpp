@@ -1,5 +1,8 @@
 #include "ui/SdlPresenter.h"
 
+#include <algorithm>
+
+#include "platform/dispatch/QueueAssert.h"
 #include "util/ZVLog.h"
 
 namespace zivora::ui {
@@ -47,13 +50,14 @@ std::vector<ScreenAction> actionsForButton(Uint8 button) {
 
 std::unique_ptr<SdlPresenter> SdlPresenter::create(const HostOptions& options,
                                                    dispatch::Queue& mainQueue,
-                                                   dispatch::Clock& clock,
-                                                   AppLifecycle& lifecycle) {
+                                                   dispatch::Clock& clock, AppLifecycle& lifecycle,
+                                                   std::string& why) {
+  ZV_ASSERT_ON(mainQueue);
   // The ad must not switch the screensaver off for good; the video screen
   // disables it itself while it plays.
   SDL_SetHint(SDL_HINT_VIDEO_ALLOW_SCREENSAVER, "1");
   if (SDL_InitSubSystem(kSubsystems) != 0) {
-    ZVLog::LogWarning("[SdlPresenter][create] No display: {}", SDL_GetError());
+    why = std::string("SDL video did not start: ") + SDL_GetError();
     return nullptr;
   }
   if (options.hostWindow) {
@@ -64,17 +68,33 @@ std::unique_ptr<SdlPresenter> SdlPresenter::create(const HostOptions& options,
   const bool sized = options.screenWidth > 0 && options.screenHeight > 0;
   Uint32 flags = SDL_WINDOW_HIDDEN | SDL_WINDOW_ALLOW_HIGHDPI;
   if (!sized) flags |= SDL_WINDOW_FULLSCREEN_DESKTOP;
-  SDL_Window* window = SDL_CreateWindow(
-      options.applicationName.empty() ? "Zivora" : options.applicationName.c_str(),
-      SDL_WINDOWPOS_CENTERED, SDL_WINDOWPOS_CENTERED, sized ? options.screenWidth : 1280,
-      sized ? options.screenHeight : 720, flags);
+  // The full-screen window starts at the display's own size: without a
+  // window manager (a kiosk, a bare X server) nobody resizes it afterwards.
+  SDL_DisplayMode desktop{};
+  const bool known = SDL_GetDesktopDisplayMode(0, &desktop) == 0 && desktop.w > 0 && desktop.h > 0;
+  const int width = sized ? options.screenWidth : known ? desktop.w : 1280;
+  const int height = sized ? options.screenHeight : known ? desktop.h : 720;
+  SDL_Window* window =
+      SDL_CreateWindow(options.applicationName.empty() ? "Zivora" : options.applicationName.c_str(),
+                       SDL_WINDOWPOS_CENTERED, SDL_WINDOWPOS_CENTERED, width, height, flags);
   if (!window) {
-    ZVLog::LogWarning("[SdlPresenter][create] No window: {}", SDL_GetError());
+    why = std::string("SDL made no window: ") + SDL_GetError();
     SDL_QuitSubSystem(kSubsystems);
     return nullptr;
   }
   return std::unique_ptr<SdlPresenter>(
       new SdlPresenter(screenOf(window, options), window, false, mainQueue, clock, lifecycle));
+}
+
+bool SdlPresenter::videoStartedElsewhere() { return SDL_WasInit(SDL_INIT_VIDEO) != 0; }
+
+std::optional<Size> SdlPresenter::displayPixels() const {
+  ZV_ASSERT_ON(mainQueue_);
+  SDL_DisplayMode mode{};
+  const int index = std::max(0, SDL_GetWindowDisplayIndex(window_));
+  if (SDL_GetDesktopDisplayMode(index, &mode) != 0 || mode.w <= 0 || mode.h <= 0)
+    return std::nullopt;
+  return Size{double(mode.w), double(mode.h)};
 }
 
 Screen SdlPresenter::screenOf(SDL_Window* window, const HostOptions& options) {
@@ -115,6 +135,7 @@ SdlPresenter::~SdlPresenter() {
 }
 
 void SdlPresenter::windowsChanged() {
+  ZV_ASSERT_ON(mainQueue_);
   if (windows().empty()) {
     frameTimer_.cancel();
     if (!hostWindow_) SDL_HideWindow(window_);
@@ -132,6 +153,7 @@ void SdlPresenter::windowsChanged() {
 }
 
 void SdlPresenter::frame() {
+  ZV_ASSERT_ON(mainQueue_);
   if (hostWindow_) {
     // The host's loop owns the event queue and draws between our frames.
     renderFrame();
@@ -152,6 +174,7 @@ void SdlPresenter::showFrame() {
 }
 
 bool SdlPresenter::handleEvent(const SDL_Event& event) {
+  ZV_ASSERT_ON(mainQueue_);
   switch (event.type) {
     case SDL_MOUSEBUTTONUP:
       // Touches arrive as finger events too; their mouse copies are skipped.

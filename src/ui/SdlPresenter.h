@@ -4,6 +4,8 @@
 
 #include <map>
 #include <memory>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "ui/AppLifecycle.h"
@@ -18,19 +20,28 @@ namespace zivora::ui {
 // texture only when something changed. Mouse, touch, keyboard and game
 // controllers drive the screens; window events report the host's trips to
 // the background. Under SDL's dummy driver the same frames stay in memory.
-// Everything runs on the main queue.
+// Everything runs on the main queue, the one thread that drives SDL; the
+// entry points assert it.
 class SdlPresenter : public Presenter {
  public:
-  // Null when SDL's video subsystem cannot start.
+  // Null, with SDL's reason in `why`, when SDL's video subsystem cannot
+  // start or no window can be made. Main queue only.
   static std::unique_ptr<SdlPresenter> create(const HostOptions& options,
                                               dispatch::Queue& mainQueue, dispatch::Clock& clock,
-                                              AppLifecycle& lifecycle);
+                                              AppLifecycle& lifecycle, std::string& why);
   ~SdlPresenter() override;
+
+  // True when SDL's video subsystem was started by someone other than the
+  // SDK (the host). It only reads SDL's own counters, so it is the one SDL
+  // call made off the main queue, on the host's thread at initialisation.
+  static bool videoStartedElsewhere();
 
   // Reacts to one SDL event; true when it was the presenter's.
   bool handleEvent(const SDL_Event& event);
   // Drains SDL's event queue and shows a new frame when one was drawn.
   void frame();
+  // The size in pixels of the display the window is on.
+  std::optional<Size> displayPixels() const;
   // The window the frames go to (for a host that reads back what it shows).
   SDL_Window* window() const { return window_; }
 

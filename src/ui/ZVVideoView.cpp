@@ -348,12 +348,15 @@ void ZVVideoView::pauseApp() {
     stopAllowSkipTimer();
     if (playVideo_) playVideo_->pause();
     stopUpdateTimer();
+    ZVLog::LogDebug("[ZVVideoView][pauseApp] Paused at {:.3f} s", currentTime());
   });
 }
 
 void ZVVideoView::resumeApp() {
   guarded("ZVVideoView", "resumeApp", [&] {
-    if (wasStartPlay_) play();
+    if (!wasStartPlay_) return;
+    ZVLog::LogDebug("[ZVVideoView][resumeApp] Resumed at {:.3f} s", currentTime());
+    play();
   });
 }
 
@@ -374,7 +377,11 @@ void ZVVideoView::updateTimer() {
   guarded("ZVVideoView", "updateTimer", [&] {
     const float now = currentTime();
     timerProgress_->setCurrentTime(now);
-    if (skipButton_) skipButton_->setCurrentTime(now);
+    if (!skipButton_) return;
+    const bool wasReady = skipButton_->isReady();
+    skipButton_->setCurrentTime(now);
+    if (!wasReady && skipButton_->isReady())
+      ZVLog::LogDebug("[ZVVideoView][updateTimer] Skip allowed");
   });
 }
 

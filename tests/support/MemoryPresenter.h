@@ -4,8 +4,8 @@
 
 namespace zivora::test {
 
-// Has the current context draw its screens in memory on a 640 x 360 screen,
-// as on a machine without a display.
+// Has the current context draw its screens in memory on a 640 x 360 screen
+// (landscape), and opens the display on the main queue as start-up does.
 void useMemoryPresenter(dispatch::Runtime& runtime);
 
 }  // namespace zivora::test

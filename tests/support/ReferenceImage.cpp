@@ -32,13 +32,26 @@ int channelDifference(std::uint32_t a, std::uint32_t b) {
 
 }  // namespace
 
-::testing::AssertionResult matchesReference(const ui::Canvas& canvas, const std::string& name) {
+namespace {
+
+// Rows of 32-bit native-endian pixels; `mask` picks the bytes that count
+// (an RGB picture leaves its top byte undefined).
+struct PixelRows {
+  int width;
+  int height;
+  int stride;
+  const unsigned char* data;
+  std::uint32_t mask;
+  PixelRect ignored{};
+};
+
+// Compares `got`, already written to `rendered`, with the reference `name`.
+::testing::AssertionResult compareWithReference(const PixelRows& got,
+                                                const std::filesystem::path& rendered,
+                                                const std::string& name) {
   namespace fs = std::filesystem;
-  const fs::path rendered = fs::path(ZIVORA_TEST_OUTPUT_DIR) / (name + ".png");
   const fs::path reference =
       fs::path(ZIVORA_TEST_SOURCE_DIR) / "ui" / "reference" / (name + ".png");
-  fs::create_directories(rendered.parent_path());
-  canvas.writePng(rendered);
   const char* update = std::getenv("ZIVORA_UPDATE_REFERENCES");
   if (update && std::strcmp(update, "1") == 0) {
     fs::copy_file(rendered, reference, fs::copy_options::overwrite_existing);
@@ -52,22 +65,21 @@ int channelDifference(std::uint32_t a, std::uint32_t b) {
   }
   const int width = cairo_image_surface_get_width(expected.get());
   const int height = cairo_image_surface_get_height(expected.get());
-  if (width != canvas.pixelWidth() || height != canvas.pixelHeight()) {
+  if (width != got.width || height != got.height) {
     return ::testing::AssertionFailure()
-           << "size " << canvas.pixelWidth() << "x" << canvas.pixelHeight() << ", reference "
-           << width << "x" << height;
+           << "size " << got.width << "x" << got.height << ", reference " << width << "x" << height;
   }
   cairo_surface_flush(expected.get());
   const unsigned char* want = cairo_image_surface_get_data(expected.get());
   const int wantStride = cairo_image_surface_get_stride(expected.get());
-  const unsigned char* got = canvas.pixels();
   long differing = 0;
   for (int y = 0; y < height; ++y) {
     for (int x = 0; x < width; ++x) {
+      if (got.ignored.contains(x, y)) continue;
       std::uint32_t a, b;
       std::memcpy(&a, want + y * wantStride + x * 4, 4);
-      std::memcpy(&b, got + y * canvas.stride() + x * 4, 4);
-      if (channelDifference(a, b) > kChannelTolerance) ++differing;
+      std::memcpy(&b, got.data + y * got.stride + x * 4, 4);
+      if (channelDifference(a & got.mask, b & got.mask) > kChannelTolerance) ++differing;
     }
   }
   if (differing > kAllowedShare * width * height) {
@@ -76,6 +88,38 @@ int channelDifference(std::uint32_t a, std::uint32_t b) {
            << "; this rendering: " << rendered;
   }
   return ::testing::AssertionSuccess();
+}
+
+std::filesystem::path renderedPath(const std::string& name) {
+  const auto rendered = std::filesystem::path(ZIVORA_TEST_OUTPUT_DIR) / (name + ".png");
+  std::filesystem::create_directories(rendered.parent_path());
+  return rendered;
+}
+
+}  // namespace
+
+::testing::AssertionResult matchesReference(const ui::Canvas& canvas, const std::string& name) {
+  const auto rendered = renderedPath(name);
+  canvas.writePng(rendered);
+  return compareWithReference(
+      {canvas.pixelWidth(), canvas.pixelHeight(), canvas.stride(), canvas.pixels(), 0xffffffffu},
+      rendered, name);
+}
+
+::testing::AssertionResult matchesReference(int width, int height,
+                                            const std::vector<std::uint32_t>& rgb,
+                                            const std::string& name, PixelRect ignored) {
+  if (width <= 0 || height <= 0 || rgb.size() != std::size_t(width) * height)
+    return ::testing::AssertionFailure() << "no picture for " << name;
+  const auto rendered = renderedPath(name);
+  std::vector<std::uint32_t> copy = rgb;
+  std::unique_ptr<cairo_surface_t, SurfaceDeleter> surface(cairo_image_surface_create_for_data(
+      reinterpret_cast<unsigned char*>(copy.data()), CAIRO_FORMAT_RGB24, width, height, width * 4));
+  cairo_surface_write_to_png(surface.get(), rendered.c_str());
+  return compareWithReference(
+      {width, height, width * 4, reinterpret_cast<const unsigned char*>(rgb.data()), 0xffffffu,
+       ignored},
+      rendered, name);
 }
 
 ::testing::AssertionResult samePixels(const ui::Canvas& got, const ui::Canvas& want) {

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <string>
+#include <vector>
 
 namespace zivora::ui {
 class Canvas;
@@ -17,6 +19,20 @@ namespace zivora::test {
 // pixel counts as different only past a small per-channel tolerance, and a
 // few such pixels are allowed.
 ::testing::AssertionResult matchesReference(const ui::Canvas& canvas, const std::string& name);
+// A part of a picture, in pixels.
+struct PixelRect {
+  int x = 0, y = 0, width = 0, height = 0;
+  bool contains(int px, int py) const {
+    return px >= x && px < x + width && py >= y && py < y + height;
+  }
+};
+
+// The same for a picture of 0x00RRGGBB pixels, row by row (a screenshot);
+// pixels in `ignored` (a part that moves by itself, such as noise in a
+// video) are not compared.
+::testing::AssertionResult matchesReference(int width, int height,
+                                            const std::vector<std::uint32_t>& rgb,
+                                            const std::string& name, PixelRect ignored = {});
 
 // Compares two canvases of one size pixel for pixel, with no tolerance.
 ::testing::AssertionResult samePixels(const ui::Canvas& got, const ui::Canvas& want);

@@ -310,6 +310,11 @@ std::size_t VirtualRuntime::pumpMainQueue() {
   return scheduler_->pumpQueue(main.id());
 }
 
+void VirtualRuntime::runOnMain(std::function<void()> body) {
+  mainQueue().async(std::move(body));
+  runUntilIdle();
+}
+
 std::size_t VirtualRuntime::runUntilIdle() { return scheduler_->run(std::nullopt, {}); }
 
 std::size_t VirtualRuntime::advanceBy(Duration d) { return scheduler_->advance(d); }

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -57,6 +58,9 @@ class VirtualRuntime final : public dispatch::Runtime {
   // waits for the next pump, as on a host's frame loop.
   std::size_t pumpMainQueue() override;
 
+  // Runs `body` as a main-queue task, then everything else due now: for
+  // code that must be called on the main queue (it asserts so).
+  void runOnMain(std::function<void()> body);
   // Runs everything due now, including work posted while running; the clock
   // does not move (unless a task sleeps). Returns how many tasks ran.
   std::size_t runUntilIdle();

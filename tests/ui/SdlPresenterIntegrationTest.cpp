@@ -18,8 +18,12 @@ class SdlPresenterTest : public ::testing::Test {
     HostOptions options;
     options.screenWidth = 320;
     options.screenHeight = 200;
-    presenter_ = SdlPresenter::create(options, runtime_.mainQueue(), runtime_.clock(), lifecycle_);
-    if (!presenter_) GTEST_SKIP() << "SDL's dummy video driver is not available";
+    std::string why;
+    runtime_.runOnMain([&] {
+      presenter_ =
+          SdlPresenter::create(options, runtime_.mainQueue(), runtime_.clock(), lifecycle_, why);
+    });
+    if (!presenter_) GTEST_SKIP() << "SDL's dummy video driver is not available: " << why;
     window_ = std::make_shared<Window>(presenter_->screen().bounds());
     cta_ = std::make_shared<Button>(Rect{{0, 0}, {100, 100}});
     close_ = std::make_shared<Button>(Rect{{220, 0}, {100, 100}});
@@ -29,7 +33,7 @@ class SdlPresenterTest : public ::testing::Test {
     window_->addSubview(close_);
     window_->bindAction(ScreenAction::CallToAction, cta_);
     window_->bindAction(ScreenAction::Close, close_);
-    presenter_->present(window_);
+    runtime_.runOnMain([&] { presenter_->present(window_); });
   }
 
   void push(SDL_Event event) {
@@ -112,7 +116,7 @@ TEST_F(SdlPresenterTest, FramesAreDrawnOnlyWhenSomethingChangedAndStopWithTheLas
   EXPECT_FALSE(presenter_->renderFrame());
   cta_->setBackgroundColor(Color::white());
   EXPECT_TRUE(presenter_->renderFrame());
-  presenter_->dismiss(*window_);
+  runtime_.runOnMain([&] { presenter_->dismiss(*window_); });
   EXPECT_EQ(runtime_.pendingTaskCount(), 0u);
 }
 
@@ -130,14 +134,19 @@ TEST(SdlHostWindowTest, DrawsIntoTheHostsWindowAndLeavesItsEventsAlone) {
   {
     HostOptions options;
     options.hostWindow = hostWindow;
-    auto presenter = SdlPresenter::create(options, runtime.mainQueue(), runtime.clock(), lifecycle);
-    ASSERT_NE(presenter, nullptr);
+    std::unique_ptr<SdlPresenter> presenter;
+    std::string why;
+    runtime.runOnMain([&] {
+      presenter =
+          SdlPresenter::create(options, runtime.mainQueue(), runtime.clock(), lifecycle, why);
+    });
+    ASSERT_NE(presenter, nullptr) << why;
     EXPECT_EQ(presenter->screen().size, (Size{160, 120}));
     auto window = std::make_shared<Window>(presenter->screen().bounds());
     window->setBackgroundColor(Color{1, 0, 0, 1});
     int taps = 0;
     window->setTapHandler([&] { ++taps; });
-    presenter->present(window);
+    runtime.runOnMain([&] { presenter->present(window); });
 
     SDL_Event userEvent{};
     userEvent.type = SDL_USEREVENT;
@@ -157,7 +166,7 @@ TEST(SdlHostWindowTest, DrawsIntoTheHostsWindowAndLeavesItsEventsAlone) {
     click.button.button = SDL_BUTTON_LEFT;
     click.button.x = 10;
     click.button.y = 10;
-    EXPECT_TRUE(presenter->handleEvent(click));
+    runtime.runOnMain([&] { EXPECT_TRUE(presenter->handleEvent(click)); });
     EXPECT_EQ(taps, 1);
   }
   // The host's window and renderer outlive the presenter.

@@ -16,11 +16,11 @@
 
 #include "platform/linux/GstMediaFactory.h"
 #include "platform/linux/ThreadRuntime.h"
-#include "support/ChildProcess.h"
 #include "support/RunOnQueue.h"
 #include "support/ScopedContext.h"
 #include "support/ScopedEnv.h"
 #include "support/TestMedia.h"
+#include "support/XServer.h"
 #include "ui/SdlPresenter.h"
 #include "ui/ZVVideoView.h"
 
@@ -29,25 +29,6 @@ namespace {
 
 using namespace std::chrono_literals;
 constexpr auto kPatience = 30s;
-
-// An Xvfb server on a display it picks itself and writes to its output once
-// it accepts clients. Null with the reason in `why` when it does not start.
-std::unique_ptr<test::ChildProcess> startXvfb(std::string& display, std::string& why) {
-  auto server = test::ChildProcess::start(
-      {"Xvfb", "-displayfd", "1", "-screen", "0", "800x600x24", "-nolisten", "tcp", "-noreset"},
-      {.input = {}, .captureOutput = true});
-  if (!server) {
-    why = "Xvfb is not installed (scripts/setup.sh installs xvfb)";
-    return nullptr;
-  }
-  auto number = server->readLine(10s);
-  if (!number || number->empty()) {
-    why = "Xvfb did not report a display";
-    return nullptr;
-  }
-  display = ":" + *number;
-  return server;
-}
 
 class Events final : public ZVVideoViewDelegate {
  public:
@@ -79,9 +60,10 @@ TEST(XvfbPlaybackIntegrationTest, AVideoPlaysInARealWindowAndShowsItsPicture) {
 #ifdef ZIVORA_UNDER_ASAN
   GTEST_SKIP() << "the X11 driver's unloaded libraries leak beyond suppression";
 #endif
-  std::string why, display;
-  auto xvfb = startXvfb(display, why);
+  std::string why;
+  auto xvfb = test::XServer::start(800, 600, why);
   if (!xvfb) GTEST_SKIP() << why;
+  const std::string display = xvfb->display();
   test::ScopedEnv onDisplay("DISPLAY", display);
   test::ScopedEnv driver("SDL_VIDEODRIVER", "x11");
   // The software renderer keeps what it presented in the window surface,
@@ -107,7 +89,9 @@ TEST(XvfbPlaybackIntegrationTest, AVideoPlaysInARealWindowAndShowsItsPicture) {
     HostOptions options;
     options.screenWidth = 640;
     options.screenHeight = 360;
-    presenter = SdlPresenter::create(options, runtime->mainQueue(), runtime->clock(), *lifecycle);
+    std::string why;
+    presenter =
+        SdlPresenter::create(options, runtime->mainQueue(), runtime->clock(), *lifecycle, why);
     if (!presenter) return;
     opened = true;
     view = std::make_shared<ZVVideoView>(ZVVideoView::Environment{

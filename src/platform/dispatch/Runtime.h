@@ -36,6 +36,12 @@ class Runtime {
   // Only a host-pumped main queue needs it; otherwise it runs nothing.
   virtual std::size_t pumpMainQueue() = 0;
 
+  // Runs `task` on the main queue's thread once the runtime shuts down, after
+  // the main queue's last task: for state that must be released on the
+  // thread that made it (a window). A runtime whose queues have no threads
+  // of their own drops it, and the state goes with its owner.
+  virtual void atMainQueueEnd(Task task) { (void)task; }
+
   // Ends the runtime's work for good: every queue drops its pending and
   // delayed work and ignores later posts, and tasks running on other threads
   // are waited for. A task that calls it is not waited for (it is the

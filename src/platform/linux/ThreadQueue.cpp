@@ -45,7 +45,7 @@ bool dueLater(const Entry& a, const Entry& b) {
 
 class ThreadQueue::Core {
  public:
-  explicit Core(std::string label) : label_(std::move(label)) {}
+  Core(std::string label, bool pumped) : label_(std::move(label)), pumped_(pumped) {}
 
   void post(Duration delay, Task task, CancelFlag cancelled, Duration interval) {
     Entry entry{{}, 0, std::move(task), std::move(cancelled), interval};
@@ -73,6 +73,7 @@ class ThreadQueue::Core {
   std::size_t runDue() {
     if (tlsRunning == this) return 0;  // a pump from inside a pumped task
     std::lock_guard pumping(pumpMutex_);
+    pumpThread_ = std::this_thread::get_id();
     SteadyClock::time_point startNow;
     std::uint64_t startSeq;
     {
@@ -114,12 +115,25 @@ class ThreadQueue::Core {
     }
     // A pump under way on another thread finishes its task first; a pumped
     // task that stops its own queue is not waited for.
-    if (!isRunningOnCaller()) {
+    if (tlsRunning != this) {
       std::lock_guard pumping(pumpMutex_);
     }
+    // A pumped queue has no thread of its own: its last tasks run on the
+    // caller, which is the host's pumping thread when the host follows the
+    // rule of one pumping thread.
+    if (pumped_) runEndTasks();
   }
 
-  bool isRunningOnCaller() const { return tlsRunning == this; }
+  // A pumped queue belongs to the thread that pumps it: between two pumps
+  // nothing else runs its tasks, so code on that thread is serial with them.
+  bool isRunningOnCaller() const {
+    return tlsRunning == this || (pumped_ && pumpThread_ == std::this_thread::get_id());
+  }
+
+  void atEnd(Task task) {
+    std::lock_guard lock(mutex_);
+    endTasks_.push_back(std::move(task));
+  }
 
  private:
   void push(Entry entry) {
@@ -177,6 +191,20 @@ class ThreadQueue::Core {
     while (auto entry = waitForNext()) {
       runAndReschedule(*entry);
     }
+    runEndTasks();
+  }
+
+  // Runs the end tasks once, as the queue's own (isCurrent() holds in them).
+  void runEndTasks() {
+    std::vector<Task> tasks;
+    {
+      std::lock_guard lock(mutex_);
+      tasks.swap(endTasks_);
+    }
+    for (auto& task : tasks) {
+      Entry entry{{}, 0, std::move(task), nullptr, Duration::zero()};
+      runAndReschedule(entry);
+    }
   }
 
   void runAndReschedule(Entry& entry) {
@@ -202,6 +230,9 @@ class ThreadQueue::Core {
   }
 
   const std::string label_;
+  const bool pumped_;
+  std::atomic<std::thread::id> pumpThread_{};
+  std::vector<Task> endTasks_;
   std::mutex pumpMutex_;  // one pump at a time keeps a pumped queue serial
   std::mutex mutex_;
   std::condition_variable wake_;
@@ -212,7 +243,7 @@ class ThreadQueue::Core {
 };
 
 ThreadQueue::ThreadQueue(std::string label, std::size_t workerCount)
-    : label_(std::move(label)), core_(std::make_shared<Core>(label_)) {
+    : label_(std::move(label)), core_(std::make_shared<Core>(label_, workerCount == 0)) {
   core_->startWorkers(workerCount, core_);
 }
 
@@ -238,6 +269,8 @@ TaskHandle ThreadQueue::every(Duration interval, Task task) {
 bool ThreadQueue::isCurrent() const { return core_->isRunningOnCaller(); }
 
 std::size_t ThreadQueue::runDue() { return core_->runDue(); }
+
+void ThreadQueue::atEnd(Task task) { core_->atEnd(std::move(task)); }
 
 void ThreadQueue::close() { core_->close(); }
 

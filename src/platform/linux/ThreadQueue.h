@@ -29,11 +29,18 @@ class ThreadQueue final : public Queue {
   void async(Task task) override;
   TaskHandle after(Duration delay, Task task) override;
   TaskHandle every(Duration interval, Task task) override;
+  // True while the caller runs one of the queue's tasks; for a pumped queue
+  // also on the thread that pumped it last, whose own code cannot overlap
+  // the queue's tasks.
   bool isCurrent() const override;
 
   // Runs, on the calling thread, the tasks that were due when it was called;
   // work posted meanwhile waits for the next call. Returns how many ran.
   std::size_t runDue();
+
+  // Runs `task` once the queue has stopped, after its last task: on its
+  // worker (a serial queue) or on the caller of stop() (a pumped queue).
+  void atEnd(Task task);
 
   // Drops pending and delayed work and later posts; running tasks go on.
   // Idempotent.

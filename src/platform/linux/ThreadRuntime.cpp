@@ -65,6 +65,8 @@ std::shared_ptr<Queue> ThreadRuntime::makeSerialQueue(std::string label) {
 
 Queue& ThreadRuntime::mainQueue() { return *main_; }
 
+void ThreadRuntime::atMainQueueEnd(Task task) { main_->atEnd(std::move(task)); }
+
 Queue& ThreadRuntime::globalQueue() { return *global_; }
 
 std::size_t ThreadRuntime::pumpMainQueue() {

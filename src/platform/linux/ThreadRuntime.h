@@ -33,6 +33,7 @@ class ThreadRuntime final : public Runtime {
   // Runs the main-queue work that is due on the calling thread; a main queue
   // with its own thread is never pumped and this returns 0.
   std::size_t pumpMainQueue() override;
+  void atMainQueueEnd(Task task) override;
   void beginShutdown() override;
   void shutdown() override;
 
