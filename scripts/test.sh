@@ -26,6 +26,13 @@ cmake --build "build/release" -j "$jobs"
 say "release tests"
 ctest --test-dir build/release -j "$jobs" --output-on-failure
 
+# The sample host as a player meets it: its own window on an X server the
+# test starts itself, keys through xdotool, the screen read back with xwd.
+say "windowed sample host, ten runs in a row"
+ctest --test-dir build/release -R 'Desktop/WindowedDemo\.APlayerWatches.*1280x720' \
+  --repeat until-fail:10 --output-on-failure
+echo "screenshots: $(ls build/release/tests/rendered/desktop-*.png | tr '\n' ' ')"
+
 # One clang tree serves the sanitizer tests and the fuzz targets.
 say "AddressSanitizer + UndefinedBehaviorSanitizer build (clang, with the fuzz targets)"
 CC=clang CXX=clang++ configure clang-asan -DZIVORA_SANITIZE=address,undefined -DZIVORA_FUZZ=ON
@@ -46,6 +53,15 @@ norandom=()
 if setarch "$(uname -m)" -R true 2>/dev/null; then norandom=(setarch "$(uname -m)" -R); fi
 TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
   "${norandom[@]}" ctest --test-dir build/tsan -j "$jobs" --output-on-failure
+
+say "ThreadSanitizer: the windowed sample host"
+# The ThreadSanitizer build of the sample host, driven by the release
+# tree's windowed test; the libraries it links uninstrumented are read as the
+# soak reads them.
+ZIVORA_DEMO_UNDER_TEST=$PWD/build/tsan/examples/demo/zivora-demo \
+TSAN_OPTIONS=halt_on_error=1:ignore_noninstrumented_modules=1:suppressions=$PWD/tests/soak/tsan.supp \
+  "${norandom[@]}" build/release/tests/zivora_integration_tests \
+  --gtest_filter='Desktop/WindowedDemo.APlayerWatches*1280x720'
 
 say "fuzzing (libFuzzer, ASan+UBSan)"
 ZIVORA_FUZZ_TREE=build/clang-asan bash scripts/fuzz.sh "${ZIVORA_FUZZ_SECONDS:-20}"

@@ -2,18 +2,22 @@
 // callbacks, the requests and events the server saw, the reward and the
 // contact sheet.
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/wait.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "SandboxServer.h"
 #include "sandbox/SandboxTestSupport.h"
+#include "support/ChildProcess.h"
 #include "support/TempDir.h"
 
 // Only trees that build the sample host (not the sanitizer trees) run it.
@@ -70,6 +74,47 @@ TEST(DemoEndToEnd, TheHeadlessDemoRunsAWholeAdAgainstTheSandbox) {
   EXPECT_LT(position("watchedAd"), position("clickAd"));
   EXPECT_LT(position("getMotivatedRewards"), position("removeMotivatedRewards"));
   EXPECT_LT(position("removeMotivatedRewards"), static_cast<long>(adRequests.size()));
+}
+
+// The processes `parent`'s main thread started, from /proc.
+std::vector<pid_t> childrenOf(pid_t parent) {
+  std::ifstream in("/proc/" + std::to_string(parent) + "/task/" + std::to_string(parent) +
+                   "/children");
+  std::vector<pid_t> children;
+  for (pid_t child; in >> child;) children.push_back(child);
+  return children;
+}
+
+// A process that has ended, whether or not its new parent reaped it yet.
+bool ended(pid_t pid) {
+  std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
+  std::string line;
+  if (!std::getline(in, line)) return true;
+  const auto state = line.find(") ");
+  return state != std::string::npos && line.size() > state + 2 &&
+         (line[state + 2] == 'Z' || line[state + 2] == 'X');
+}
+
+TEST(DemoEndToEnd, AKilledDemoTakesItsSandboxWithIt) {
+  test::TempDir work;
+  auto demo = test::ChildProcess::start(
+      {ZIVORA_DEMO_EXECUTABLE, "--headless", "--data-dir", (work.path() / "data").string(), "--out",
+       (work.path() / "out").string()},
+      {.input = {}, .captureOutput = true});
+  ASSERT_NE(demo, nullptr);
+  while (auto line = demo->readLine(std::chrono::seconds(60))) {
+    if (line->find("sandbox started at") != std::string::npos) break;
+  }
+  const auto children = childrenOf(demo->pid());
+  ASSERT_EQ(children.size(), 1u) << "the demo's sandbox";
+  demo->kill(SIGKILL);
+  ASSERT_TRUE(demo->waitFor(std::chrono::seconds(30)));
+  // The kernel ends the sandbox with its parent; waiting is bounded only
+  // for a failing run.
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (!ended(children.front()) && std::chrono::steady_clock::now() < deadline)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  EXPECT_TRUE(ended(children.front())) << "the sandbox outlived the demo";
 }
 
 }  // namespace
