@@ -7,12 +7,17 @@
 namespace zivora {
 
 // Who runs the SDK's main queue (screens, their timers, download callbacks,
-// most host callbacks).
+// most host callbacks). The main queue's thread is also the one that drives
+// SDL and the display: SDL allows one driving thread only.
 enum class MainQueueMode {
-  // The SDK runs it on a thread of its own (default).
+  // The SDK runs it on a thread of its own (default), and opens and drives
+  // its own window there. For hosts that do not use SDL themselves: a host
+  // that has started SDL video gets ZivoraErrorDisplayUnavailable.
   OwnThread,
-  // The host calls Zivora's pump once a frame from its own loop; it must keep
-  // pumping while no ad shows, since downloads report through this queue.
+  // The host calls Zivora's pump once a frame from its own loop, on the
+  // thread that drives SDL; it must keep pumping while no ad shows, since
+  // downloads report through this queue (the start-up handshake waits for
+  // the first pump).
   HostPumped,
 };
 

@@ -81,8 +81,9 @@ class ZIVORA_API Zivora {
   // Returns the number of tasks run.
   static std::size_t pump() noexcept;
   // With a host window: offers one of the host's SDL events (an SDL_Event*)
-  // to the ad screens. True when an ad screen took it; the host should then
-  // not act on it. Always false while no ad shows.
+  // to the ad screens, from the thread that pumps. True when an ad screen
+  // took it; the host should then not act on it. Always false while no ad
+  // shows.
   static bool handleEvent(const void* sdlEvent) noexcept;
   // An ad screen is on the display.
   static bool isPresenting() noexcept;
