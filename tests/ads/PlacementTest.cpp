@@ -54,8 +54,11 @@ class RecordingOpener final : public platform::UrlOpener {
 
 class PlacementTest : public ::testing::Test {
  protected:
-  PlacementTest()
-      : scope_({.dataRoot = root_.path().string(), .screenWidth = 640, .screenHeight = 360},
+  explicit PlacementTest(int timeBudgetSeconds = 180)
+      : scope_({.dataRoot = root_.path().string(),
+                .screenWidth = 640,
+                .screenHeight = 360,
+                .requestTimeBudgetSeconds = timeBudgetSeconds},
                {.runtime = runtime_,
                 .http = server_,
                 .downloads = files_,
@@ -265,6 +268,92 @@ TEST_F(PlacementTest, AFailedLoadIsRetriedOnceAfterFiveSecondsThenFailsWithThree
   server_->reply("getVideo", ad());
   cacheReady();
   EXPECT_EQ(calls(), (Calls{"videoDidFailToLoad rewarded 3", "videoDidCache rewarded"}));
+}
+
+// A reply the ad logic cannot read (a null or mistyped "error", an ad whose
+// fields throw on reading) is a failed request like any other: retried once,
+// then error 3, and the placement takes new requests afterwards.
+TEST_F(PlacementTest, AnUnreadableReplyIsRetriedThenFailsWithThreeAndThePlacementRecovers) {
+  const nlohmann::json replies[] = {
+      {{"error", nullptr}},
+      {{"error", nlohmann::json::array({1})}},
+      [this] {
+        auto bad = ad();
+        bad["error"] = nlohmann::json::object();
+        return bad;
+      }(),
+      [this] {
+        auto bad = ad();
+        bad["soundEnable"] = nlohmann::json::array();
+        return bad;
+      }(),
+  };
+  for (const auto& reply : replies) {
+    SCOPED_TRACE(reply.dump());
+    server_->reply("getVideo", reply);
+    host_->calls.clear();
+    const auto requests = server_->count("getVideo");
+    side_->cacheVideo(kPlacement);
+    serveDownloads();
+    EXPECT_TRUE(calls().empty());
+    runtime_->advanceBy(5s);
+    serveDownloads();
+    EXPECT_EQ(server_->count("getVideo"), requests + 2);
+    EXPECT_EQ(calls(), Calls{"videoDidFailToLoad rewarded 3"});
+  }
+  server_->reply("getVideo", ad());
+  host_->calls.clear();
+  cacheReady();
+  EXPECT_EQ(calls(), Calls{"videoDidCache rewarded"});
+}
+
+// The player never reports the video ready: the request ends with 3 when
+// its budget is spent, whatever arrives later stays unheard, and the
+// placement is idle again.
+TEST_F(PlacementTest, ARequestThatStallsEndsWithThreeWhenItsTimeBudgetIsSpent) {
+  for (const bool show : {false, true}) {
+    SCOPED_TRACE(show ? "showVideo" : "cacheVideo");
+    host_->calls.clear();
+    if (show)
+      side_->showVideo(kPlacement);
+    else
+      side_->cacheVideo(kPlacement);
+    serveDownloads();
+    auto* stalled = media_->lastItem();
+    runtime_->advanceBy(179s);
+    EXPECT_TRUE(calls().empty());
+    runtime_->advanceBy(1s);
+    EXPECT_EQ(calls(), Calls{"videoDidFailToLoad rewarded 3"});
+    EXPECT_FALSE(side_->isRequestShow());
+    EXPECT_TRUE(scope_.log().contains("got no answer in time"));
+
+    // The stalled load finishing late reaches nobody.
+    ASSERT_NE(stalled, nullptr);
+    stalled->setDuration(media::MediaTime::fromSeconds(10));
+    stalled->postStatus(media::MediaItemStatus::ReadyToPlay);
+    runtime_->advanceBy(10min);
+    EXPECT_EQ(calls(), Calls{"videoDidFailToLoad rewarded 3"});
+    EXPECT_TRUE(presenter().windows().empty());
+  }
+  host_->calls.clear();
+  cacheReady();
+  EXPECT_EQ(calls(), Calls{"videoDidCache rewarded"});
+  runtime_->advanceBy(10min);
+  EXPECT_EQ(calls(), Calls{"videoDidCache rewarded"});
+}
+
+class UnlimitedPlacementTest : public PlacementTest {
+ protected:
+  UnlimitedPlacementTest() : PlacementTest(0) {}
+};
+
+TEST_F(UnlimitedPlacementTest, ABudgetOfZeroLetsARequestWaitForItsAnswer) {
+  side_->cacheVideo(kPlacement);
+  serveDownloads();
+  runtime_->advanceBy(1h);
+  EXPECT_TRUE(calls().empty());
+  itemReady();
+  EXPECT_EQ(calls(), Calls{"videoDidCache rewarded"});
 }
 
 TEST_F(PlacementTest, CachingTwiceSendsOneRequest) {
