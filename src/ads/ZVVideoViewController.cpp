@@ -19,6 +19,7 @@
 #include "ui/ZVPostVideoController.h"
 #include "util/Guard.h"
 #include "util/JsonConvert.h"
+#include "util/WebAddress.h"
 #include "util/ZVException.h"
 #include "util/ZVLog.h"
 #include "util/ZVReachability.h"
@@ -303,8 +304,9 @@ void ZVVideoViewController::loadAdResource(const nlohmann::json* ad) {
       std::lock_guard lock(mutex_);
       loaderHelper_ = helper;
     }
-    // A picture address that is not text counts as missing.
-    auto image = ZVAdReply::imageURL(*ad);
+    // A picture address that is not text, or not a web address, counts as
+    // missing.
+    auto image = WebAddress::accepted(ZVAdReply::imageURL(*ad), "image");
     if (!image) {
       ZVLog::LogWarning(
           "[ZVVideoViewController][loadAdResource] Error! post image url equals nil.");
@@ -312,12 +314,16 @@ void ZVVideoViewController::loadAdResource(const nlohmann::json* ad) {
       return;
     }
     helper->addNewForLoad(image, false);
-    if (auto icon = ZVAdReply::currencyIconURL(*ad)) helper->addNewForLoad(icon, false);
+    if (auto icon = WebAddress::accepted(ZVAdReply::currencyIconURL(*ad), "currency icon"))
+      helper->addNewForLoad(icon, false);
     auto configuration = ZVConfiguration::shared();
     if (configuration) {
-      helper->addNewForLoad(configuration->closeButtonURL(), false);
-      helper->addNewForLoad(configuration->soundOnButtonURL(), false);
-      helper->addNewForLoad(configuration->soundOffButtonURL(), false);
+      helper->addNewForLoad(WebAddress::accepted(configuration->closeButtonURL(), "close button"),
+                            false);
+      helper->addNewForLoad(
+          WebAddress::accepted(configuration->soundOnButtonURL(), "sound-on button"), false);
+      helper->addNewForLoad(
+          WebAddress::accepted(configuration->soundOffButtonURL(), "sound-off button"), false);
     }
     helper->startLoad();
   });
@@ -392,7 +398,7 @@ void ZVVideoViewController::errorLoadingResourcesByHelper(std::int32_t error) {
 
 void ZVVideoViewController::loadVideoFile(const nlohmann::json& ad) {
   loadStep("loadVideoFile", kServerFailure, [&] {
-    auto video = ZVAdReply::videoURL(ad);
+    auto video = WebAddress::accepted(ZVAdReply::videoURL(ad), "video");
     if (!video) {
       repeateRequestAfterError(kServerFailure);
       return;
@@ -767,6 +773,10 @@ void ZVVideoViewController::click() {
 }
 
 void ZVVideoViewController::openTarget(const std::string& target) {
+  if (!WebAddress::accepted(target, "target")) {
+    clickHandedOver();
+    return;
+  }
   const auto ad = jsonAd().value_or(nlohmann::json::object());
   const bool tracked = target.find(ZVRedirectRequest::kTrackerHost) != std::string::npos;
   const bool dontOverride = ZVAdReply::dontOverrideRedirection(ad);
@@ -795,7 +805,8 @@ void ZVVideoViewController::openTarget(const std::string& target) {
 
 void ZVVideoViewController::openResolved(const std::string& target, const std::string& location) {
   onMain("click", [target, location](ZVVideoViewController& self) {
-    const bool canOpen = context().opener()->canOpenURL(location);
+    const bool canOpen = WebAddress::accepted(location, "redirect Location") &&
+                         context().opener()->canOpenURL(location);
     self.openURL(canOpen ? location : target);
     self.clickHandedOver();
   });

@@ -43,13 +43,16 @@ constexpr char kTarget[] = "https://shop.test/item";
 class RecordingOpener final : public platform::UrlOpener {
  public:
   bool canOpenURL(const std::string& url) override {
-    return url.rfind("https://", 0) == 0 || url.rfind("http://", 0) == 0;
+    return openAnything || url.rfind("https://", 0) == 0 || url.rfind("http://", 0) == 0;
   }
   bool openURL(const std::string& url) override {
     opened.push_back(url);
     return canOpenURL(url);
   }
   Calls opened;
+  // An opener without a scheme check of its own: the ad logic's rule is
+  // then the only wall.
+  bool openAnything = false;
 };
 
 class PlacementTest : public ::testing::Test {
@@ -356,6 +359,45 @@ TEST_F(UnlimitedPlacementTest, ABudgetOfZeroLetsARequestWaitForItsAnswer) {
   EXPECT_EQ(calls(), Calls{"videoDidCache rewarded"});
 }
 
+bool anyTransferOutsideTheWeb(const test::FakeStreamingClient& files) {
+  return std::any_of(files.transfers().begin(), files.transfers().end(),
+                     [](const auto& t) { return t->request.url.rfind("http", 0) != 0; });
+}
+
+// A video or picture address that is not http or https never reaches the
+// downloader: the ad counts as unusable (retried, then 3). Optional images
+// (the currency icon, the buttons) are left out and the ad still caches.
+TEST_F(PlacementTest, OnlyWebAddressesReachTheDownloader) {
+  for (const char* key : {"videoURL", "imageURL"}) {
+    SCOPED_TRACE(key);
+    auto bad = ad();
+    bad[key] = "file:///etc/passwd";
+    server_->reply("getVideo", bad);
+    host_->calls.clear();
+    side_->cacheVideo(kPlacement);
+    serveDownloads();
+    runtime_->advanceBy(5s);
+    serveDownloads();
+    EXPECT_EQ(calls(), Calls{"videoDidFailToLoad rewarded 3"});
+    EXPECT_TRUE(scope_.log().contains(std::string("[Zivora] Refused the ") +
+                                      (key[0] == 'v' ? "video" : "image") +
+                                      " address, not http or https: file:///etc/passwd"));
+  }
+  auto odd = ad();
+  odd["motivationInfo"] = {{"currencyIconURL", "data:image/png;base64,AAAA"}};
+  server_->reply("getVideo", odd);
+  ZVConfiguration::shared()->setCloseButtonURL("ftp://cdn.test/close.png");
+  ZVConfiguration::shared()->setSoundOnButtonURL("HTTPS://cdn.test/on.png");
+  content_["HTTPS://cdn.test/on.png"] = "on";
+  host_->calls.clear();
+  cacheReady();
+  EXPECT_EQ(calls(), Calls{"videoDidCache rewarded"});
+  EXPECT_TRUE(scope_.log().contains("Refused the currency icon address"));
+  EXPECT_TRUE(scope_.log().contains("Refused the close button address"));
+  EXPECT_FALSE(scope_.log().contains("Refused the sound-on button address"));
+  EXPECT_FALSE(anyTransferOutsideTheWeb(*files_));
+}
+
 TEST_F(PlacementTest, CachingTwiceSendsOneRequest) {
   server_->route("getVideo", [](const nlohmann::json&) {
     return platform::HttpResponse{.status = 0, .error = "slow"};
@@ -480,6 +522,38 @@ TEST_F(ClickTest, ATrackerAddressIsResolvedOnceAndFallsBackWhenTheLocationCannot
     EXPECT_EQ(last.method, "GET");
     EXPECT_FALSE(last.followRedirects);
   }
+}
+
+// Even with an opener that would open anything, a target or a redirect's
+// Location that is not http or https is never opened nor probed.
+TEST_F(ClickTest, ANonWebTargetOrLocationIsNeverOpened) {
+  opener_->openAnything = true;
+  const std::string tracker = std::string("https://") + ZVRedirectRequest::kTrackerHost + "/c/2";
+  auto custom = ad();
+  custom["targetURL"] = "file:///home/player/.bashrc";
+  server_->reply("getVideo", custom);
+  toPostVideo();
+  tapCallToAction();
+  runtime_->runUntilIdle();
+  EXPECT_TRUE(opener_->opened.empty());
+  EXPECT_TRUE(scope_.log().contains(
+      "[Zivora] Refused the target address, not http or https: file:///home/player/.bashrc"));
+  // The click was handed over: the next tap may try again.
+  tapCallToAction();
+  runtime_->runUntilIdle();
+  EXPECT_TRUE(opener_->opened.empty());
+
+  act(ui::ScreenAction::Close);
+  custom["targetURL"] = tracker;
+  server_->reply("getVideo", custom);
+  server_->route(tracker, [](const nlohmann::json&) {
+    return platform::HttpResponse{.status = 302, .headers = {{"Location", "javascript:alert(1)"}}};
+  });
+  toPostVideo();
+  tapCallToAction();
+  runtime_->runUntilIdle();
+  EXPECT_EQ(opener_->opened, Calls{tracker});
+  EXPECT_TRUE(scope_.log().contains("Refused the redirect Location address"));
 }
 
 TEST_F(ClickTest, DontOverrideRedirectOpensTheTrackerAddressAsItStands) {
