@@ -133,7 +133,7 @@ class SandboxServer {
   void handleTracker(const httplib::Request& request, httplib::Response& response);
   void handleLanding(const httplib::Request& request, httplib::Response& response);
   std::optional<Misbehaviour> takeMisbehaviour(const std::string& requestName);
-  std::optional<FileMisbehaviour> takeFileMisbehaviour();
+  std::optional<FileMisbehaviour> takeFileMisbehaviour(const std::string& name);
   void handleFile(const httplib::Request& request, httplib::Response& response);
   bool takeEventFailure(const std::string& requestName);
   void actOut(const Misbehaviour& misbehaviour, httplib::Response& response);
@@ -141,6 +141,8 @@ class SandboxServer {
   bool stall();
   // Blocks for `delay` or until stop(); false when stopping.
   bool pause(std::chrono::milliseconds delay);
+  // False once the server is stopping.
+  bool isRunning();
   // Holds a misbehaving request as its fault says; false when stopping.
   bool hold(const Misbehaviour& misbehaviour);
   void journalEvent(const ReceivedRequest& entry, int status, std::string_view fault);
