@@ -26,7 +26,7 @@ struct FileMisbehaviour {
   std::size_t bytes = 0;
   std::chrono::milliseconds delay{0};
   // The file it waits for; empty takes the next request for any file.
-  std::string fileName;
+  std::string fileName{};
 
   bool targets(std::string_view name) const { return fileName.empty() || fileName == name; }
 
