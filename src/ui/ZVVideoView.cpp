@@ -50,8 +50,9 @@ ZVVideoView::ZVVideoView(Environment environment)
 }
 
 ZVVideoView::~ZVVideoView() {
-  for (auto* handle : {&delayBlockForPlay_, &delayBlockForRepeatPlay_, &timerUpdateUI_,
-                       &timerHideUI_, &timerAllowSkip_}) {
+  // The second start check is left to run: it holds the player, not the
+  // view, and still reports a player that never started.
+  for (auto* handle : {&delayBlockForPlay_, &timerUpdateUI_, &timerHideUI_, &timerAllowSkip_}) {
     cancel(*handle);
   }
   if (lifecycleObserver_) environment_.lifecycle->removeObserver(lifecycleObserver_);
