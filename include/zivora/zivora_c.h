@@ -60,9 +60,6 @@ typedef struct zivora_options {
   void* host_window;
   /* The graphics processor's name, reported with the device facts. */
   const char* gpu_type;
-  /* How long a cache or show request waits for its answer, in seconds:
-   * 0 is the default (180), a negative value sets no limit. */
-  int request_time_budget_seconds;
 } zivora_options;
 
 /* One granted reward, valid for the duration of the callback. */

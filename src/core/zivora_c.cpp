@@ -67,9 +67,6 @@ HostOptions hostOptions(const zivora_options& c) {
   host.screenHeight = c.screen_height;
   host.hostWindow = c.host_window;
   host.gpuType = textOrEmpty(c.gpu_type);
-  // Zero means "the default" here, as for every member of the C struct.
-  if (c.request_time_budget_seconds != 0)
-    host.requestTimeBudgetSeconds = std::max(c.request_time_budget_seconds, 0);
   return host;
 }
 
