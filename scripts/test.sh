@@ -41,7 +41,8 @@ for _ in 1 2; do
   (while :; do :; done) &
   busy+=("$!")
 done
-ctest --test-dir build/release -j "$jobs" --output-on-failure -R 'IntegrationTest|ThreadedTest'
+ctest --test-dir build/release -j "$jobs" --output-on-failure \
+  -L '^zivora_(integration|threaded)_tests$'
 stop_busy
 trap - EXIT
 

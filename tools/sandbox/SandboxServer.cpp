@@ -259,6 +259,7 @@ void SandboxServer::record(ReceivedRequest entry) {
 }
 
 void SandboxServer::handleAdRequest(const httplib::Request& request, httplib::Response& response) {
+  const std::uint64_t releasesSeen = releaseCount();
   ReceivedRequest entry = recordOf(request);
   const SignedForm form = SignedForm::parse(entry.body);
   entry.params = form.params;
@@ -281,7 +282,7 @@ void SandboxServer::handleAdRequest(const httplib::Request& request, httplib::Re
       journalEvent(entry, response.status, fault);
       return;
     }
-    if (!hold(*misbehaviour)) {
+    if (!hold(*misbehaviour, releasesSeen)) {
       response.status = 503;
       journalEvent(entry, response.status, fault);
       return;
@@ -349,6 +350,7 @@ std::optional<FileMisbehaviour> SandboxServer::takeFileMisbehaviour(const std::s
 }
 
 void SandboxServer::handleFile(const httplib::Request& request, httplib::Response& response) {
+  const std::uint64_t releasesSeen = releaseCount();
   record(recordOf(request));
   const std::string name = request.matches[1].str();
   std::error_code error;
@@ -359,12 +361,12 @@ void SandboxServer::handleFile(const httplib::Request& request, httplib::Respons
   journalFile(request, misbehaviour);
   if (misbehaviour) {
     const auto delay = misbehaviour->delay;
-    auto wait = misbehaviour->kind == FileMisbehaviour::Kind::DelayAfter
-                    ? std::function<bool()>([this, delay] { return pause(delay); })
-                : misbehaviour->kind == FileMisbehaviour::Kind::Endless ||
-                        misbehaviour->kind == FileMisbehaviour::Kind::HugeLength
-                    ? std::function<bool()>([this] { return isRunning(); })
-                    : std::function<bool()>([this] { return stall(); });
+    std::function<bool()> wait = [this, releasesSeen] { return stall(releasesSeen); };
+    if (misbehaviour->kind == FileMisbehaviour::Kind::DelayAfter)
+      wait = [this, delay] { return pause(delay); };
+    if (misbehaviour->kind == FileMisbehaviour::Kind::Endless ||
+        misbehaviour->kind == FileMisbehaviour::Kind::HugeLength)
+      wait = [this] { return isRunning(); };
     return files.misbehave(*misbehaviour, name, request, response, std::move(wait));
   }
   files.respond(name, request, response);
@@ -451,10 +453,14 @@ void SandboxServer::actOut(const Misbehaviour& misbehaviour, httplib::Response& 
   }
 }
 
-bool SandboxServer::stall() {
+std::uint64_t SandboxServer::releaseCount() {
+  std::lock_guard lock(mutex_);
+  return releases_;
+}
+
+bool SandboxServer::stall(std::uint64_t releasesSeen) {
   std::unique_lock lock(mutex_);
-  const std::uint64_t seen = releases_;
-  changed_.wait(lock, [&] { return stopping_ || releases_ != seen; });
+  changed_.wait(lock, [&] { return stopping_ || releases_ != releasesSeen; });
   return !stopping_;
 }
 
@@ -469,8 +475,9 @@ bool SandboxServer::isRunning() {
   return !stopping_;
 }
 
-bool SandboxServer::hold(const Misbehaviour& misbehaviour) {
-  return misbehaviour.kind == Misbehaviour::Kind::Delay ? pause(misbehaviour.delay) : stall();
+bool SandboxServer::hold(const Misbehaviour& misbehaviour, std::uint64_t releasesSeen) {
+  return misbehaviour.kind == Misbehaviour::Kind::Delay ? pause(misbehaviour.delay)
+                                                        : stall(releasesSeen);
 }
 
 void SandboxServer::handleAnalytics(const httplib::Request& request, httplib::Response& response) {
