@@ -101,7 +101,9 @@ void ZVVideoViewController::loadStep(const char* method, int kind, Body body) {
     body();
   } catch (...) {
     detail::reportCaught(kClass, method, GuardReport::Analytics);
-    repeateRequestAfterError(kind);
+    // Once the request has its answer (cached, or on screen), a late
+    // failure is only reported: a retry could answer it a second time.
+    if (!invokedCache_ && !showing_) repeateRequestAfterError(kind);
   }
 }
 
