@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cctype>
 #include <chrono>
 #include <functional>
 #include <set>
@@ -368,8 +369,13 @@ TEST_F(UnlimitedPlacementTest, ABudgetOfZeroLetsARequestWaitForItsAnswer) {
 }
 
 bool anyTransferOutsideTheWeb(const test::FakeStreamingClient& files) {
-  return std::any_of(files.transfers().begin(), files.transfers().end(),
-                     [](const auto& t) { return t->request.url.rfind("http", 0) != 0; });
+  const auto transfers = files.transfers();
+  return std::any_of(transfers.begin(), transfers.end(), [](const auto& t) {
+    std::string scheme = t->request.url.substr(0, t->request.url.find(':'));
+    std::transform(scheme.begin(), scheme.end(), scheme.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return scheme != "http" && scheme != "https";
+  });
 }
 
 // A video or picture address that is not http or https never reaches the
