@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Sets everything up and runs every test: the normal build, an
+# Sets everything up and runs every test: the normal build (its integration
+# and threaded tests a second time under load), an
 # AddressSanitizer + UndefinedBehaviorSanitizer build, and a
 # ThreadSanitizer build of the threaded tests and of the short soak test
 # (the sample host under ThreadSanitizer against the sandbox, with faults).
