@@ -66,6 +66,12 @@ struct HostOptions {
   // The graphics processor's name, reported with the device facts; empty
   // leaves it out.
   std::string gpuType{};
+  // How long one cacheVideo() or showVideo() may wait for its answer, in
+  // seconds, retries included. A request still unanswered then (the ad
+  // neither cached nor on screen) ends with videoDidFailToLoad and
+  // ZivoraErrorInitializationFailed (3), and the placement is idle again, so
+  // the next call starts afresh. 0 (or less) sets no limit. Default: 180.
+  int requestTimeBudgetSeconds = 180;
 };
 
 }  // namespace zivora

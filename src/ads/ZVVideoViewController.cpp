@@ -19,6 +19,7 @@
 #include "ui/ZVPostVideoController.h"
 #include "util/Guard.h"
 #include "util/JsonConvert.h"
+#include "util/WebAddress.h"
 #include "util/ZVException.h"
 #include "util/ZVLog.h"
 #include "util/ZVReachability.h"
@@ -69,7 +70,10 @@ ZVVideoViewController::ZVVideoViewController(std::shared_ptr<ZivoraDelegate> del
   sentWatchedAd_ = false;
 }
 
-ZVVideoViewController::~ZVVideoViewController() { delayRequestBlock_.cancel(); }
+ZVVideoViewController::~ZVVideoViewController() {
+  delayRequestBlock_.cancel();
+  timeBudget_.cancel();
+}
 
 void ZVVideoViewController::setDelegate(std::weak_ptr<ZVVideoControllerDelegate> delegate) {
   std::lock_guard lock(mutex_);
@@ -89,6 +93,18 @@ void ZVVideoViewController::onMain(const char* method, Body body) {
       [self = shared_from_this(), method, body = std::move(body)]() mutable {
         guarded(kClass, method, [&] { body(*self); });
       });
+}
+
+template <class Body>
+void ZVVideoViewController::loadStep(const char* method, int kind, Body body) {
+  try {
+    body();
+  } catch (...) {
+    detail::reportCaught(kClass, method, GuardReport::Analytics);
+    // Once the request has its answer (cached, or on screen), a late
+    // failure is only reported: a retry could answer it a second time.
+    if (!invokedCache_ && !showing_) repeateRequestAfterError(kind);
+  }
 }
 
 template <class Call>
@@ -118,6 +134,7 @@ void ZVVideoViewController::cache() {
         ZVLog::LogDebug(
             "[ZVVideoViewController][cache] Warning: Invoke cache, during video showing.");
       } else {
+        self.startTimeBudget();
         self.requestAd();
       }
     });
@@ -134,10 +151,12 @@ void ZVVideoViewController::show() {
       }
       self.showAfterCached_ = true;
       self.invokedShow_ = true;
-      if (self.ready_)
+      if (self.ready_) {
         self.showReadyVideo();
-      else
+      } else {
+        self.startTimeBudget();
         self.requestAd();
+      }
     });
   });
 }
@@ -146,6 +165,7 @@ void ZVVideoViewController::show() {
 
 void ZVVideoViewController::requestAd() {
   try {
+    if (retired_) return;
     if (loading_) {
       ZVLog::LogDebug("[ZVVideoViewController][requestAd] Cancel, loading...");
       return;
@@ -256,7 +276,9 @@ bool ZVVideoViewController::isValid(const nlohmann::json& ad) const {
 // --- Reading the ad ---------------------------------------------------------------
 
 void ZVVideoViewController::loadAdResource(const nlohmann::json* ad) {
-  guarded(kClass, "loadAdResource", [&] {
+  // A reply that cannot be read (a null "error", a field of a kind it
+  // cannot have) is a failed request, not the end of the placement.
+  loadStep("loadAdResource", kServerFailure, [&] {
     if (!ad) {
       ZVLog::LogWarning("[ZVVideoViewController][loadAdResource] Error! Json Ad can't equals nil.");
       ZVPAnalitics::shared().sendEvent(TSP_EVENT_NAME_INFO, kClass, "loadAdResource",
@@ -284,8 +306,9 @@ void ZVVideoViewController::loadAdResource(const nlohmann::json* ad) {
       std::lock_guard lock(mutex_);
       loaderHelper_ = helper;
     }
-    // A picture address that is not text counts as missing.
-    auto image = ZVAdReply::imageURL(*ad);
+    // A picture address that is not text, or not a web address, counts as
+    // missing.
+    auto image = WebAddress::accepted(ZVAdReply::imageURL(*ad), "image");
     if (!image) {
       ZVLog::LogWarning(
           "[ZVVideoViewController][loadAdResource] Error! post image url equals nil.");
@@ -293,44 +316,47 @@ void ZVVideoViewController::loadAdResource(const nlohmann::json* ad) {
       return;
     }
     helper->addNewForLoad(image, false);
-    if (auto icon = ZVAdReply::currencyIconURL(*ad)) helper->addNewForLoad(icon, false);
+    if (auto icon = WebAddress::accepted(ZVAdReply::currencyIconURL(*ad), "currency icon"))
+      helper->addNewForLoad(icon, false);
     auto configuration = ZVConfiguration::shared();
     if (configuration) {
-      helper->addNewForLoad(configuration->closeButtonURL(), false);
-      helper->addNewForLoad(configuration->soundOnButtonURL(), false);
-      helper->addNewForLoad(configuration->soundOffButtonURL(), false);
+      helper->addNewForLoad(WebAddress::accepted(configuration->closeButtonURL(), "close button"),
+                            false);
+      helper->addNewForLoad(
+          WebAddress::accepted(configuration->soundOnButtonURL(), "sound-on button"), false);
+      helper->addNewForLoad(
+          WebAddress::accepted(configuration->soundOffButtonURL(), "sound-off button"), false);
     }
     helper->startLoad();
   });
 }
 
+// Throws on failure: the ad load's step that calls it retries.
 void ZVVideoViewController::reserveAllResources(const nlohmann::json& ad) {
-  guarded(kClass, "reserveAllResources", [&] {
-    bool hadReservations = false;
-    {
-      std::lock_guard lock(mutex_);
-      hadReservations = reservedNames_.has_value();
-    }
-    if (hadReservations) unreserveAllResources();
-    std::vector<std::optional<std::string>> urls{ZVAdReply::imageURL(ad),
-                                                 ZVAdReply::currencyIconURL(ad)};
-    if (auto configuration = ZVConfiguration::shared()) {
-      urls.push_back(configuration->closeButtonURL());
-      urls.push_back(configuration->soundOnButtonURL());
-      urls.push_back(configuration->soundOffButtonURL());
-    }
-    urls.push_back(ZVAdReply::videoURL(ad));
-    std::vector<std::string> names;
-    for (const auto& url : urls) {
-      if (url) names.push_back(fileNameOf(*url));
-    }
-    auto reserve = ZVReserveManager::defaultManager();
-    for (const auto& name : names) {
-      if (!name.empty() && reserve) reserve->reserve(name);
-    }
+  bool hadReservations = false;
+  {
     std::lock_guard lock(mutex_);
-    reservedNames_ = std::move(names);
-  });
+    hadReservations = reservedNames_.has_value();
+  }
+  if (hadReservations) unreserveAllResources();
+  std::vector<std::optional<std::string>> urls{ZVAdReply::imageURL(ad),
+                                               ZVAdReply::currencyIconURL(ad)};
+  if (auto configuration = ZVConfiguration::shared()) {
+    urls.push_back(configuration->closeButtonURL());
+    urls.push_back(configuration->soundOnButtonURL());
+    urls.push_back(configuration->soundOffButtonURL());
+  }
+  urls.push_back(ZVAdReply::videoURL(ad));
+  std::vector<std::string> names;
+  for (const auto& url : urls) {
+    if (url) names.push_back(fileNameOf(*url));
+  }
+  auto reserve = ZVReserveManager::defaultManager();
+  for (const auto& name : names) {
+    if (!name.empty() && reserve) reserve->reserve(name);
+  }
+  std::lock_guard lock(mutex_);
+  reservedNames_ = std::move(names);
 }
 
 void ZVVideoViewController::unreserveAllResources() {
@@ -354,13 +380,15 @@ void ZVVideoViewController::unreserveAllResources() {
 // --- Preparing the video ----------------------------------------------------------
 
 void ZVVideoViewController::finishLoadingResources(const std::vector<ZVDownloadFileInfo>&) {
-  guarded(kClass, "finishLoadingResources", [&] {
-    if (auto ad = jsonAd()) loadVideoFile(*ad);
+  loadStep("finishLoadingResources", kResourceFailure, [&] {
+    auto ad = jsonAd();
+    if (!ad) throw ZVException(kClass, "Images loaded without an ad");
+    loadVideoFile(*ad);
   });
 }
 
 void ZVVideoViewController::errorLoadingResourcesByHelper(std::int32_t error) {
-  guarded(kClass, "errorLoadingResourcesByHelper", [&] {
+  loadStep("errorLoadingResourcesByHelper", kResourceFailure, [&] {
     if (static_cast<std::uint64_t>(error) == kNoSpaceError) {
       invokedShow_ = false;
       fail(kNoSpaceError);
@@ -371,8 +399,8 @@ void ZVVideoViewController::errorLoadingResourcesByHelper(std::int32_t error) {
 }
 
 void ZVVideoViewController::loadVideoFile(const nlohmann::json& ad) {
-  guarded(kClass, "loadVideoFile", [&] {
-    auto video = ZVAdReply::videoURL(ad);
+  loadStep("loadVideoFile", kServerFailure, [&] {
+    auto video = WebAddress::accepted(ZVAdReply::videoURL(ad), "video");
     if (!video) {
       repeateRequestAfterError(kServerFailure);
       return;
@@ -405,7 +433,7 @@ bool ZVVideoViewController::isDownloadedVideo() {
 }
 
 void ZVVideoViewController::playerControllerPrepared() {
-  guarded(kClass, "playerControllerPrepared", [&] {
+  loadStep("playerControllerPrepared", kResourceFailure, [&] {
     if (isReadyAllResources()) {
       ready_ = true;
       if (!invokedCache_ && isDownloadedVideo() && !showAfterCached_ && !invokedShow_)
@@ -416,13 +444,15 @@ void ZVVideoViewController::playerControllerPrepared() {
 }
 
 void ZVVideoViewController::finishLoadingFile() {
-  guarded(kClass, "finishLoadingFile", [&] {
+  loadStep("finishLoadingFile", kResourceFailure, [&] {
     if (ready_ && !invokedCache_ && isDownloadedVideo() && !showAfterCached_) notifyCached();
   });
 }
 
 void ZVVideoViewController::notifyCached() {
+  if (retired_) return;
   invokedCache_ = true;
+  stopTimeBudget();
   tellHost(
       [](ZivoraDelegate& host, const std::string& placement) { host.videoDidCache(placement); });
 }
@@ -442,6 +472,7 @@ void ZVVideoViewController::errorPlayingVideo(std::int32_t error) {
 void ZVVideoViewController::repeateRequestAfterError(int kind) {
   guarded(kClass, "repeateRequestAfterError", [&] {
     onSerial("repeateRequestAfterError", [kind](ZVVideoViewController& self) {
+      if (self.retired_) return;
       if (self.showing_) {
         // While the ad is on screen the controller never gives up.
         self.showAfterCached_ = false;
@@ -468,12 +499,46 @@ void ZVVideoViewController::repeateRequestAfterError(int kind) {
 }
 
 void ZVVideoViewController::fail(std::uint64_t error) {
+  if (retired_.exchange(true)) return;
+  stopTimeBudget();
   std::shared_ptr<ZVVideoControllerDelegate> delegate;
   {
     std::lock_guard lock(mutex_);
     delegate = delegate_.lock();
   }
   if (delegate) delegate->didError(error, shared_from_this());
+}
+
+// --- Time budget ------------------------------------------------------------------
+
+void ZVVideoViewController::startTimeBudget() {
+  const int seconds = context().host().requestTimeBudgetSeconds;
+  if (seconds <= 0) return;
+  std::lock_guard lock(mutex_);
+  if (timeBudget_.valid() && !timeBudget_.isCancelled()) return;
+  timeBudget_ = serialQueue_->after(std::chrono::seconds(seconds), [weak = weak_from_this()] {
+    if (auto controller = weak.lock()) {
+      guarded(kClass, "timeBudgetSpent", [&] { controller->timeBudgetSpent(); });
+    }
+  });
+}
+
+void ZVVideoViewController::stopTimeBudget() {
+  std::lock_guard lock(mutex_);
+  timeBudget_.cancel();
+}
+
+// On the serial queue. An ad on screen answers with its close sequence, so
+// only a request that has neither cached nor shown its ad ends here.
+void ZVVideoViewController::timeBudgetSpent() {
+  if (retired_ || showing_) return;
+  ZVLog::system(fmt::format(
+      "[ZVVideoViewController] Error! The request for placement {} got no answer in time.",
+      placementName_));
+  delayRequestBlock_.cancel();
+  loading_ = ready_ = showAfterCached_ = invokedShow_ = false;
+  unreserveAllResources();
+  fail(kLoadFailedError);
 }
 
 // --- Showing ----------------------------------------------------------------------
@@ -484,27 +549,50 @@ void ZVVideoViewController::showReadyVideo() {
 
 void ZVVideoViewController::showWindow() {
   guarded(kClass, "showWindow", [&] {
-    onMain("showWindow", [](ZVVideoViewController& self) {
-      auto& presenter = display()->presenter();
-      auto view = self.playerController_->view();
-      if (!view) throw ZVException("ZVVideoViewController", "No video view to show");
-      self.window_ = std::make_shared<ui::Window>(presenter.screen().bounds());
-      self.window_->addSubview(view);
-      self.window_->bindAction(ui::ScreenAction::Skip, view->skipButton());
-      self.window_->bindAction(ui::ScreenAction::Sound, view->soundButton());
-      self.playerController_->setDelegate(self.weak_from_this());
-      self.playerController_->play();
-      self.showing_ = true;
-      presenter.present(self.window_);
-      if (!self.sentStartWatchingAd_.exchange(true)) {
-        if (auto sender = ZVEventSender::shared()) {
-          sender->startWatchingAd(self.placementName_, self.adId(), kVideoAdType);
-        }
+    runtime().mainQueue().async([self = shared_from_this()] {
+      bool presented = false;
+      try {
+        self->presentWindow(presented);
+      } catch (...) {
+        detail::reportCaught(kClass, "showWindow", GuardReport::Analytics);
+        // A show that never reached the screen is answered with a failure.
+        if (!presented) self->failShow();
       }
-      self.showAfterCached_ = self.ready_ = self.isSuccessfulPlayed_ = false;
-      self.wasIdleTimerDisabled_ = ui::ScreenSaver::isDisabled();
-      ui::ScreenSaver::setDisabled(true);
     });
+  });
+}
+
+// On the main queue; `presented` turns true once the window is on screen.
+void ZVVideoViewController::presentWindow(bool& presented) {
+  if (retired_) return;
+  auto& presenter = display()->presenter();
+  auto view = playerController_->view();
+  if (!view) throw ZVException("ZVVideoViewController", "No video view to show");
+  window_ = std::make_shared<ui::Window>(presenter.screen().bounds());
+  window_->addSubview(view);
+  window_->bindAction(ui::ScreenAction::Skip, view->skipButton());
+  window_->bindAction(ui::ScreenAction::Sound, view->soundButton());
+  playerController_->setDelegate(weak_from_this());
+  playerController_->play();
+  showing_ = true;
+  presenter.present(window_);
+  presented = true;
+  stopTimeBudget();
+  if (!sentStartWatchingAd_.exchange(true)) {
+    if (auto sender = ZVEventSender::shared()) {
+      sender->startWatchingAd(placementName_, adId(), kVideoAdType);
+    }
+  }
+  showAfterCached_ = ready_ = isSuccessfulPlayed_ = false;
+  wasIdleTimerDisabled_ = ui::ScreenSaver::isDisabled();
+  ui::ScreenSaver::setDisabled(true);
+}
+
+void ZVVideoViewController::failShow() {
+  guarded(kClass, "showWindow", [&] {
+    window_.reset();
+    showing_ = showAfterCached_ = invokedShow_ = false;
+    onSerial("showWindow", [](ZVVideoViewController& self) { self.fail(kLoadFailedError); });
   });
 }
 
@@ -687,6 +775,10 @@ void ZVVideoViewController::click() {
 }
 
 void ZVVideoViewController::openTarget(const std::string& target) {
+  if (!WebAddress::accepted(target, "target")) {
+    clickHandedOver();
+    return;
+  }
   const auto ad = jsonAd().value_or(nlohmann::json::object());
   const bool tracked = target.find(ZVRedirectRequest::kTrackerHost) != std::string::npos;
   const bool dontOverride = ZVAdReply::dontOverrideRedirection(ad);
@@ -715,7 +807,8 @@ void ZVVideoViewController::openTarget(const std::string& target) {
 
 void ZVVideoViewController::openResolved(const std::string& target, const std::string& location) {
   onMain("click", [target, location](ZVVideoViewController& self) {
-    const bool canOpen = context().opener()->canOpenURL(location);
+    const bool canOpen = WebAddress::accepted(location, "redirect Location") &&
+                         context().opener()->canOpenURL(location);
     self.openURL(canOpen ? location : target);
     self.clickHandedOver();
   });

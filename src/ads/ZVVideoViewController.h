@@ -29,10 +29,13 @@ class ZVPostVideoController;
 // server for an ad, reserves and downloads its images, prepares the video
 // (which may still be downloading), tells the host when the placement is
 // cached, and retries once, 5 s after a first failure, before giving up
-// with error 3. Shown, it opens the full-screen video, reports the
-// start-watching and watched events, moves on to the post-video screen and
-// handles the call to action: a "clickAd" request, then the target opened
-// (a tracker's redirect resolved by hand first).
+// with error 3. Anything that goes wrong on the way to the cached ad (an
+// exception, a reply it cannot read) takes that retry path, and a request
+// still unanswered when its time budget runs out ends with error 3: every
+// cache and show request hears exactly one answer. Shown, it opens the full-screen video, reports
+// the start-watching and watched events, moves on to the post-video screen and handles the call to
+// action: a "clickAd" request, then the target opened (a tracker's redirect resolved by hand
+// first).
 //
 // Requests, retries and their completions run on "com.zivora.videoad";
 // screens, host callbacks and the click's opening on the main queue. The
@@ -119,7 +122,20 @@ class ZVVideoViewController : public ZVArrayLoaderHelperDelegate,
   void openResolved(const std::string& target, const std::string& location);
   void clickHandedOver();
   void notifyCached();
+  void presentWindow(bool& presented);
+  // The window could not be shown: the show request fails with error 3.
+  void failShow();
+  // The one failure answer: tells the registry (which tells the host) once,
+  // and retires the controller so that nothing it still has under way
+  // reaches the host afterwards.
   void fail(std::uint64_t error);
+  // Starts the request's time budget unless one runs already.
+  void startTimeBudget();
+  void stopTimeBudget();
+  void timeBudgetSpent();
+  // Runs a step of the load; if it throws, the load takes the retry path.
+  template <class Body>
+  void loadStep(const char* method, int kind, Body body);
   // Runs `body` on the serial queue, inside the guard named `method`.
   template <class Body>
   void onSerial(const char* method, Body body);
@@ -143,6 +159,9 @@ class ZVVideoViewController : public ZVArrayLoaderHelperDelegate,
   std::shared_ptr<dispatch::Queue> serialQueue_;
   std::shared_ptr<ui::Window> window_;      // main queue
   dispatch::TaskHandle delayRequestBlock_;  // serial queue
+  dispatch::TaskHandle timeBudget_;         // under mutex_
+  // Answered with a failure and dropped by the registry.
+  std::atomic<bool> retired_{false};
   std::shared_ptr<ui::ZVPlayerController> playerController_;
   std::shared_ptr<ui::ZVPostVideoController> postVideoController_;  // main queue
   std::atomic<bool> invokedCache_{false};

@@ -143,7 +143,7 @@ void ZVAssetLoaderDelegate::startLoadData(
 }
 
 void ZVAssetLoaderDelegate::startLoading(const std::string&) {
-  ZVLog::LogDebug("[ZVAssetLoaderDelegate] Start Loading file");
+  ZVLog::system("[ZVAssetLoaderDelegate] Start Loading file");
 }
 
 void ZVAssetLoaderDelegate::receiveData(std::int64_t) {
@@ -167,8 +167,22 @@ void ZVAssetLoaderDelegate::receiveData(std::int64_t) {
   });
 }
 
+void ZVAssetLoaderDelegate::setAsset(std::weak_ptr<media::MediaAsset> asset) {
+  std::lock_guard lock(assetMutex_);
+  asset_ = std::move(asset);
+}
+
+void ZVAssetLoaderDelegate::cancelAssetLoading() {
+  std::shared_ptr<media::MediaAsset> asset;
+  {
+    std::lock_guard lock(assetMutex_);
+    asset = asset_.lock();
+  }
+  if (asset) asset->cancelLoading();
+}
+
 void ZVAssetLoaderDelegate::finishLoading(const std::string&) {
-  ZVLog::LogDebug("[ZVAssetLoaderDelegate] Finish loading All File");
+  ZVLog::system("[ZVAssetLoaderDelegate] Finish loading All File");
 }
 
 }  // namespace zivora

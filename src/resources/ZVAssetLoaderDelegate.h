@@ -2,9 +2,11 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "platform/media/LoadingRequest.h"
+#include "platform/media/MediaAsset.h"
 #include "platform/media/ResourceLoaderDelegate.h"
 #include "resources/ZVDownloadDelegate.h"
 
@@ -40,6 +42,11 @@ class ZVAssetLoaderDelegate : public ZVDownloadDelegate,
 
   bool hasOpenRequest() const { return loadingRequest_ != nullptr; }
 
+  // The asset this loader feeds, held weakly (its items own it).
+  void setAsset(std::weak_ptr<media::MediaAsset> asset);
+  // Stops the asset's loading: a newer asset of the same file replaces it.
+  void cancelAssetLoading();
+
  private:
   // Answers `request` from the file in [from, to); false when the file
   // cannot be read.
@@ -50,6 +57,8 @@ class ZVAssetLoaderDelegate : public ZVDownloadDelegate,
   std::string fileName_;
   std::shared_ptr<ZVFileInfoStatus> fileInfo_;
   std::int64_t finishOffset_ = 0;
+  std::mutex assetMutex_;
+  std::weak_ptr<media::MediaAsset> asset_;
 };
 
 }  // namespace zivora

@@ -300,6 +300,10 @@ bool ZVResourceLoader::didReceiveResponse(std::uint64_t task,
       case TS_HTTP_STATUS_CODE_OK_PARTIAL:
         if (validateRange(response.header(TS_HTTP_HEADER_CONTENT_RANGE),
                           response.header(TS_HTTP_HEADER_CONTENT_LENGTH))) {
+          if (entity->infoStatus()->fullSize() > TS_MAX_CACHE_SIZE) {
+            failTooLarge("the announced size is larger than the cache");
+            return false;
+          }
           needSpace(entity->infoStatus()->leftDownload());
           openFile(false);
           return true;
@@ -308,6 +312,11 @@ bool ZVResourceLoader::didReceiveResponse(std::uint64_t task,
         createNewRequest();
         return false;
       case TS_HTTP_STATUS_CODE_OK:
+        if (integerValue(response.header(TS_HTTP_HEADER_CONTENT_LENGTH).value_or("")) >
+            TS_MAX_CACHE_SIZE) {
+          failTooLarge("the announced size is larger than the cache");
+          return false;
+        }
         acceptWholeFile(entity, response);
         return true;
       case TS_HTTP_STATUS_CODE_RANGE_NOT_SATISFIABLE:
@@ -384,10 +393,23 @@ void ZVResourceLoader::failTransfer() {
   errorDownload(currentEntity(), kTransferFailed);
 }
 
+void ZVResourceLoader::failTooLarge(const char* reason) {
+  auto entity = currentEntity();
+  ZVLog::LogWarning("[ZVResourceLoader] Error! {}: {}",
+                    entity ? entity->infoStatus()->fileName() : "", reason);
+  abandonTask();
+  removeFile();
+  errorDownload(entity, kTransferFailed);
+}
+
 void ZVResourceLoader::didReceiveData(std::uint64_t task, std::string_view chunk) {
   if (!isCurrentTask(task)) return;
   auto entity = currentEntity();
   if (!entity) return;
+  // Whatever the server announced, no cache file grows past the cache.
+  if (entity->infoStatus()->loadedSize() + static_cast<std::int64_t>(chunk.size()) >
+      TS_MAX_CACHE_SIZE)
+    return failTooLarge("the body is larger than the cache");
   bool written = false;
   guarded(kClass, "didReceiveData2", [&] {
     if (!writeChunk(chunk)) {

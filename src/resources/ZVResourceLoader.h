@@ -82,6 +82,9 @@ class ZVResourceLoader : public std::enable_shared_from_this<ZVResourceLoader> {
   // no longer in the directory.
   bool writeChunk(std::string_view chunk);
   void failTransfer();
+  // A file larger than the whole cache can never be cached: the transfer
+  // stops, its partial file is removed and the download fails with 1.
+  void failTooLarge(const char* reason);
   void acceptWholeFile(const std::shared_ptr<ZVFileStatusEntity>& entity,
                        const platform::DownloadResponse& response);
   void notifyFinished(const std::shared_ptr<ZVFileStatusEntity>& entity);

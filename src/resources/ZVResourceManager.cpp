@@ -11,6 +11,7 @@
 #include "core/Context.h"
 #include "platform/FileSystem.h"
 #include "platform/dispatch/Runtime.h"
+#include "resources/ZVAssetLoaderDelegate.h"
 #include "resources/ZVCacheManager.h"
 #include "resources/ZVFilesSavedValidator.h"
 #include "resources/ZVResourceLoader.h"
@@ -281,6 +282,16 @@ std::int32_t ZVResourceManager::fileSize(const std::string& fileName) {
 
 ZVAsset ZVResourceManager::assetForFile(const std::string& fileName) {
   return guarded(kClass, "assetForFile", ZVAsset{}, [&] {
+    // A previous asset of the same file stops loading: only the newest
+    // item reads the file.
+    std::shared_ptr<ZVDownloadDelegate> previous;
+    {
+      std::lock_guard lock(mutex_);
+      if (auto found = assetLoaders_.find(fileName); found != assetLoaders_.end())
+        previous = found->second;
+    }
+    if (auto loader = std::dynamic_pointer_cast<ZVAssetLoaderDelegate>(previous))
+      loader->cancelAssetLoading();
     if (isLoaded(fileName))
       return ZVAsset{.url = "file://" + pathToFile(fileName), .loaderDelegate = nullptr};
     AssetLoaderFactory factory;

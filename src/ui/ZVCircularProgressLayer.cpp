@@ -40,8 +40,9 @@ double ZVCircularProgressLayer::degreeToRadiansFromTop(int degrees) {
   return (degrees - 90) * std::numbers::pi / 180;
 }
 
+// In 32-bit floats, as the progress is declared.
 int ZVCircularProgressLayer::progressEndDegrees(float progress) {
-  const double degrees = static_cast<double>(progress) * 360;
+  const float degrees = progress * 360.0f;
   if (!std::isfinite(degrees) || degrees >= 360) return 360;
   if (degrees <= 0) return 0;
   return static_cast<int>(degrees);

@@ -8,6 +8,7 @@
 #include "core/ZVConfiguration.h"
 #include "platform/dispatch/Runtime.h"
 #include "platform/media/MediaAsset.h"
+#include "resources/ZVAssetLoaderDelegate.h"
 #include "resources/ZVFileInfoStatus.h"
 #include "resources/ZVResourceManager.h"
 #include "ui/Display.h"
@@ -94,6 +95,10 @@ ZVVideoView::Environment ZVPlayerController::makeEnvironment() {
                 std::dynamic_pointer_cast<media::ResourceLoaderDelegate>(found.loaderDelegate)) {
           asset->setResourceLoaderDelegate(loader);
         }
+        // The resource manager stops this asset when a newer one of the file
+        // is asked for.
+        if (auto own = std::dynamic_pointer_cast<ZVAssetLoaderDelegate>(found.loaderDelegate))
+          own->setAsset(asset);
         return asset;
       },
       .pathForURL = [weakManager](const std::string& url) -> std::filesystem::path {

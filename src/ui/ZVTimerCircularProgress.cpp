@@ -46,12 +46,16 @@ void ZVTimerCircularProgress::setCurrentTime(float currentTime) {
   });
 }
 
+// In 32-bit floats, as the fields are: the second shown changes where a
+// float's rounding puts it, not where exact arithmetic would.
 std::int32_t ZVTimerCircularProgress::displayedSeconds(float duration, float currentTime) {
-  const double remaining = static_cast<double>(duration) - currentTime + 1;
+  const float remaining = duration - currentTime + 1.0f;
   if (std::isnan(remaining)) return 0;
-  constexpr double kMax = std::numeric_limits<std::int32_t>::max();
-  constexpr double kMin = std::numeric_limits<std::int32_t>::min();
-  return static_cast<std::int32_t>(std::clamp(std::trunc(remaining), kMin, kMax));
+  // 2^31 is exact as a float; INT32_MAX is not.
+  constexpr float kLimit = 2147483648.0f;
+  if (remaining >= kLimit) return std::numeric_limits<std::int32_t>::max();
+  if (remaining <= -kLimit) return std::numeric_limits<std::int32_t>::min();
+  return static_cast<std::int32_t>(std::trunc(remaining));
 }
 
 void ZVTimerCircularProgress::validate() {

@@ -50,8 +50,9 @@ ZVVideoView::ZVVideoView(Environment environment)
 }
 
 ZVVideoView::~ZVVideoView() {
-  for (auto* handle : {&delayBlockForPlay_, &delayBlockForRepeatPlay_, &timerUpdateUI_,
-                       &timerHideUI_, &timerAllowSkip_}) {
+  // The second start check is left to run: it holds the player, not the
+  // view, and still reports a player that never started.
+  for (auto* handle : {&delayBlockForPlay_, &timerUpdateUI_, &timerHideUI_, &timerAllowSkip_}) {
     cancel(*handle);
   }
   if (lifecycleObserver_) environment_.lifecycle->removeObserver(lifecycleObserver_);
@@ -534,16 +535,17 @@ void ZVVideoView::delayedBlockForPlay() {
 void ZVVideoView::repeatCheckPlaing() {
   repeatPlayTime_ = playVideo_->currentTime();
   std::weak_ptr<ZVVideoView> weak = weakSelf();
-  delayBlockForRepeatPlay_ = environment_.mainQueue->after(kSecondStartCheck, [weak] {
-    auto self = weak.lock();
-    if (!self || !self->playVideo_) return;
-    if ((self->playVideo_->currentTime() - self->repeatPlayTime_).seconds() >= kStartedSeconds) {
-      return;
-    }
-    ZVLog::LogDebug("[ZVVideoView][Play] Fail start play, need restart.");
-    info("repeatCheckPlaing", "Fail start play, need restart.");
-    self->failDuringPlaying(false);
-  });
+  // The check reports a player that did not start even when the view has
+  // gone meanwhile; only the failure call needs the view.
+  delayBlockForRepeatPlay_ = environment_.mainQueue->after(
+      kSecondStartCheck, [weak, player = playVideo_, since = repeatPlayTime_] {
+        guarded("ZVVideoView", "repeatCheckPlaing", [&] {
+          if (!player || (player->currentTime() - since).seconds() >= kStartedSeconds) return;
+          ZVLog::LogDebug("[ZVVideoView][Play] Fail start play, need restart.");
+          info("repeatCheckPlaing", "Fail start play, need restart.");
+          if (auto self = weak.lock()) self->failDuringPlaying(false);
+        });
+      });
 }
 
 void ZVVideoView::failDuringPlaying(bool cacheVideo) {

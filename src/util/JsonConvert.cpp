@@ -71,9 +71,36 @@ void rejectNonFinite(const nlohmann::json& value) {
   }
 }
 
+// Whether arrays and objects nest deeper than `limit` anywhere in `text`
+// (brackets inside strings do not count). Parsing is iterative, but copying,
+// comparing and writing a document recurse once per level: a reply nested a
+// hundred thousand levels deep would overflow a thread's stack there.
+bool nestsDeeperThan(std::string_view text, int limit) {
+  int depth = 0;
+  bool inString = false, escaped = false;
+  for (const char c : text) {
+    if (inString) {
+      if (escaped)
+        escaped = false;
+      else if (c == '\\')
+        escaped = true;
+      else if (c == '"')
+        inString = false;
+    } else if (c == '"') {
+      inString = true;
+    } else if (c == '[' || c == '{') {
+      if (++depth > limit) return true;
+    } else if (c == ']' || c == '}') {
+      --depth;
+    }
+  }
+  return false;
+}
+
 }  // namespace
 
 std::optional<nlohmann::json> JsonConvert::parseObject(std::string_view text) {
+  if (nestsDeeperThan(text, kMaxDepth)) return std::nullopt;
   auto parsed = nlohmann::json::parse(text, nullptr, false);
   if (parsed.is_discarded() || !parsed.is_object()) return std::nullopt;
   return parsed;

@@ -16,7 +16,11 @@ namespace zivora {
 // calling operation's guard turns into its neutral result.
 class JsonConvert {
  public:
-  // Parses a reply; only a JSON object counts (anything else gives nullopt).
+  // How deep a reply's arrays and objects may nest.
+  static constexpr int kMaxDepth = 256;
+
+  // Parses a reply; only a JSON object nested at most kMaxDepth levels
+  // counts (anything else gives nullopt).
   static std::optional<nlohmann::json> parseObject(std::string_view text);
 
   // True when `object` is an object that has `key`, whatever its value.

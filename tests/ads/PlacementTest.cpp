@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cctype>
 #include <chrono>
 #include <functional>
 #include <set>
@@ -43,19 +44,25 @@ constexpr char kTarget[] = "https://shop.test/item";
 class RecordingOpener final : public platform::UrlOpener {
  public:
   bool canOpenURL(const std::string& url) override {
-    return url.rfind("https://", 0) == 0 || url.rfind("http://", 0) == 0;
+    return openAnything || url.rfind("https://", 0) == 0 || url.rfind("http://", 0) == 0;
   }
   bool openURL(const std::string& url) override {
     opened.push_back(url);
     return canOpenURL(url);
   }
   Calls opened;
+  // An opener without a scheme check of its own: the ad logic's rule is
+  // then the only wall.
+  bool openAnything = false;
 };
 
 class PlacementTest : public ::testing::Test {
  protected:
-  PlacementTest()
-      : scope_({.dataRoot = root_.path().string(), .screenWidth = 640, .screenHeight = 360},
+  explicit PlacementTest(int timeBudgetSeconds = 180)
+      : scope_({.dataRoot = root_.path().string(),
+                .screenWidth = 640,
+                .screenHeight = 360,
+                .requestTimeBudgetSeconds = timeBudgetSeconds},
                {.runtime = runtime_,
                 .http = server_,
                 .downloads = files_,
@@ -140,6 +147,14 @@ class PlacementTest : public ::testing::Test {
   }
 
   ui::Presenter& presenter() { return ui::Display::of(Context::current())->presenter(); }
+
+  // Some log line holds `part`.
+  bool logged(std::string_view part) {
+    const auto texts = scope_.log().texts();
+    return std::any_of(texts.begin(), texts.end(), [&](const std::string& text) {
+      return text.find(part) != std::string::npos;
+    });
+  }
 
   Calls calls() const { return host_->calls; }
   std::size_t count(const std::string& call) const { return host_->count(call); }
@@ -267,6 +282,136 @@ TEST_F(PlacementTest, AFailedLoadIsRetriedOnceAfterFiveSecondsThenFailsWithThree
   EXPECT_EQ(calls(), (Calls{"videoDidFailToLoad rewarded 3", "videoDidCache rewarded"}));
 }
 
+// A reply the ad logic cannot read (a null or mistyped "error", an ad whose
+// fields throw on reading) is a failed request like any other: retried once,
+// then error 3, and the placement takes new requests afterwards.
+TEST_F(PlacementTest, AnUnreadableReplyIsRetriedThenFailsWithThreeAndThePlacementRecovers) {
+  const nlohmann::json replies[] = {
+      {{"error", nullptr}},
+      {{"error", nlohmann::json::array({1})}},
+      [this] {
+        auto bad = ad();
+        bad["error"] = nlohmann::json::object();
+        return bad;
+      }(),
+      [this] {
+        auto bad = ad();
+        bad["soundEnable"] = nlohmann::json::array();
+        return bad;
+      }(),
+  };
+  for (const auto& reply : replies) {
+    SCOPED_TRACE(reply.dump());
+    server_->reply("getVideo", reply);
+    host_->calls.clear();
+    const auto requests = server_->count("getVideo");
+    side_->cacheVideo(kPlacement);
+    serveDownloads();
+    EXPECT_TRUE(calls().empty());
+    runtime_->advanceBy(5s);
+    serveDownloads();
+    EXPECT_EQ(server_->count("getVideo"), requests + 2);
+    EXPECT_EQ(calls(), Calls{"videoDidFailToLoad rewarded 3"});
+  }
+  server_->reply("getVideo", ad());
+  host_->calls.clear();
+  cacheReady();
+  EXPECT_EQ(calls(), Calls{"videoDidCache rewarded"});
+}
+
+// The player never reports the video ready: the request ends with 3 when
+// its budget is spent, whatever arrives later stays unheard, and the
+// placement is idle again.
+TEST_F(PlacementTest, ARequestThatStallsEndsWithThreeWhenItsTimeBudgetIsSpent) {
+  for (const bool show : {false, true}) {
+    SCOPED_TRACE(show ? "showVideo" : "cacheVideo");
+    host_->calls.clear();
+    if (show)
+      side_->showVideo(kPlacement);
+    else
+      side_->cacheVideo(kPlacement);
+    serveDownloads();
+    auto* stalled = media_->lastItem();
+    runtime_->advanceBy(179s);
+    EXPECT_TRUE(calls().empty());
+    runtime_->advanceBy(1s);
+    EXPECT_EQ(calls(), Calls{"videoDidFailToLoad rewarded 3"});
+    EXPECT_FALSE(side_->isRequestShow());
+    EXPECT_TRUE(logged("got no answer in time"));
+
+    // The stalled load finishing late reaches nobody.
+    ASSERT_NE(stalled, nullptr);
+    stalled->setDuration(media::MediaTime::fromSeconds(10));
+    stalled->postStatus(media::MediaItemStatus::ReadyToPlay);
+    runtime_->advanceBy(10min);
+    EXPECT_EQ(calls(), Calls{"videoDidFailToLoad rewarded 3"});
+    EXPECT_TRUE(presenter().windows().empty());
+  }
+  host_->calls.clear();
+  cacheReady();
+  EXPECT_EQ(calls(), Calls{"videoDidCache rewarded"});
+  runtime_->advanceBy(10min);
+  EXPECT_EQ(calls(), Calls{"videoDidCache rewarded"});
+}
+
+class UnlimitedPlacementTest : public PlacementTest {
+ protected:
+  UnlimitedPlacementTest() : PlacementTest(0) {}
+};
+
+TEST_F(UnlimitedPlacementTest, ABudgetOfZeroLetsARequestWaitForItsAnswer) {
+  side_->cacheVideo(kPlacement);
+  serveDownloads();
+  runtime_->advanceBy(1h);
+  EXPECT_TRUE(calls().empty());
+  itemReady();
+  EXPECT_EQ(calls(), Calls{"videoDidCache rewarded"});
+}
+
+bool anyTransferOutsideTheWeb(const test::FakeStreamingClient& files) {
+  const auto transfers = files.transfers();
+  return std::any_of(transfers.begin(), transfers.end(), [](const auto& t) {
+    std::string scheme = t->request.url.substr(0, t->request.url.find(':'));
+    std::transform(scheme.begin(), scheme.end(), scheme.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return scheme != "http" && scheme != "https";
+  });
+}
+
+// A video or picture address that is not http or https never reaches the
+// downloader: the ad counts as unusable (retried, then 3). Optional images
+// (the currency icon, the buttons) are left out and the ad still caches.
+TEST_F(PlacementTest, OnlyWebAddressesReachTheDownloader) {
+  for (const char* key : {"videoURL", "imageURL"}) {
+    SCOPED_TRACE(key);
+    auto bad = ad();
+    bad[key] = "file:///etc/passwd";
+    server_->reply("getVideo", bad);
+    host_->calls.clear();
+    side_->cacheVideo(kPlacement);
+    serveDownloads();
+    runtime_->advanceBy(5s);
+    serveDownloads();
+    EXPECT_EQ(calls(), Calls{"videoDidFailToLoad rewarded 3"});
+    EXPECT_TRUE(scope_.log().contains(std::string("[Zivora] Refused the ") +
+                                      (key[0] == 'v' ? "video" : "image") +
+                                      " address, not http or https: file:///etc/passwd"));
+  }
+  auto odd = ad();
+  odd["motivationInfo"] = {{"currencyIconURL", "data:image/png;base64,AAAA"}};
+  server_->reply("getVideo", odd);
+  ZVConfiguration::shared()->setCloseButtonURL("ftp://cdn.test/close.png");
+  ZVConfiguration::shared()->setSoundOnButtonURL("HTTPS://cdn.test/on.png");
+  content_["HTTPS://cdn.test/on.png"] = "on";
+  host_->calls.clear();
+  cacheReady();
+  EXPECT_EQ(calls(), Calls{"videoDidCache rewarded"});
+  EXPECT_TRUE(logged("Refused the currency icon address"));
+  EXPECT_TRUE(logged("Refused the close button address"));
+  EXPECT_FALSE(logged("Refused the sound-on button address"));
+  EXPECT_FALSE(anyTransferOutsideTheWeb(*files_));
+}
+
 TEST_F(PlacementTest, CachingTwiceSendsOneRequest) {
   server_->route("getVideo", [](const nlohmann::json&) {
     return platform::HttpResponse{.status = 0, .error = "slow"};
@@ -391,6 +536,38 @@ TEST_F(ClickTest, ATrackerAddressIsResolvedOnceAndFallsBackWhenTheLocationCannot
     EXPECT_EQ(last.method, "GET");
     EXPECT_FALSE(last.followRedirects);
   }
+}
+
+// Even with an opener that would open anything, a target or a redirect's
+// Location that is not http or https is never opened nor probed.
+TEST_F(ClickTest, ANonWebTargetOrLocationIsNeverOpened) {
+  opener_->openAnything = true;
+  const std::string tracker = std::string("https://") + ZVRedirectRequest::kTrackerHost + "/c/2";
+  auto custom = ad();
+  custom["targetURL"] = "file:///home/player/.bashrc";
+  server_->reply("getVideo", custom);
+  toPostVideo();
+  tapCallToAction();
+  runtime_->runUntilIdle();
+  EXPECT_TRUE(opener_->opened.empty());
+  EXPECT_TRUE(scope_.log().contains(
+      "[Zivora] Refused the target address, not http or https: file:///home/player/.bashrc"));
+  // The click was handed over: the next tap may try again.
+  tapCallToAction();
+  runtime_->runUntilIdle();
+  EXPECT_TRUE(opener_->opened.empty());
+
+  act(ui::ScreenAction::Close);
+  custom["targetURL"] = tracker;
+  server_->reply("getVideo", custom);
+  server_->route(tracker, [](const nlohmann::json&) {
+    return platform::HttpResponse{.status = 302, .headers = {{"Location", "javascript:alert(1)"}}};
+  });
+  toPostVideo();
+  tapCallToAction();
+  runtime_->runUntilIdle();
+  EXPECT_EQ(opener_->opened, Calls{tracker});
+  EXPECT_TRUE(logged("Refused the redirect Location address"));
 }
 
 TEST_F(ClickTest, DontOverrideRedirectOpensTheTrackerAddressAsItStands) {

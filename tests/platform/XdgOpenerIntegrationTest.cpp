@@ -24,9 +24,16 @@ namespace fs = std::filesystem;
 
 // Writes its pid, its blocked signals, its argument count and each argument
 // (NUL-terminated) to a record file, which appears complete by rename.
+// The mask is read by the shell itself, with builtins only, before it has
+// anything to fork: a shell blocks every signal for a moment around each
+// fork, so reading it from a child (grep on /proc/$$/status) could catch
+// that moment instead of the mask the opener gave it.
 constexpr const char* kRecorder = R"(#!/bin/sh
-out="$(dirname "$0")/record"
-{ echo "$$"; grep SigBlk /proc/$$/status; echo "$#"; for a in "$@"; do printf '%s\0' "$a"; done; } > "$out.tmp"
+while IFS= read -r line; do
+  case "$line" in SigBlk:*) blocked="$line" ;; esac
+done < /proc/self/status
+out="${0%/*}/record"
+{ echo "$$"; echo "$blocked"; echo "$#"; for a in "$@"; do printf '%s\0' "$a"; done; } > "$out.tmp"
 mv "$out.tmp" "$out"
 )";
 

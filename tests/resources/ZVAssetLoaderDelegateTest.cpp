@@ -3,6 +3,7 @@
 #include "resources/ResourceFixture.h"
 #include "resources/ZVAssetLoaderDelegate.h"
 #include "resources/ZVFileInfoStatus.h"
+#include "resources/ZVFilesSavedValidator.h"
 
 namespace zivora::test {
 namespace {
@@ -109,6 +110,56 @@ TEST_F(ZVAssetLoaderDelegateTest, AFileWithoutARecordIsRefused) {
   EXPECT_TRUE(scope_.log().contains(
       "[ZVAssetLoaderDelegate][shouldWaitForLoadingOfRequestedResource] Can't find info fo file: "
       "never-queued.mp4"));
+}
+
+}  // namespace
+}  // namespace zivora::test
+
+namespace zivora::test {
+namespace {
+
+class AssetForFileTest : public ZVAssetLoaderDelegateTest {
+ protected:
+  AssetForFileTest() {
+    manager()->setAssetLoaderFactory(
+        [](const std::string& name) { return std::make_shared<ZVAssetLoaderDelegate>(name); });
+  }
+  // What playback does with the manager's answer.
+  std::shared_ptr<media::MediaAsset> asset() {
+    const ZVAsset found = manager()->assetForFile(name_);
+    auto made = std::make_shared<media::MediaAsset>(found.url);
+    auto loader = std::dynamic_pointer_cast<ZVAssetLoaderDelegate>(found.loaderDelegate);
+    if (loader) loader->setAsset(made);
+    return made;
+  }
+};
+
+TEST_F(AssetForFileTest, ANewAssetOfAFileStopsThePreviousOneEvenOnceTheFileIsComplete) {
+  auto first = asset();
+  EXPECT_TRUE(first->isCustomLoader());
+  auto second = asset();
+  EXPECT_TRUE(first->isLoadingCancelled());
+  EXPECT_FALSE(second->isLoadingCancelled());
+
+  downloaded(video_.size());
+  manager()->getLoadInfo(name_)->setIsReady(true);
+  ZVFilesSavedValidator::defaultValidator()->setFullLoaded(name_, video_.size());
+  auto complete = asset();
+  EXPECT_TRUE(second->isLoadingCancelled());
+  EXPECT_FALSE(complete->isCustomLoader());
+}
+
+// The progress of the playback download is always in the system log.
+TEST_F(ZVAssetLoaderDelegateTest, StartAndFinishOfTheDownloadAreSystemLines) {
+  loader_->startLoading(name_);
+  loader_->finishLoading(name_);
+  std::vector<std::pair<LogLevel, std::string>> lines;
+  for (const auto& line : scope_.log().lines()) {
+    if (line.text.starts_with("[ZVAssetLoaderDelegate]")) lines.emplace_back(line.level, line.text);
+  }
+  EXPECT_EQ(lines, (std::vector<std::pair<LogLevel, std::string>>{
+                       {LogLevel::System, "[ZVAssetLoaderDelegate] Start Loading file"},
+                       {LogLevel::System, "[ZVAssetLoaderDelegate] Finish loading All File"}}));
 }
 
 }  // namespace

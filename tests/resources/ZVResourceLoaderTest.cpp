@@ -5,6 +5,7 @@
 #include "resources/ZVFilesSavedValidator.h"
 #include "resources/ZVResourceLoader.h"
 #include "util/ZVHash.h"
+#include "zivora/ZVConstants.h"
 
 namespace zivora::test {
 namespace {
@@ -199,6 +200,63 @@ TEST_F(ZVResourceLoaderTest, SpaceRunningOutDuringALongTransferFailsIt) {
   runtime_->runUntilIdle();
   EXPECT_TRUE(transfer->cancelled);
   EXPECT_EQ(listener_->events.back(), "error " + name() + " 1");
+}
+
+// A file larger than the whole cache can never be cached, whatever the
+// server says: an announced size above the cache fails before a byte is
+// written, and a body without a size (or with a false one) stops at the
+// cache size. Each ends with code 1 and no partial file.
+TEST_F(ZVResourceLoaderTest, AFileLargerThanTheCacheFailsWithCodeOneAndLeavesNoPartialFile) {
+  const std::string tooLarge = std::to_string(TS_MAX_CACHE_SIZE + 1);
+  const std::string mebibyte(1024 * 1024, 'x');
+  auto expectFailedWithoutFile = [&](const std::shared_ptr<FakeStreamingClient::Transfer>& t) {
+    EXPECT_TRUE(t->cancelled);
+    EXPECT_EQ(listener_->events.back(), "error " + name() + " 1");
+    EXPECT_FALSE(std::filesystem::exists(file()));
+    EXPECT_FALSE(manager()->loader()->isBusy());
+  };
+  auto sendEndlessly = [&](const std::shared_ptr<FakeStreamingClient::Transfer>& t) {
+    for (int i = 0; i < 64 && !t->cancelled; ++i) {
+      client_->send(t, mebibyte);
+      runtime_->runUntilIdle();
+    }
+  };
+  {
+    SCOPED_TRACE("Content-Length above the cache");
+    auto transfer = request();
+    client_->respond(transfer, 200, {{"Content-Length", tooLarge}});
+    runtime_->runUntilIdle();
+    expectFailedWithoutFile(transfer);
+  }
+  {
+    SCOPED_TRACE("a resumed range whose total is above the cache");
+    partialOf(pattern(1000), 500);
+    auto transfer = request();
+    client_->respond(transfer, 206,
+                     {{"Content-Range", "bytes 500-*/*"}, {"Content-Length", tooLarge}});
+    runtime_->runUntilIdle();
+    expectFailedWithoutFile(transfer);
+  }
+  for (const char* length : {"", "1000"}) {
+    SCOPED_TRACE(std::string("an endless body, Content-Length \"") + length + "\"");
+    auto transfer = request();
+    std::vector<std::pair<std::string, std::string>> headers;
+    if (*length) headers.emplace_back("Content-Length", length);
+    client_->respond(transfer, 200, headers);
+    sendEndlessly(transfer);
+    expectFailedWithoutFile(transfer);
+  }
+  {
+    SCOPED_TRACE("exactly the cache size still fits");
+    auto transfer = request();
+    client_->respond(transfer, 200, {{"Content-Length", std::to_string(TS_MAX_CACHE_SIZE)}});
+    for (int i = 0; i < 40; ++i) client_->send(transfer, mebibyte);
+    client_->complete(transfer);
+    runtime_->runUntilIdle();
+    EXPECT_FALSE(transfer->cancelled);
+    EXPECT_EQ(listener_->events.back(), "finish " + name());
+    EXPECT_EQ(std::filesystem::file_size(file()), static_cast<std::uintmax_t>(TS_MAX_CACHE_SIZE));
+  }
 }
 
 TEST_F(ZVResourceLoaderTest, AShortWriteFailsWithCodeOneAndLeavesAResumablePrefix) {

@@ -172,6 +172,8 @@ SoakRunner::HostOutcome SoakRunner::runHost(int index, const FaultPlan& plan,
     ++hostCrashes_;
     crashRuns_.push_back(directory.filename().string() + ": " + host.describe());
   }
+  cutRuns_.resize(static_cast<std::size_t>(index) + 1);
+  cutRuns_[static_cast<std::size_t>(index)] = outcome.killed || outcome.timedOut;
   std::cout << "  host " << host.describe() << (outcome.timedOut ? " (time limit)" : "")
             << (outcome.crashed ? " CRASH" : "") << std::endl;
   auditCache();
@@ -208,10 +210,12 @@ void SoakRunner::drain() {
 
 int SoakRunner::report() {
   EventLedger ledger;
+  AnswerLedger answers;
   std::size_t shown = 0;
   for (int index = 0; index < runs_; ++index) {
     const fs::path out = runDirectory(index) / "host.out";
     ledger.readHostOutput(out);
+    answers.readHostOutput(out, cutRuns_.at(static_cast<std::size_t>(index)));
     shown += countLines(out, "delegate: videoWindowDidDisplay");
   }
   ledger.readJournal(sandbox_.journal());
@@ -236,6 +240,12 @@ int SoakRunner::report() {
   row("server faults queued (delays, cuts, bad replies)", static_cast<std::size_t>(serverFaults_));
   row("disk filled", static_cast<std::size_t>(diskFills_));
   row("cache wiped between runs", static_cast<std::size_t>(cacheWipes_));
+  const auto requests = answers.summary();
+  row("ad requests (cacheVideo, showVideo)", requests.requests);
+  row("  answered once", requests.answeredOnce);
+  row("  ANSWERED TWICE (extra answers)", requests.answeredTwice);
+  row("  NEVER ANSWERED (the host ended waiting)", requests.neverAnswered);
+  row("  unanswered when the soak killed the host", requests.cutOff);
   row("ads shown", shown);
   row("downloads resumed (ranged requests from N > 0)", resumed);
   row("cached files byte-identical (MD5, summed over checks)", filesIdentical_);
@@ -255,7 +265,8 @@ int SoakRunner::report() {
   if (sandbox_.crashes() > 0) std::cout << "  the sandbox crashed; see sandbox.err\n";
   std::cout << "replay: zivora_soak --seed " << options_.seed << " --seconds "
             << options_.duration.count() << (options_.shortMode ? " --short" : "") << std::endl;
-  return events.lost > 0 || !corrupt_.empty() || crashes > 0 ? 1 : 0;
+  const bool unanswered = requests.answeredTwice > 0 || requests.neverAnswered > 0;
+  return events.lost > 0 || !corrupt_.empty() || crashes > 0 || unanswered ? 1 : 0;
 }
 
 }  // namespace zivora::soak

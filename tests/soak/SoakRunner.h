@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "AnswerLedger.h"
 #include "CacheAudit.h"
 #include "EventLedger.h"
 #include "FaultPlan.h"
@@ -29,8 +30,8 @@ struct SoakOptions {
 class SoakRunner {
  public:
   explicit SoakRunner(SoakOptions options);
-  // The table; zero when no event was lost, no corrupt file was found and
-  // nothing crashed.
+  // The table; zero when no event was lost, no corrupt file was found,
+  // nothing crashed and every ad request was answered exactly once.
   int run();
 
  private:
@@ -63,6 +64,8 @@ class SoakRunner {
   std::size_t filesIdentical_ = 0, filesPartial_ = 0, filesUnknown_ = 0;
   std::set<std::string> corrupt_;
   std::vector<std::string> crashRuns_;
+  // Per run: the soak ended it (a planned kill or the time limit).
+  std::vector<bool> cutRuns_;
 };
 
 }  // namespace zivora::soak

@@ -94,6 +94,18 @@ TEST(RingTest, ArcEndIsTruncatedToWholeDegrees) {
   EXPECT_DOUBLE_EQ(ZVCircularProgressLayer::degreeToRadiansFromTop(90), 0);
 }
 
+// The countdown and the ring compute in 32-bit floats, as their fields are
+// declared; both cases land on the other side of a whole number in doubles.
+TEST(RingTest, CountdownAndArcAreComputedInFloats) {
+  // 10 - 1e-8 is 10 as a float: 11 is still shown.
+  EXPECT_EQ(ZVTimerCircularProgress::displayedSeconds(10, 1e-8f), 11);
+  // 47/360 times 360 is 47 in floats, 46.99... in doubles.
+  EXPECT_EQ(ZVCircularProgressLayer::progressEndDegrees(47.0f / 360.0f), 47);
+  EXPECT_EQ(ZVTimerCircularProgress::displayedSeconds(3e9f, 0), INT32_MAX);
+  EXPECT_EQ(ZVTimerCircularProgress::displayedSeconds(-3e9f, 0), INT32_MIN);
+  EXPECT_EQ(ZVTimerCircularProgress::displayedSeconds(-2.5f, 0), -1);
+}
+
 TEST(RingTest, ProgressAsksTheOwningViewForARedraw) {
   ZVCircularProgressView ring(kControl);
   Canvas(kControl.size, 1).render(ring);

@@ -3,6 +3,8 @@
 // application's trips to the background.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "support/FakeMediaFactory.h"
 #include "support/ReferenceImage.h"
 #include "support/ScopedContext.h"
@@ -197,6 +199,28 @@ TEST_F(VideoViewTest, APlayerThatDoesNotAdvanceIsStartedAgainThenReported) {
   runtime_->advanceBy(1ms);
   EXPECT_TRUE(called("failDuringPlayVideo:false"));
   EXPECT_TRUE(scope_.log().contains("[ZVVideoView][Play] Fail start play, need restart."));
+}
+
+// The second check still reports a player that never started after the view
+// has gone; only the failure call needs the view.
+TEST_F(VideoViewTest, TheSecondStartCheckReportsEvenWhenTheViewHasGone) {
+  stuck_ = true;
+  showVideo();
+  runtime_->advanceBy(1500ms);  // the second check is now pending
+  ASSERT_EQ(player().playCount(), 2);
+  std::weak_ptr<ZVVideoView> gone = view_;
+  window_.reset();
+  presenter_.reset();
+  view_.reset();
+  ASSERT_TRUE(gone.expired());
+  runtime_->advanceBy(500ms);
+  EXPECT_TRUE(scope_.log().contains("[ZVVideoView][Play] Fail start play, need restart."));
+  const auto events = scope_.analytics().events();
+  EXPECT_TRUE(std::any_of(events.begin(), events.end(), [](const auto& event) {
+    return event.eventName == "info" && event.method == "repeatCheckPlaing" &&
+           event.message == "Fail start play, need restart.";
+  }));
+  EXPECT_FALSE(called("failDuringPlayVideo:false"));
 }
 
 TEST_F(VideoViewTest, AnAdThatForbidsSkippingCanBeClosedFiveSecondsAfterItsEnd) {

@@ -21,6 +21,19 @@ TEST(JsonConvert, ParseObjectAcceptsOnlyObjects) {
   }
 }
 
+// Deeper replies are refused before parsing: copying or writing them would
+// recurse once per level. Brackets inside strings do not count.
+TEST(JsonConvert, ParseObjectRefusesDeepNesting) {
+  auto nested = [](int depth) {
+    return "{\"a\":" + std::string(depth - 1, '[') + std::string(depth - 1, ']') + "}";
+  };
+  EXPECT_TRUE(JsonConvert::parseObject(nested(JsonConvert::kMaxDepth)));
+  EXPECT_FALSE(JsonConvert::parseObject(nested(JsonConvert::kMaxDepth + 1)));
+  EXPECT_FALSE(JsonConvert::parseObject(nested(100'000)));
+  const std::string brackets = "{\"a\":\"" + std::string(1000, '[') + "\\\"{\"}";
+  EXPECT_TRUE(JsonConvert::parseObject(brackets)) << brackets;
+}
+
 TEST(JsonConvert, NumbersAndBooleansAreNumbersStringsAreNot) {
   EXPECT_TRUE(JsonConvert::isNumber(json(1.5)));
   EXPECT_TRUE(JsonConvert::isNumber(json(true)));

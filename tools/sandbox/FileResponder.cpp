@@ -4,8 +4,10 @@
 #include <httplib.h>
 
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 
 namespace zivora::sandbox {
 namespace {
@@ -34,6 +36,38 @@ void notFound(const httplib::Request& request, httplib::Response& response) {
   answerWholly(request);
   response.status = 404;
   response.set_content("not found", "text/plain");
+}
+
+// A body that does not end: 64 KiB chunks until the client hangs up, the
+// server stops (`running` turns false) or, as a last bound for the sandbox's
+// own sake, 256 MiB have gone out. Without a length (chunked), or with a
+// length of 1 TiB that it never means to honour.
+void sendEndlessly(bool hugeLength, const httplib::Request& request, httplib::Response& response,
+                   std::function<bool()> running) {
+  constexpr std::size_t kChunk = 64 * 1024;
+  constexpr std::size_t kLastBound = 256u * 1024 * 1024;
+  answerWholly(request);
+  response.status = 200;
+  auto provider = [running = std::move(running)](std::size_t sent, httplib::DataSink& sink) {
+    static const std::string chunk(kChunk, 'z');
+    if (sent >= kLastBound || !running()) return false;
+    return sink.write(chunk.data(), chunk.size());
+  };
+  if (hugeLength) {
+    response.set_content_provider(
+        std::size_t{1} << 40, "video/mp4",
+        [provider](std::size_t sent, std::size_t, httplib::DataSink& sink) mutable {
+          return provider(sent, sink);
+        });
+  } else {
+    response.set_chunked_content_provider(
+        "video/mp4",
+        [provider, sent = std::size_t{0}](std::size_t, httplib::DataSink& sink) mutable {
+          const bool more = provider(sent, sink);
+          sent += kChunk;
+          return more;
+        });
+  }
 }
 
 }  // namespace
@@ -83,6 +117,9 @@ void FileResponder::misbehave(const FileMisbehaviour& misbehaviour, std::string_
   if (misbehaviour.kind == Kind::NotFound || directory_.empty() || !isPlainName(name)) {
     return notFound(request, response);
   }
+  if (misbehaviour.kind == Kind::Endless || misbehaviour.kind == Kind::HugeLength)
+    return sendEndlessly(misbehaviour.kind == Kind::HugeLength, request, response,
+                         std::move(stall));
   const fs::path path = directory_ / std::string(name);
   std::error_code error;
   const auto size = static_cast<std::size_t>(fs::file_size(path, error));

@@ -8,7 +8,7 @@ namespace {
 
 using Kind = Misbehaviour::Kind;
 
-constexpr std::array<std::pair<Kind, std::string_view>, 9> kNames{{
+constexpr std::array<std::pair<Kind, std::string_view>, 12> kNames{{
     {Kind::HttpError, "http-error"},
     {Kind::ErrorReply, "error-reply"},
     {Kind::Garbage, "garbage"},
@@ -18,6 +18,9 @@ constexpr std::array<std::pair<Kind, std::string_view>, 9> kNames{{
     {Kind::CloseMidBody, "close-mid-body"},
     {Kind::Stall, "stall"},
     {Kind::Delay, "delay"},
+    {Kind::HtmlPage, "html-page"},
+    {Kind::DeepNesting, "deep-nesting"},
+    {Kind::HugeReply, "huge-reply"},
 }};
 
 }  // namespace

@@ -19,6 +19,9 @@ struct Misbehaviour {
     CloseMidBody,  // Content-Length announced, half the body sent, connection closed
     Stall,         // nothing sent until released or the server stops
     Delay,         // nothing sent for `delay`, then the normal answer
+    HtmlPage,      // 200 with a whole HTML page, as a misconfigured proxy sends
+    DeepNesting,   // 200 with an object whose one member nests 100000 arrays deep
+    HugeReply,     // 200 with a valid JSON object of 24 MiB
   };
 
   Kind kind = Kind::HttpError;
@@ -31,7 +34,8 @@ struct Misbehaviour {
   bool targets(std::string_view name) const { return requestName.empty() || requestName == name; }
 
   // The names used by the HTTP control endpoint: "http-error", "error-reply",
-  // "garbage", "empty", "json-array", "json-scalar", "close-mid-body", "stall", "delay".
+  // "garbage", "empty", "json-array", "json-scalar", "close-mid-body", "stall", "delay",
+  // "html-page", "deep-nesting", "huge-reply".
   static std::optional<Kind> kindNamed(std::string_view name);
   static std::string_view nameOf(Kind kind);
 };

@@ -259,6 +259,7 @@ void SandboxServer::record(ReceivedRequest entry) {
 }
 
 void SandboxServer::handleAdRequest(const httplib::Request& request, httplib::Response& response) {
+  const std::uint64_t releasesSeen = releaseCount();
   ReceivedRequest entry = recordOf(request);
   const SignedForm form = SignedForm::parse(entry.body);
   entry.params = form.params;
@@ -281,7 +282,7 @@ void SandboxServer::handleAdRequest(const httplib::Request& request, httplib::Re
       journalEvent(entry, response.status, fault);
       return;
     }
-    if (!hold(*misbehaviour)) {
+    if (!hold(*misbehaviour, releasesSeen)) {
       response.status = 503;
       journalEvent(entry, response.status, fault);
       return;
@@ -338,28 +339,34 @@ void SandboxServer::misbehaveFiles(FileMisbehaviour misbehaviour, int count) {
   for (int i = 0; i < count; ++i) fileMisbehaviours_.push_back(misbehaviour);
 }
 
-std::optional<FileMisbehaviour> SandboxServer::takeFileMisbehaviour() {
+std::optional<FileMisbehaviour> SandboxServer::takeFileMisbehaviour(const std::string& name) {
   std::lock_guard lock(mutex_);
-  if (fileMisbehaviours_.empty()) return std::nullopt;
-  FileMisbehaviour next = fileMisbehaviours_.front();
-  fileMisbehaviours_.pop_front();
-  return next;
+  auto next = std::find_if(fileMisbehaviours_.begin(), fileMisbehaviours_.end(),
+                           [&](const FileMisbehaviour& queued) { return queued.targets(name); });
+  if (next == fileMisbehaviours_.end()) return std::nullopt;
+  FileMisbehaviour taken = *next;
+  fileMisbehaviours_.erase(next);
+  return taken;
 }
 
 void SandboxServer::handleFile(const httplib::Request& request, httplib::Response& response) {
+  const std::uint64_t releasesSeen = releaseCount();
   record(recordOf(request));
   const std::string name = request.matches[1].str();
   std::error_code error;
   const bool own = !options_.filesDirectory.empty() && FileResponder::isPlainName(name) &&
                    std::filesystem::exists(options_.filesDirectory / name, error);
   const FileResponder files(own ? options_.filesDirectory : options_.mediaDirectory);
-  const auto misbehaviour = takeFileMisbehaviour();
+  const auto misbehaviour = takeFileMisbehaviour(name);
   journalFile(request, misbehaviour);
   if (misbehaviour) {
     const auto delay = misbehaviour->delay;
-    auto wait = misbehaviour->kind == FileMisbehaviour::Kind::DelayAfter
-                    ? std::function<bool()>([this, delay] { return pause(delay); })
-                    : std::function<bool()>([this] { return stall(); });
+    std::function<bool()> wait = [this, releasesSeen] { return stall(releasesSeen); };
+    if (misbehaviour->kind == FileMisbehaviour::Kind::DelayAfter)
+      wait = [this, delay] { return pause(delay); };
+    if (misbehaviour->kind == FileMisbehaviour::Kind::Endless ||
+        misbehaviour->kind == FileMisbehaviour::Kind::HugeLength)
+      wait = [this] { return isRunning(); };
     return files.misbehave(*misbehaviour, name, request, response, std::move(wait));
   }
   files.respond(name, request, response);
@@ -424,16 +431,36 @@ void SandboxServer::actOut(const Misbehaviour& misbehaviour, httplib::Response& 
     case Kind::CloseMidBody:
       sendTruncated(response);
       return;
+    case Kind::HtmlPage:
+      response.set_content(
+          "<!DOCTYPE html><html><head><title>Welcome</title></head><body><p>The site is "
+          "being set up.</p></body></html>",
+          "text/html");
+      return;
+    case Kind::DeepNesting: {
+      constexpr std::size_t kDepth = 100'000;
+      response.set_content(
+          R"({"videoURL":)" + std::string(kDepth, '[') + std::string(kDepth, ']') + "}", kJson);
+      return;
+    }
+    case Kind::HugeReply:
+      response.set_content(
+          json{{"error", 0}, {"padding", std::string(24u * 1024 * 1024, 'x')}}.dump(), kJson);
+      return;
     case Kind::Stall:
     case Kind::Delay:
       return;  // handled by the caller, which goes on to answer
   }
 }
 
-bool SandboxServer::stall() {
+std::uint64_t SandboxServer::releaseCount() {
+  std::lock_guard lock(mutex_);
+  return releases_;
+}
+
+bool SandboxServer::stall(std::uint64_t releasesSeen) {
   std::unique_lock lock(mutex_);
-  const std::uint64_t seen = releases_;
-  changed_.wait(lock, [&] { return stopping_ || releases_ != seen; });
+  changed_.wait(lock, [&] { return stopping_ || releases_ != releasesSeen; });
   return !stopping_;
 }
 
@@ -443,8 +470,14 @@ bool SandboxServer::pause(std::chrono::milliseconds delay) {
   return !stopping_;
 }
 
-bool SandboxServer::hold(const Misbehaviour& misbehaviour) {
-  return misbehaviour.kind == Misbehaviour::Kind::Delay ? pause(misbehaviour.delay) : stall();
+bool SandboxServer::isRunning() {
+  std::lock_guard lock(mutex_);
+  return !stopping_;
+}
+
+bool SandboxServer::hold(const Misbehaviour& misbehaviour, std::uint64_t releasesSeen) {
+  return misbehaviour.kind == Misbehaviour::Kind::Delay ? pause(misbehaviour.delay)
+                                                        : stall(releasesSeen);
 }
 
 void SandboxServer::handleAnalytics(const httplib::Request& request, httplib::Response& response) {
@@ -503,7 +536,8 @@ void SandboxServer::controlMisbehaveFiles(const httplib::Request& request,
       FileMisbehaviour{
           .kind = *kind,
           .bytes = std::strtoull(request.get_param_value("bytes").c_str(), nullptr, 10),
-          .delay = std::chrono::milliseconds(std::atoi(request.get_param_value("ms").c_str()))},
+          .delay = std::chrono::milliseconds(std::atoi(request.get_param_value("ms").c_str())),
+          .fileName = request.get_param_value("file")},
       count.empty() ? 1 : std::atoi(count.c_str()));
   response.set_content("{}", kJson);
 }

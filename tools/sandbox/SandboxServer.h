@@ -133,16 +133,23 @@ class SandboxServer {
   void handleTracker(const httplib::Request& request, httplib::Response& response);
   void handleLanding(const httplib::Request& request, httplib::Response& response);
   std::optional<Misbehaviour> takeMisbehaviour(const std::string& requestName);
-  std::optional<FileMisbehaviour> takeFileMisbehaviour();
+  std::optional<FileMisbehaviour> takeFileMisbehaviour(const std::string& name);
   void handleFile(const httplib::Request& request, httplib::Response& response);
   bool takeEventFailure(const std::string& requestName);
   void actOut(const Misbehaviour& misbehaviour, httplib::Response& response);
-  // Blocks until releaseStalled() or stop(); false when stopping.
-  bool stall();
+  // How many times releaseStalled() has been called.
+  std::uint64_t releaseCount();
+  // Blocks until releaseStalled() is called more than `releasesSeen` times
+  // in all, or stop(); false when stopping. A request counts the releases
+  // before it is recorded, so a release that a client sends as soon as it
+  // sees the request recorded is never missed.
+  bool stall(std::uint64_t releasesSeen);
   // Blocks for `delay` or until stop(); false when stopping.
   bool pause(std::chrono::milliseconds delay);
+  // False once the server is stopping.
+  bool isRunning();
   // Holds a misbehaving request as its fault says; false when stopping.
-  bool hold(const Misbehaviour& misbehaviour);
+  bool hold(const Misbehaviour& misbehaviour, std::uint64_t releasesSeen);
   void journalEvent(const ReceivedRequest& entry, int status, std::string_view fault);
   void journalFile(const httplib::Request& request, const std::optional<FileMisbehaviour>& fault);
   void controlMisbehaveFiles(const httplib::Request& request, httplib::Response& response);
