@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "ads/RewardLedger.h"
 #include "ads/ZVVideoControllerDelegate.h"
 #include "platform/dispatch/Queue.h"
 #include "resources/ZVArrayLoaderHelperDelegate.h"
@@ -32,7 +33,9 @@ class ZVPostVideoController;
 // with error 3. Shown, it opens the full-screen video, reports the
 // start-watching and watched events, moves on to the post-video screen and
 // handles the call to action: a "clickAd" request, then the target opened
-// (a tracker's redirect resolved by hand first).
+// (a tracker's redirect resolved by hand first). A video played to its end
+// earns a reward, which goes through the reward ledger: recorded before
+// the watched event, delivered after the screen has closed.
 //
 // Requests, retries and their completions run on "com.zivora.videoad";
 // screens, host callbacks and the click's opening on the main queue. The
@@ -119,6 +122,11 @@ class ZVVideoViewController : public ZVArrayLoaderHelperDelegate,
   void openResolved(const std::string& target, const std::string& location);
   void clickHandedOver();
   void notifyCached();
+  // Records the reward the moment it is earned; the watched event follows
+  // its commit.
+  void earnReward();
+  // Hands the earned reward to the host, after the window's close.
+  void deliverReward();
   void fail(std::uint64_t error);
   // Runs `body` on the serial queue, inside the guard named `method`.
   template <class Body>
@@ -160,6 +168,7 @@ class ZVVideoViewController : public ZVArrayLoaderHelperDelegate,
   std::optional<nlohmann::json> jsonAd_;
   std::optional<std::vector<std::string>> reservedNames_;
   std::weak_ptr<ZVVideoControllerDelegate> delegate_;
+  std::optional<RewardRecord> reward_;
 };
 
 }  // namespace zivora
