@@ -29,7 +29,7 @@ struct SoakOptions {
 class SoakRunner {
  public:
   explicit SoakRunner(SoakOptions options);
-  // The table; zero when no event was lost, no corrupt file was found and
+  // The table; zero when no event or reward was lost, no corrupt file was found and
   // nothing crashed.
   int run();
 
