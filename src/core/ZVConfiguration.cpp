@@ -126,12 +126,22 @@ void ZVConfiguration::setAppUserId(OptionalString appUserId) noexcept {
       writeString("setAppUserId", kAppUserIdKey, appUserId);
       return;
     }
-    // Queued under the mutex: two calls write in the order their values
-    // became visible, so the store ends with the value that reads answer.
-    queue->async([self = shared_from_this(), value = std::move(appUserId)] {
-      self->writeString("setAppUserId", kAppUserIdKey, value);
-    });
+    if (std::exchange(appUserIdWriteQueued_, true)) return;
+    queue->async([self = shared_from_this()] { self->writeAppUserId(); });
   });
+}
+
+// One queued write takes the value set last: calls made while it waited
+// fold into it, and the store never goes back to a value set before the
+// one it holds.
+void ZVConfiguration::writeAppUserId() noexcept {
+  OptionalString value;
+  {
+    std::lock_guard lock(appUserIdMutex_);
+    appUserIdWriteQueued_ = false;
+    if (appUserId_) value = *appUserId_;
+  }
+  writeString("setAppUserId", kAppUserIdKey, value);
 }
 
 // Made on first use, under appUserIdMutex_; null without a runtime.

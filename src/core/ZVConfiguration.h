@@ -24,7 +24,8 @@ class UserDefaults;
 // setter returns; except the application user id, which the host sets from
 // its own thread: setAppUserId() keeps the value in memory, where every
 // later read sees it at once, and writes it to the store on the SDK's
-// "com.zivora.configuration" queue, in the order of the calls.
+// "com.zivora.configuration" queue; a write takes the latest value, so the
+// store follows the calls' order and never returns to an older value.
 //
 // Getters answer std::nullopt (nil) when the key is absent, the store could
 // not be opened, or the read failed; setters remove the key for nullopt.
@@ -77,16 +78,18 @@ class ZVConfiguration : public std::enable_shared_from_this<ZVConfiguration> {
   std::string defaultServerURL() const;
   std::int64_t secondsSince1970() const;
   std::shared_ptr<dispatch::Queue> writeQueue();
+  void writeAppUserId() noexcept;
 
   std::weak_ptr<Context> context_;
   std::mutex configurationMutex_;
   bool configurationOpened_ = false;
   std::shared_ptr<platform::UserDefaults> configutation_;
 
-  // The user id set in this run (an engaged outer optional), and the queue
-  // that writes it; the mutex keeps the memory and the write order as one.
+  // The user id set in this run (an engaged outer optional), whether a
+  // write of it waits on the queue, and the queue.
   std::mutex appUserIdMutex_;
   std::optional<std::optional<std::string>> appUserId_;
+  bool appUserIdWriteQueued_ = false;
   bool writeQueueMade_ = false;
   std::shared_ptr<dispatch::Queue> writeQueue_;
 };

@@ -158,14 +158,16 @@ void runLife(const std::filesystem::path& file, std::mt19937& random, CrashTally
       tally.note(message);
       if (message.kind == 'E') ++earned;
     }
-    spin(random() % 150000);
+    spin(random() % 400000);
     ::kill(child, SIGKILL);
   }
   int status = 0;
   ASSERT_EQ(::waitpid(child, &status, 0), child);
   while (hear(pipeFds[0], message)) tally.note(message);
   ::close(pipeFds[0]);
-  if (!killAfterEarned) EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  if (!killAfterEarned) {
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  }
 }
 
 TEST(RewardLedgerCrashIntegrationTest, SigkillBetweenEarningAndCallbackLosesNoReward) {
@@ -194,7 +196,9 @@ TEST(RewardLedgerCrashIntegrationTest, SigkillBetweenEarningAndCallbackLosesNoRe
   EXPECT_GE(kills, 40);
   EXPECT_GE(figures.earned, static_cast<std::size_t>(kills));
   EXPECT_EQ(figures.lost, 0u);
-  EXPECT_EQ(figures.delivered, figures.earned);
+  // A child killed between a commit and its report delivers a reward the
+  // parent never saw earned: more deliveries, never fewer.
+  EXPECT_GE(figures.delivered, figures.earned);
   // Every delivery at the last start was acknowledged.
   EXPECT_EQ(figures.unacknowledged, 0u);
 }

@@ -1,6 +1,7 @@
 #include "RewardTally.h"
 
 #include <fstream>
+#include <nlohmann/json.hpp>
 
 #include "platform/linux/KeyValueDatabase.h"
 
