@@ -1,11 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 
 #include "ads/RewardLedger.h"
 #include "core/CCallbackDelegate.h"
 #include "core/InvokeDelegateHelper.h"
 #include "platform/dispatch/Runtime.h"
+#include "platform/linux/KeyValueDatabase.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
 #include "support/VirtualRuntime.h"
@@ -107,7 +109,7 @@ TEST_F(RewardLedgerTest, NoHostDelegateKeepsTheRewardAndAThrowingHostAcknowledge
   EXPECT_TRUE(start()->unacknowledged().empty());
 }
 
-TEST_F(RewardLedgerTest, UnreadableLedgerStillDeliversAndEarlierRecordsSurviveOddValues) {
+TEST_F(RewardLedgerTest, AnUnopenableLedgerStillDelivers) {
   // A directory where the database should be: nothing is recorded, the
   // reward still reaches the host.
   std::filesystem::create_directories(root_.path() / RewardLedger::kFileName);
@@ -118,6 +120,20 @@ TEST_F(RewardLedgerTest, UnreadableLedgerStillDeliversAndEarlierRecordsSurviveOd
   EXPECT_TRUE(watched);
   EXPECT_EQ(host_->rewards.size(), 1u);
   EXPECT_TRUE(ledger->unacknowledged().empty());
+}
+
+TEST_F(RewardLedgerTest, ARecordOfAnotherShapeIsStillOwedByItsId) {
+  {
+    auto database = platform::KeyValueDatabase::open(root_.path() / RewardLedger::kFileName);
+    ASSERT_NE(database, nullptr);
+    ASSERT_TRUE(database->write("rewards", "odd-1", nlohmann::json(42)));
+    ASSERT_TRUE(database->write("rewards", "odd-2", {{"placement", 7}, {"earnedAt", "soon"}}));
+  }
+  auto ledger = start();
+  ledger->redeliverPending(toHost());
+  runtime_->runUntilIdle();
+  EXPECT_EQ(host_->rewards, (std::vector<std::string>{"/odd-1", "/odd-2"}));
+  EXPECT_TRUE(start()->unacknowledged().empty());
 }
 
 TEST(RewardCallbackTest, OldHostsHearTheRewardWithoutItsId) {
