@@ -40,7 +40,9 @@ class ZIVORA_API Zivora {
   static void initializeWithAppId(const std::string& appId) noexcept;
   static void initializeWithAppId(const std::string& appId, const HostOptions& options) noexcept;
 
-  // Your own user id, sent with ad requests (nullopt clears it).
+  // Your own user id, sent with ad requests (nullopt clears it). Every ad
+  // request and event after the call carries it; the SDK stores it for
+  // later runs on its own queue, so the call never waits for the disk.
   static void setAppUserId(std::optional<std::string> userId) noexcept;
 
   // The object that hears about ads. Set it after initializeWithAppId(): a

@@ -69,6 +69,19 @@ class ZIVORA_API ZivoraDelegate {
   }
   // Fetching motivated rewards failed with `error`.
   virtual void failedRequestMotivatedRewards(std::uint64_t error) { (void)error; }
+
+  // The reward of videoReceiveReward(placement) with its id: the SDK calls
+  // this one, and by default it calls the one without the id. A reward is
+  // recorded on disk when it is earned and its record cleared when this
+  // callback returns; a crash in between delivers it again at the next
+  // start (after the handshake, before any new ad) with the same
+  // `rewardId`. Delivery is at least once: a host that must never pay twice
+  // keeps the ids it has paid and skips a repeat. Declared last, so the
+  // callbacks above keep their places in the table of virtual functions.
+  virtual void videoReceiveReward(const std::string& placement, const std::string& rewardId) {
+    (void)rewardId;
+    videoReceiveReward(placement);
+  }
 };
 
 }  // namespace zivora

@@ -88,6 +88,12 @@ typedef struct zivora_callbacks {
   /* Return non-zero to take the rewards (the server then clears them). */
   int (*receive_motivated_rewards)(void* user_data, const zivora_reward* rewards, size_t count);
   void (*failed_request_motivated_rewards)(void* user_data, uint64_t error);
+  /* The reward of video_receive_reward with its id, the same on every
+   * delivery of that reward: one that a crash kept from being acknowledged
+   * (by the callback's return) is delivered again at the next start. When
+   * set, it is called instead of video_receive_reward. */
+  void (*video_receive_reward_with_id)(void* user_data, const char* placement,
+                                       const char* reward_id);
 } zivora_callbacks;
 
 ZIVORA_API void zivora_options_init(zivora_options* options);

@@ -634,11 +634,40 @@ void ZVVideoViewController::tapCloseView() {
 void ZVVideoViewController::finishedPlaying() {
   guarded(kClass, "finishedPlaying", [&] {
     isSuccessfulPlayed_ = true;
-    if (!sentWatchedAd_.exchange(true)) {
-      if (auto sender = ZVEventSender::shared())
-        sender->watchedAdWithPlacement(placementName_, adId(), kVideoAdType);
-    }
+    if (!sentWatchedAd_.exchange(true)) earnReward();
     showPostVideoView();
+  });
+}
+
+void ZVVideoViewController::earnReward() {
+  auto sendWatched = [placement = placementName_, ad = adId()] {
+    if (auto sender = ZVEventSender::shared())
+      sender->watchedAdWithPlacement(placement, ad, kVideoAdType);
+  };
+  auto ledger = RewardLedger::shared();
+  if (!ledger) {
+    sendWatched();
+    return;
+  }
+  auto record = ledger->earn(placementName_, adId(), std::move(sendWatched));
+  std::lock_guard lock(mutex_);
+  reward_ = std::move(record);
+}
+
+void ZVVideoViewController::deliverReward() {
+  std::optional<RewardRecord> reward;
+  {
+    std::lock_guard lock(mutex_);
+    reward.swap(reward_);
+  }
+  auto ledger = RewardLedger::shared();
+  if (reward && ledger) {
+    ledger->deliver(*reward, RewardLedger::toHost(host_));
+    return;
+  }
+  // Played to its end without a recorded reward (no ledger): delivered as is.
+  tellHost([](ZivoraDelegate& host, const std::string& placement) {
+    host.videoReceiveReward(placement);
   });
 }
 
@@ -678,11 +707,10 @@ void ZVVideoViewController::didHidePostVideo() {
   guarded(kClass, "didHidePostVideo", [&] {
     didHideView();
     unreserveAllResources();
-    const bool rewarded = isSuccessfulPlayed_;
-    tellHost([rewarded](ZivoraDelegate& host, const std::string& placement) {
+    tellHost([](ZivoraDelegate& host, const std::string& placement) {
       host.videoWindowDidClose(placement);
-      if (rewarded) host.videoReceiveReward(placement);
     });
+    if (isSuccessfulPlayed_) deliverReward();
   });
 }
 

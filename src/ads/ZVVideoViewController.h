@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "ads/RewardLedger.h"
 #include "ads/ZVVideoControllerDelegate.h"
 #include "platform/dispatch/Queue.h"
 #include "resources/ZVArrayLoaderHelperDelegate.h"
@@ -32,10 +33,13 @@ class ZVPostVideoController;
 // with error 3. Anything that goes wrong on the way to the cached ad (an
 // exception, a reply it cannot read) takes that retry path, and a request
 // still unanswered when its time budget runs out ends with error 3: every
-// cache and show request hears exactly one answer. Shown, it opens the full-screen video, reports
-// the start-watching and watched events, moves on to the post-video screen and handles the call to
-// action: a "clickAd" request, then the target opened (a tracker's redirect resolved by hand
-// first).
+// cache and show request hears exactly one answer. Shown, it opens the
+// full-screen video, reports the start-watching and watched events, moves on
+// to the post-video screen and handles the call to action: a "clickAd"
+// request, then the target opened (a tracker's redirect resolved by hand
+// first). A video played to its end earns a reward, which goes through the
+// reward ledger: recorded before the watched event, delivered after the
+// screen has closed.
 //
 // Requests, retries and their completions run on "com.zivora.videoad";
 // screens, host callbacks and the click's opening on the main queue. The
@@ -125,6 +129,11 @@ class ZVVideoViewController : public ZVArrayLoaderHelperDelegate,
   void presentWindow(bool& presented);
   // The window could not be shown: the show request fails with error 3.
   void failShow();
+  // Records the reward the moment it is earned; the watched event follows
+  // its commit.
+  void earnReward();
+  // Hands the earned reward to the host, after the window's close.
+  void deliverReward();
   // The one failure answer: tells the registry (which tells the host) once,
   // and retires the controller so that nothing it still has under way
   // reaches the host afterwards.
@@ -179,6 +188,7 @@ class ZVVideoViewController : public ZVArrayLoaderHelperDelegate,
   std::optional<nlohmann::json> jsonAd_;
   std::optional<std::vector<std::string>> reservedNames_;
   std::weak_ptr<ZVVideoControllerDelegate> delegate_;
+  std::optional<RewardRecord> reward_;
 };
 
 }  // namespace zivora

@@ -15,7 +15,7 @@ class AdSide {
   virtual ~AdSide() = default;
 
   // Brings up the event sender, the resource manager, the download records,
-  // the reservation and cache managers and the reward manager, in that order.
+  // the reservation and cache managers and the reward ledger, in that order.
   virtual void startUp() = 0;
   // The ad server answered: queued ad events may be sent now.
   virtual void serverConnected() = 0;
@@ -30,6 +30,10 @@ class AdSide {
   virtual void unreserveAll(const std::string& fileName) = 0;
   virtual void removeFile(const std::string& fileName) = 0;
 
+  // Delivers again the rewards an earlier run earned but whose delivery was
+  // never acknowledged; called once the ad server has answered, before any
+  // parked or new ad is asked for.
+  virtual void redeliverRewards() = 0;
   // Replaces the placement registry (each successful handshake makes a new one).
   virtual void newVideoManager() = 0;
   virtual void showVideo(const std::string& placement) = 0;

@@ -52,6 +52,16 @@ void CCallbackDelegate::videoReceiveReward(const std::string& placement) {
   call(callbacks_.video_receive_reward, placement);
 }
 
+void CCallbackDelegate::videoReceiveReward(const std::string& placement,
+                                           const std::string& rewardId) {
+  if (!callbacks_.video_receive_reward_with_id) {
+    videoReceiveReward(placement);
+    return;
+  }
+  callbacks_.video_receive_reward_with_id(callbacks_.user_data, placement.c_str(),
+                                          rewardId.c_str());
+}
+
 bool CCallbackDelegate::receiveMotivatedRewards(const std::vector<ZVMotivatedRewardInfo>& rewards) {
   if (!callbacks_.receive_motivated_rewards) return false;
   std::vector<zivora_reward> table;

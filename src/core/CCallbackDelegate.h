@@ -22,6 +22,7 @@ class CCallbackDelegate final : public ZivoraDelegate {
   void videoWindowDidClose(const std::string& placement) override;
   void videoPostViewDidClick(const std::string& placement) override;
   void videoReceiveReward(const std::string& placement) override;
+  void videoReceiveReward(const std::string& placement, const std::string& rewardId) override;
   bool receiveMotivatedRewards(const std::vector<ZVMotivatedRewardInfo>& rewards) override;
   void failedRequestMotivatedRewards(std::uint64_t error) override;
 

@@ -1,6 +1,7 @@
 #include "core/DefaultAdSide.h"
 
 #include "ads/MotivationRewardManager.h"
+#include "ads/RewardLedger.h"
 #include "ads/ZVVideoManager.h"
 #include "core/Context.h"
 #include "events/ZVEventSender.h"
@@ -34,6 +35,9 @@ void DefaultAdSide::startUp() {
   ZVFilesSavedValidator::defaultValidator();
   ZVReserveManager::defaultManager();
   ZVCacheManager::defaultManager();
+  // Reads the rewards an earlier run left unacknowledged, here on the
+  // start-up queue rather than on the first reward's way.
+  if (auto ledger = RewardLedger::shared()) ledger->open();
 }
 
 void DefaultAdSide::serverConnected() {
@@ -57,6 +61,11 @@ void DefaultAdSide::unreserveAll(const std::string& fileName) {
 
 void DefaultAdSide::removeFile(const std::string& fileName) {
   if (auto manager = ZVResourceManager::defaultManager()) manager->removeFile(fileName);
+}
+
+void DefaultAdSide::redeliverRewards() {
+  if (auto ledger = RewardLedger::shared())
+    ledger->redeliverPending(RewardLedger::toHost(delegate_));
 }
 
 void DefaultAdSide::newVideoManager() {

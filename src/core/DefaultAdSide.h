@@ -26,6 +26,7 @@ class DefaultAdSide final : public AdSide {
                      const std::optional<std::string>& receipt) override;
   void unreserveAll(const std::string& fileName) override;
   void removeFile(const std::string& fileName) override;
+  void redeliverRewards() override;
   void newVideoManager() override;
   void showVideo(const std::string& placement) override;
   void cacheVideo(const std::string& placement) override;

@@ -83,6 +83,12 @@ void InvokeDelegateHelper::videoReceiveReward(const std::string& placement) {
               [&](ZivoraDelegate& host) { host.videoReceiveReward(placement); });
 }
 
+void InvokeDelegateHelper::videoReceiveReward(const std::string& placement,
+                                              const std::string& rewardId) {
+  forwardVoid("videoReceiveReward",
+              [&](ZivoraDelegate& host) { host.videoReceiveReward(placement, rewardId); });
+}
+
 bool InvokeDelegateHelper::receiveMotivatedRewards(
     const std::vector<ZVMotivatedRewardInfo>& rewards) {
   return forward("receiveMotivatedRewards", false,

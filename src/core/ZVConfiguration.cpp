@@ -9,6 +9,7 @@
 #include "core/Context.h"
 #include "platform/UserDefaults.h"
 #include "platform/Uuid.h"
+#include "platform/dispatch/Queue.h"
 #include "platform/dispatch/Runtime.h"
 #include "util/Guard.h"
 #include "util/ZVException.h"
@@ -20,6 +21,7 @@ namespace zivora {
 namespace {
 
 constexpr const char* kClassName = "ZVConfiguration";
+constexpr const char* kWriteQueueLabel = "com.zivora.configuration";
 
 // Store keys. Three differ on purpose from the JSON keys that fill them.
 constexpr const char* kAppIdKey = "appId";
@@ -107,11 +109,55 @@ void ZVConfiguration::setAppId(OptionalString appId) noexcept {
 }
 
 OptionalString ZVConfiguration::appUserId() noexcept {
+  {
+    std::lock_guard lock(appUserIdMutex_);
+    if (appUserId_) return *appUserId_;
+  }
   return readString("appUserId", kAppUserIdKey);
 }
 
 void ZVConfiguration::setAppUserId(OptionalString appUserId) noexcept {
-  writeString("setAppUserId", kAppUserIdKey, appUserId);
+  guarded(kClassName, "setAppUserId", [&] {
+    std::unique_lock lock(appUserIdMutex_);
+    auto queue = writeQueue();
+    appUserId_ = appUserId;
+    if (!queue) {
+      lock.unlock();
+      writeString("setAppUserId", kAppUserIdKey, appUserId);
+      return;
+    }
+    if (std::exchange(appUserIdWriteQueued_, true)) return;
+    queue->async([self = shared_from_this()] { self->writeAppUserId(); });
+  });
+}
+
+// One queued write takes the value set last: calls made while it waited
+// fold into it, and the store never goes back to a value set before the
+// one it holds.
+void ZVConfiguration::writeAppUserId() noexcept {
+  OptionalString value;
+  {
+    std::lock_guard lock(appUserIdMutex_);
+    appUserIdWriteQueued_ = false;
+    if (appUserId_) value = *appUserId_;
+  }
+  writeString("setAppUserId", kAppUserIdKey, value);
+}
+
+// Made on first use, under appUserIdMutex_; null without a runtime.
+std::shared_ptr<dispatch::Queue> ZVConfiguration::writeQueue() {
+  if (!writeQueueMade_) {
+    writeQueueMade_ = true;
+    auto context = context_.lock();
+    try {
+      if (context && context->hasRuntime())
+        writeQueue_ = context->runtime().makeSerialQueue(kWriteQueueLabel);
+    } catch (const std::exception& error) {
+      // A runtime without queues of its own: the value is written through.
+      ZVLog::LogDebug("[ZVConfiguration] No configuration queue: {}", error.what());
+    }
+  }
+  return writeQueue_;
 }
 
 OptionalString ZVConfiguration::closeButtonURL() noexcept {

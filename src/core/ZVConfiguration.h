@@ -8,6 +8,10 @@
 
 namespace zivora {
 
+namespace dispatch {
+class Queue;
+}
+
 class Context;
 namespace platform {
 class UserDefaults;
@@ -15,14 +19,18 @@ class UserDefaults;
 
 // The ad side's persistent settings: application id, application user id,
 // the install's random id, the server-driven button images and the ad
-// server endpoint. Nothing is cached in memory: every getter reads the
-// "configuration" suite and every setter writes it through, so a value
-// survives a restart as soon as its setter returns.
+// server endpoint. Every getter reads the "configuration" suite and every
+// setter writes it through, so a value survives a restart as soon as its
+// setter returns; except the application user id, which the host sets from
+// its own thread: setAppUserId() keeps the value in memory, where every
+// later read sees it at once, and writes it to the store on the SDK's
+// "com.zivora.configuration" queue; a write takes the latest value, so the
+// store follows the calls' order and never returns to an older value.
 //
 // Getters answer std::nullopt (nil) when the key is absent, the store could
 // not be opened, or the read failed; setters remove the key for nullopt.
 // Every operation runs inside the guard and never throws.
-class ZVConfiguration {
+class ZVConfiguration : public std::enable_shared_from_this<ZVConfiguration> {
  public:
   explicit ZVConfiguration(std::weak_ptr<Context> context);
 
@@ -36,7 +44,11 @@ class ZVConfiguration {
   std::optional<std::string> appId() noexcept;
   void setAppId(std::optional<std::string> appId) noexcept;
 
+  // The value set last in this run, else the stored one.
   std::optional<std::string> appUserId() noexcept;
+  // Returns without touching the store (its commit can take milliseconds);
+  // the write follows on the configuration queue. Without a runtime it
+  // writes through.
   void setAppUserId(std::optional<std::string> appUserId) noexcept;
 
   // The install's id, made and stored on first read and stable from then on.
@@ -65,11 +77,21 @@ class ZVConfiguration {
   std::shared_ptr<platform::UserDefaults> openSuite() noexcept;
   std::string defaultServerURL() const;
   std::int64_t secondsSince1970() const;
+  std::shared_ptr<dispatch::Queue> writeQueue();
+  void writeAppUserId() noexcept;
 
   std::weak_ptr<Context> context_;
   std::mutex configurationMutex_;
   bool configurationOpened_ = false;
   std::shared_ptr<platform::UserDefaults> configutation_;
+
+  // The user id set in this run (an engaged outer optional), whether a
+  // write of it waits on the queue, and the queue.
+  std::mutex appUserIdMutex_;
+  std::optional<std::optional<std::string>> appUserId_;
+  bool appUserIdWriteQueued_ = false;
+  bool writeQueueMade_ = false;
+  std::shared_ptr<dispatch::Queue> writeQueue_;
 };
 
 }  // namespace zivora

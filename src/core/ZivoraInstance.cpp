@@ -212,6 +212,8 @@ void ZivoraInstance::initializeAds() {
     storeButtonImages(reply);
     storeServerURL(reply);
     adSide_->serverConnected();
+    // Owed rewards reach the main queue ahead of any ad's screens.
+    adSide_->redeliverRewards();
     adSide_->newVideoManager();
     if (JsonConvert::has(reply, TS_API_ERROR)) {
       {

@@ -10,6 +10,7 @@
 #include <functional>
 #include <set>
 
+#include "ads/RewardLedger.h"
 #include "ads/ZVRedirectRequest.h"
 #include "core/DefaultAdSide.h"
 #include "core/InvokeDelegateHelper.h"
@@ -204,6 +205,22 @@ TEST_F(PlacementTest, AWatchedAdTellsTheHostEachStepInOrderAndEarnsTheReward) {
   EXPECT_TRUE(presenter().windows().empty());
 }
 
+TEST_F(PlacementTest, TheRewardIsOnDiskFromTheWatchedEndUntilTheHostsCallbackReturned) {
+  cacheReady();
+  showAndDisplay();
+  playToEnd();
+  // The post-video screen waits for the player: the reward is on disk.
+  auto owed = RewardLedger::shared()->unacknowledged();
+  ASSERT_EQ(owed.size(), 1u);
+  EXPECT_EQ(owed.front().placement, kPlacement);
+  EXPECT_FALSE(owed.front().adId.empty());
+  EXPECT_EQ(server_->count("watchedAd"), 1u);
+
+  EXPECT_TRUE(act(ui::ScreenAction::Close));
+  EXPECT_EQ(count("videoReceiveReward rewarded"), 1u);
+  EXPECT_TRUE(RewardLedger::shared()->unacknowledged().empty());
+}
+
 TEST_F(PlacementTest, ASkippedAdIsDismissedWithoutWatchedEventOrReward) {
   cacheReady();
   showAndDisplay();
@@ -213,6 +230,7 @@ TEST_F(PlacementTest, ASkippedAdIsDismissedWithoutWatchedEventOrReward) {
   act(ui::ScreenAction::Close);
   EXPECT_EQ(count("videoWindowDidClose rewarded"), 1u);
   EXPECT_EQ(count("videoReceiveReward rewarded"), 0u);
+  EXPECT_TRUE(RewardLedger::shared()->unacknowledged().empty());
   EXPECT_EQ(server_->count("watchedAd"), 0u);
   EXPECT_EQ(server_->count("startWatchingAd"), 1u);
 }

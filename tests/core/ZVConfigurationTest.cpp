@@ -12,6 +12,7 @@
 #include "platform/dispatch/Runtime.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
+#include "support/VirtualRuntime.h"
 #include "zivora/ZVConstants.h"
 
 namespace zivora {
@@ -226,6 +227,27 @@ TEST_F(ZVConfigurationTest, SharedBelongsToTheInstalledContext) {
   EXPECT_NE(ZVConfiguration::shared(), first);
   scope_.reset();
   EXPECT_EQ(ZVConfiguration::shared(), nullptr);
+}
+
+TEST_F(ZVConfigurationTest, AppUserIdIsSeenAtOnceAndWrittenLaterInCallOrder) {
+  auto runtime = std::make_shared<test::VirtualRuntime>();
+  restart(host(), RuntimeOptions{.runtime = runtime});
+  auto suite = scope_->context().userDefaults(TS_COMMON_CONFIGURATION_PLIST);
+  ASSERT_NE(suite, nullptr);
+  configuration().setAppUserId("first");
+  configuration().setAppUserId("second");
+  // Every read after the call has the value; the store waits for the queue.
+  EXPECT_EQ(configuration().appUserId(), "second");
+  EXPECT_EQ(suite->stringForKey("appUserId"), std::nullopt);
+  runtime->runUntilIdle();
+  EXPECT_EQ(suite->stringForKey("appUserId"), "second");
+
+  configuration().setAppUserId(std::nullopt);
+  EXPECT_EQ(configuration().appUserId(), std::nullopt);
+  configuration().setAppUserId("third");
+  runtime->runUntilIdle();
+  restart(host(), RuntimeOptions{.runtime = runtime});
+  EXPECT_EQ(configuration().appUserId(), "third");
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 // refusal, replay, and replies of odd shape.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "analytics/ZVPDeviceInfoHelper.h"
@@ -166,6 +167,12 @@ TEST_F(ZivoraTest, ParkedCallsReplayAsOneShowAndCachesAfterSuccess) {
   runtime_->runUntilIdle();
   EXPECT_EQ(adSide_->calls("show:"), std::vector<std::string>{"show:first"});
   EXPECT_EQ(adSide_->calls("cache:"), (std::vector<std::string>{"cache:second", "cache:third"}));
+  // Rewards owed from an earlier run go out first, once.
+  const auto calls = adSide_->calls();
+  const auto redelivery = std::find(calls.begin(), calls.end(), "redeliverRewards");
+  EXPECT_EQ(adSide_->calls("redeliverRewards").size(), 1u);
+  EXPECT_LT(redelivery, std::find(calls.begin(), calls.end(), "newVideoManager"));
+  EXPECT_LT(redelivery, std::find(calls.begin(), calls.end(), "show:first"));
 
   adSide_->setReady(true);
   EXPECT_TRUE(Zivora::isReadyVideo("first"));

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "RequestJournal.h"
+#include "RewardTally.h"
 #include "SanitizerReport.h"
 
 namespace zivora::soak {
@@ -211,16 +212,20 @@ void SoakRunner::drain() {
 int SoakRunner::report() {
   EventLedger ledger;
   AnswerLedger answers;
+  RewardTally rewards;
   std::size_t shown = 0;
   for (int index = 0; index < runs_; ++index) {
     const fs::path out = runDirectory(index) / "host.out";
     ledger.readHostOutput(out);
     answers.readHostOutput(out, cutRuns_.at(static_cast<std::size_t>(index)));
+    rewards.readHostOutput(out);
     shown += countLines(out, "delegate: videoWindowDidDisplay");
   }
   ledger.readJournal(sandbox_.journal());
   ledger.readEventFile(dataRoot() / "Documents" / "ts_events.dat");
   const auto events = ledger.summary();
+  rewards.readLedger(dataRoot() / "Documents" / "rewards.sqlite");
+  const auto owed = rewards.summary();
 
   std::size_t resumed = 0;
   for (const auto& record : sandbox::RequestJournal::read(sandbox_.journal())) {
@@ -259,6 +264,12 @@ int SoakRunner::report() {
   row("duplicates (an event accepted again)", events.acceptedTwice);
   row("events still queued at the end", events.stillQueued);
   row("LOST events", events.lost);
+  row("rewards earned (recorded by the SDK)", owed.earned);
+  row("rewards delivered (distinct)", owed.delivered);
+  row("  redelivered at a later start", owed.redelivered);
+  row("  duplicates (a reward delivered again)", owed.duplicates);
+  row("rewards still owed at the end (in the ledger)", owed.stillOwed);
+  row("LOST rewards", owed.lost);
   row("CRASHES (host or sandbox)", static_cast<std::size_t>(crashes));
   std::cout << ledger.lostExamples(5);
   for (const auto& line : crashRuns_) std::cout << "  crash: " << line << '\n';
@@ -266,7 +277,8 @@ int SoakRunner::report() {
   std::cout << "replay: zivora_soak --seed " << options_.seed << " --seconds "
             << options_.duration.count() << (options_.shortMode ? " --short" : "") << std::endl;
   const bool unanswered = requests.answeredTwice > 0 || requests.neverAnswered > 0;
-  return events.lost > 0 || !corrupt_.empty() || crashes > 0 || unanswered ? 1 : 0;
+  return events.lost > 0 || owed.lost > 0 || !corrupt_.empty() || crashes > 0 || unanswered ? 1
+                                                                                           : 0;
 }
 
 }  // namespace zivora::soak

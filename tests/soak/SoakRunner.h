@@ -30,8 +30,8 @@ struct SoakOptions {
 class SoakRunner {
  public:
   explicit SoakRunner(SoakOptions options);
-  // The table; zero when no event was lost, no corrupt file was found,
-  // nothing crashed and every ad request was answered exactly once.
+  // The table; zero when no event or reward was lost, no corrupt file was
+  // found, nothing crashed and every ad request was answered exactly once.
   int run();
 
  private:

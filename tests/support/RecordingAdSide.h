@@ -20,6 +20,7 @@ class RecordingAdSide final : public AdSide {
                      const std::optional<std::string>& receipt) override;
   void unreserveAll(const std::string& fileName) override { record("unreserveAll:" + fileName); }
   void removeFile(const std::string& fileName) override { record("removeFile:" + fileName); }
+  void redeliverRewards() override { record("redeliverRewards"); }
   void newVideoManager() override { record("newVideoManager"); }
   void showVideo(const std::string& placement) override { record("show:" + placement); }
   void cacheVideo(const std::string& placement) override { record("cache:" + placement); }

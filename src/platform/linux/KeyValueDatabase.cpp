@@ -299,6 +299,41 @@ bool KeyValueDatabase::remove(std::string_view suite, std::string_view key) noex
   }
 }
 
+std::vector<std::pair<std::string, nlohmann::json>> KeyValueDatabase::entries(
+    std::string_view suite) noexcept {
+  std::vector<std::pair<std::string, nlohmann::json>> found;
+  try {
+    std::lock_guard lock(mutex_);
+    sqlite3_stmt* raw = nullptr;
+    int code = sqlite3_prepare_v2(connection_,
+                                  "SELECT key, value FROM defaults WHERE suite = ?1 ORDER BY key",
+                                  -1, &raw, nullptr);
+    Statement statement(raw);
+    if (code == SQLITE_OK) {
+      StatementUse use(raw);
+      use.bind(1, suite);
+      while ((code = sqlite3_step(raw)) == SQLITE_ROW) {
+        const auto* key = reinterpret_cast<const char*>(sqlite3_column_text(raw, 0));
+        const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(raw, 1));
+        auto value = nlohmann::json::parse(text ? text : "", nullptr, false);
+        if (value.is_discarded() || !key) {
+          ZVLog::LogWarning("[KeyValueDatabase][entries] {} {}: a stored value is not JSON",
+                            file_.string(), suite);
+          continue;
+        }
+        found.emplace_back(key, std::move(value));
+      }
+    }
+    if (code != SQLITE_DONE) {
+      ZVLog::LogWarning("[KeyValueDatabase][entries] {} {}: {}", file_.string(), suite,
+                        describe(connection_, code));
+    }
+  } catch (const std::exception& error) {
+    ZVLog::LogWarning("[KeyValueDatabase][entries] {} {}: {}", file_.string(), suite, error.what());
+  }
+  return found;
+}
+
 bool KeyValueDatabase::execute(sqlite3_stmt* statement, std::string_view operation,
                                std::string_view suite, std::string_view key,
                                const std::string* text) {

@@ -7,6 +7,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 struct sqlite3;
 struct sqlite3_stmt;
@@ -42,6 +44,9 @@ class KeyValueDatabase {
   bool write(std::string_view suite, std::string_view key, const nlohmann::json& value) noexcept;
   // True once the key is gone (also when it was not there).
   bool remove(std::string_view suite, std::string_view key) noexcept;
+  // Every key of `suite` with its value, by key; a value that is not JSON
+  // is left out (logged), and a failed read answers what was read so far.
+  std::vector<std::pair<std::string, nlohmann::json>> entries(std::string_view suite) noexcept;
 
   const std::filesystem::path& file() const { return file_; }
 
