@@ -200,5 +200,5 @@ int main(int argc, char** argv) {
   BenchFigure::stated("resume x10: bytes nginx sent beyond the file", double(sent - size),
                       std::nullopt, "bytes")
       .print();
-  return 0;
+  return BenchFigure::exitStatus();
 }

@@ -4,7 +4,9 @@
 //  2. draining N queued events to the local sandbox over TLS against N
 //     POSTs of the same bodies on one reused libcurl easy handle.
 //
-// Target: a save within 1.2 of the plain loop; the drain's ratio is stated.
+// Targets: a save within 1.2 of the plain loop; the drain at least 0.9 of
+// curl's rate (its cost per event at most 1.11 of curl's). Both sides of
+// each figure are measured in this run, alternating, and the medians kept.
 //
 //   build/release/bench/zivora_bench_events [saves=500] [drained=10000]
 #include <curl/curl.h>
@@ -47,6 +49,8 @@ std::string eventFor(int i) {
   text += std::string(200 - text.size() - 3, 'p');
   return text + "\"}}";
 }
+
+constexpr int kDrainRounds = 3;
 
 double seconds(Clock::duration d) { return std::chrono::duration<double>(d).count(); }
 
@@ -154,11 +158,16 @@ int main(int argc, char** argv) {
   zivora::sandbox::SandboxServer sandbox(
       zivora::sandbox::SandboxOptions{.certDirectory = dir / "certs"});
   sandbox.start();
-  double curl = curlRate(sandbox, drained);
-  double queue = drainRate(sandbox, dir / "root", drained);
+  std::vector<double> curls, queues;
+  for (int round = 0; round < kDrainRounds; ++round) {
+    curls.push_back(curlRate(sandbox, drained));
+    queues.push_back(drainRate(sandbox, dir / fmt::format("root{}", round), drained));
+  }
+  const double curl = median(curls), queue = median(queues);
   fmt::print(
-      "drain {} events to the sandbox: {:.0f}/s; curl, one reused handle: {:.0f}/s; ratio {:.2f}\n",
-      drained, queue, curl, queue / curl);
+      "drain {} events to the sandbox: {:.0f}/s; curl, one reused handle: {:.0f}/s; ratio {:.2f} "
+      "(medians of {} alternating rounds)\n",
+      drained, queue, curl, queue / curl, kDrainRounds);
   sandbox.stop();
   fs::remove_all(dir);
 
@@ -167,8 +176,8 @@ int main(int argc, char** argv) {
   BenchFigure::withinRatio("event save (200 B) vs write+fdatasync", 1e6 / median(ours),
                            1e6 / median(plain), "us", 1.2)
       .print();
-  BenchFigure::stated(fmt::format("drain {} events vs curl POSTs", drained), 1e6 / queue,
-                      1e6 / curl, "us")
+  BenchFigure::withinRatio(fmt::format("drain {} events vs curl POSTs", drained), 1e6 / queue,
+                           1e6 / curl, "us", 1.11)
       .print();
-  return 0;
+  return BenchFigure::exitStatus();
 }

@@ -168,5 +168,5 @@ int main(int argc, char** argv) {
   BenchFigure::stated("user-defaults read", reporter.realTime("UserDefaultsStringForKey"),
                       reporter.realTime("SqliteBaselineSelect"), "us")
       .print();
-  return 0;
+  return BenchFigure::exitStatus();
 }
