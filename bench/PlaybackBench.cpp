@@ -264,8 +264,8 @@ int main(int argc, char** argv) {
   using zivora::bench::BenchFigure;
   for (const auto& [name, usage] :
        {std::pair{"seam", seam}, std::pair{"headless ad screen", screen}}) {
-    BenchFigure::withinRatio(fmt::format("10 s 720p CPU, {} vs gst-launch", name),
-                             usage.cpuSeconds, launch.cpuSeconds, "s", 1.5)
+    BenchFigure::withinRatio(fmt::format("10 s 720p CPU, {} vs gst-launch", name), usage.cpuSeconds,
+                             launch.cpuSeconds, "s", 1.5)
         .print();
     const double rss = static_cast<double>(usage.peakRssKiB) / 1024.0;
     BenchFigure::belowLimit(fmt::format("10 s 720p peak RSS, {} vs gst-launch", name), rss,
