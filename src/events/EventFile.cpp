@@ -239,6 +239,12 @@ std::int64_t EventFile::findOffset(Handle& file, std::int64_t size) {
 std::optional<EventFile::Line> EventFile::firstLiveLine(Handle& file, std::int64_t size) {
   std::int64_t offset = findOffset(file, size);
   if (offset < 0) return std::nullopt;
+  return firstLiveLineFrom(file, offset, size);
+}
+
+// The same from `offset`, a line start with nothing live before it.
+std::optional<EventFile::Line> EventFile::firstLiveLineFrom(Handle& file, std::int64_t offset,
+                                                            std::int64_t size) {
   while (auto line = readLine(file, offset, size)) {
     offset = line->start + static_cast<std::int64_t>(line->text.size()) + 1;
     if (line->text.empty()) {
@@ -279,31 +285,45 @@ bool EventFile::hasSavedEvents() noexcept { return firstEvent().has_value(); }
 
 // --- consuming -------------------------------------------------------------
 
-void EventFile::removeFirstLine() noexcept {
+void EventFile::removeFirstLine() noexcept { consume(false); }
+
+std::optional<std::string> EventFile::removeFirstLineAndReadNext() noexcept {
+  return consume(true);
+}
+
+// One open and one look at the header for both the consumption and, when
+// asked, the read of the event after it.
+std::optional<std::string> EventFile::consume(bool readNext) noexcept {
   try {
     std::lock_guard lock(*mutex_);
     int fd = options_.io->open(options_.path.c_str(), O_RDWR, 0);
     if (fd < 0) {
-      if (errno == ENOENT) return;
+      if (errno == ENOENT) return std::nullopt;
       fail("open");
     }
     Handle file(*options_.io, fd);
     std::int64_t size = file.size();
-    if (size == 0) return;
+    if (size == 0) return std::nullopt;
     auto line = firstLiveLine(file, size);
-    if (!line) return;
+    if (!line) return std::nullopt;
     ++consumedMarks_;
     if (setIgnoreLine(file, *line, size)) {
       // A deleted file has nothing left to sync; should the deletion not
       // survive a power cut, the file comes back as last synced.
       syncedMarks_ = consumedMarks_;
-    } else if (consumedMarks_ - syncedMarks_ >= options_.maxUnsyncedConsumed) {
+      return std::nullopt;
+    }
+    if (consumedMarks_ - syncedMarks_ >= options_.maxUnsyncedConsumed) {
       file.sync();
       syncedMarks_ = consumedMarks_;
     }
+    if (!readNext) return std::nullopt;
+    const std::int64_t next = line->start + static_cast<std::int64_t>(line->text.size()) + 1;
+    if (auto after = firstLiveLineFrom(file, next, size)) return std::move(after->text);
   } catch (const std::exception& error) {
     options_.logError("removeFirstLine", error.what());
   }
+  return std::nullopt;
 }
 
 void EventFile::syncConsumed() noexcept {

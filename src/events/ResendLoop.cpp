@@ -72,7 +72,11 @@ void ResendLoop::onSerial(const char* method, Body body) {
 void ResendLoop::sendFirstEvent() {
   // A back-off is pending: it will try again when it ends.
   if (cancelAll_) return;
-  auto event = saver_->firstEvent();
+  send(saver_->firstEvent());
+}
+
+// Sends `event`, the oldest one, and hands the answer back to the queue.
+void ResendLoop::send(std::optional<std::string> event) {
   if (!event) {
     hasThread_ = false;
     // An event saved after the read above found the loop still busy.
@@ -80,7 +84,7 @@ void ResendLoop::sendFirstEvent() {
     return;
   }
   if (options_.undeliverable && options_.undeliverable(*event)) {
-    consumeFirstEvent();
+    consumeFirstEvent(false);
     hasThread_ = false;
     trySendEvent();
     return;
@@ -98,10 +102,9 @@ void ResendLoop::receiveResult(int code) {
   if (code == TS_HTTP_STATUS_CODE_OK) {
     cancelAll_ = false;
     delayResendOffline_ = kFirstDelay;
-    consumeFirstEvent();
-    // The loop stays busy (hasThread_ remains set) and reads the next event
+    // The loop stays busy (hasThread_ remains set) and sends the next event
     // at once: no second look at the file to learn whether there is one.
-    sendFirstEvent();
+    send(consumeFirstEvent(true));
     return;
   }
   hasThread_ = false;
@@ -109,10 +112,19 @@ void ResendLoop::receiveResult(int code) {
   sleepResendThread();
 }
 
+std::optional<std::string> ResendLoop::consumeFirstEvent(bool readNext) {
+  std::optional<std::string> next;
+  if (readNext)
+    next = saver_->removeFirstLineAndReadNext();
+  else
+    saver_->removeFirstLine();
+  scheduleConsumedSync();
+  return next;
+}
+
 // A full group is synced at once, the first mark of a group after the
 // delay; both on the global queue.
-void ResendLoop::consumeFirstEvent() {
-  saver_->removeFirstLine();
+void ResendLoop::scheduleConsumedSync() {
   const int unsynced = saver_->unsyncedConsumed();
   if (unsynced >= kConsumedSyncGroup) {
     if (!syncQueued_.exchange(true)) {

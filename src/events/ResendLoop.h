@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "util/Guard.h"
@@ -82,7 +83,10 @@ class ResendLoop : public std::enable_shared_from_this<ResendLoop> {
  private:
   void sendFirstEvent();
   void receiveResult(int code);
-  void consumeFirstEvent();
+  void send(std::optional<std::string> event);
+  // Consumes the oldest event; answers the next one when asked to read it.
+  std::optional<std::string> consumeFirstEvent(bool readNext);
+  void scheduleConsumedSync();
   void syncConsumedInBackground(const char* method);
   void sleepResendThread();
   void backOff();

@@ -222,6 +222,24 @@ TEST_F(EventFileTest, LinesThatCanNeverBeSentDoNotStallTheQueue) {
   }
 }
 
+// What the queue uses after a delivery: one pass that consumes the oldest
+// event and answers the next one exactly as firstEvent() would.
+TEST_F(EventFileTest, ConsumingAndReadingTheNextAnswersWhatFirstEventWould) {
+  auto file = open();
+  const std::string a = event(30, 'a'), b = event(300, 'b'), c = event(30, 'c');
+  test::writeFile(path_,
+                  a + "\n\n{\"e\":\"\xC3\xA9\"}\n-consumed\n" + b + "\n" + c + "\n{\"torn\":");
+  EXPECT_EQ(file.removeFirstLineAndReadNext(), b);
+  EXPECT_EQ(file.firstEvent(), b);
+  EXPECT_EQ(file.removeFirstLineAndReadNext(), c);
+  EXPECT_EQ(file.removeFirstLineAndReadNext(), std::nullopt);
+  EXPECT_EQ(file.firstEvent(), std::nullopt);
+  ASSERT_TRUE(file.save(a));
+  EXPECT_EQ(file.removeFirstLineAndReadNext(), std::nullopt);
+  EXPECT_FALSE(fs::exists(path_));
+  EXPECT_EQ(file.removeFirstLineAndReadNext(), std::nullopt);
+}
+
 TEST_F(EventFileTest, SaveRefusesWhatCouldNotBeOneAsciiLine) {
   auto file = open();
   EXPECT_FALSE(file.save(""));
