@@ -240,6 +240,24 @@ TEST_F(EventFileTest, ConsumingAndReadingTheNextAnswersWhatFirstEventWould) {
   EXPECT_EQ(file.removeFirstLineAndReadNext(), std::nullopt);
 }
 
+// The fuzzing corpus's damaged files: consuming and reading the next in one
+// pass answers, at every step, what a fresh look at the file does.
+TEST_F(EventFileTest, OnePassConsumptionAgreesWithFirstEventOnDamagedFiles) {
+  const fs::path corpus = fs::path(ZIVORA_TEST_SOURCE_DIR) / "fuzz" / "corpus" / "EventFileFuzz";
+  int files = 0;
+  for (const auto& entry : fs::directory_iterator(corpus)) {
+    test::writeFile(path_, test::readFile(entry.path()));
+    auto file = open();
+    for (int guard = 0; guard < 10000 && file.firstEvent(); ++guard) {
+      const auto next = file.removeFirstLineAndReadNext();
+      ASSERT_EQ(next, file.firstEvent()) << entry.path();
+    }
+    EXPECT_FALSE(file.firstEvent());
+    ++files;
+  }
+  EXPECT_GT(files, 0);
+}
+
 TEST_F(EventFileTest, SaveRefusesWhatCouldNotBeOneAsciiLine) {
   auto file = open();
   EXPECT_FALSE(file.save(""));
