@@ -175,5 +175,5 @@ int main(int argc, char** argv) {
   BenchFigure::withinRatio("analytics sendEvent on caller, p99",
                            reporter.counter("AnalyticsSendEvent", "p99_us"), fsync, "us", 0.1)
       .print();
-  return 0;
+  return BenchFigure::exitStatus();
 }

@@ -6,6 +6,12 @@
 // `ratio` is SDK cost over baseline cost whatever the unit, so above 1 means
 // the SDK is slower or bigger. Figures held to an absolute bound carry it in
 // `limit` (in `unit`) and may have no baseline.
+//
+// Before it is printed a figure is checked for sense: a time must be
+// positive and no longer than this process has run, any other quantity
+// finite and not negative, and a ratio target needs a baseline measured
+// here. A figure that fails says why in `invalid`, a line on stderr names
+// it, and the benchmark's exit status (exitStatus()) becomes kImplausible.
 #pragma once
 
 #include <optional>
@@ -14,6 +20,9 @@
 namespace zivora::bench {
 
 struct BenchFigure {
+  // The exit status of a benchmark that printed a figure failing its check.
+  static constexpr int kImplausible = 3;
+
   std::string figure;
   double sdk = 0;
   std::optional<double> baseline;
@@ -21,6 +30,8 @@ struct BenchFigure {
   std::string target;
   std::optional<double> limit;
   std::optional<bool> met;
+  // Why the figure cannot be right; empty while it is plausible.
+  std::string invalid;
 
   // SDK over baseline, when there is a baseline to divide by.
   std::optional<double> ratio() const;
@@ -36,8 +47,16 @@ struct BenchFigure {
   static BenchFigure stated(std::string figure, double sdk, std::optional<double> baseline,
                             std::string unit);
 
+  // Fills `invalid` when the figure fails its check; the same figure back.
+  BenchFigure& check();
   std::string line() const;
-  void print() const;
+  // Checks, then prints the line (and, when invalid, the reason on stderr).
+  void print();
+
+  // 0, or kImplausible once an invalid figure was printed: what main returns.
+  static int exitStatus();
+  // Seconds since this process started: no time it measured can be longer.
+  static double processSeconds();
 };
 
 }  // namespace zivora::bench

@@ -196,9 +196,11 @@ int main(int argc, char** argv) {
   BenchFigure::belowLimit("resume x10: bytes delivered twice", double(delivered - size),
                           std::nullopt, "bytes", 0, "= 0 bytes")
       .print();
-  // What was on the wire when each transfer was cancelled; shown, not held.
-  BenchFigure::stated("resume x10: bytes nginx sent beyond the file", double(sent - size),
-                      std::nullopt, "bytes")
+  // What was on the wire when each transfer was cancelled: the kernel's
+  // socket buffers, not the SDK's doing; all ten cuts together must not
+  // cost another whole file.
+  BenchFigure::belowLimit("resume x10: bytes nginx sent beyond the file", double(sent - size),
+                          std::nullopt, "bytes", double(size), "<= one more file")
       .print();
-  return 0;
+  return BenchFigure::exitStatus();
 }

@@ -4,12 +4,16 @@
 //  2. draining N queued events to the local sandbox over TLS against N
 //     POSTs of the same bodies on one reused libcurl easy handle.
 //
-// Target: a save within 1.2 of the plain loop; the drain's ratio is stated.
+// Targets: a save within 1.2 of the plain loop; the drain at least 0.9 of
+// curl's rate (its cost per event at most 1.11 of curl's). Both sides of
+// each figure are measured in this run, alternating: the saves' medians and
+// the drains' best rounds are kept.
 //
 //   build/release/bench/zivora_bench_events [saves=500] [drained=10000]
 #include <curl/curl.h>
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,6 +22,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "BenchFigure.h"
@@ -47,6 +52,8 @@ std::string eventFor(int i) {
   text += std::string(200 - text.size() - 3, 'p');
   return text + "\"}}";
 }
+
+constexpr int kDrainRounds = 5;
 
 double seconds(Clock::duration d) { return std::chrono::duration<double>(d).count(); }
 
@@ -98,7 +105,13 @@ double drainRate(zivora::sandbox::SandboxServer& sandbox, const fs::path& root, 
   sandbox.clearReceived();
   auto start = Clock::now();
   controller.serverConnected();
-  if (!sandbox.waitForReceived(static_cast<std::size_t>(count), 600s)) std::abort();
+  // Polled, not waited for: a waiter would be woken by every request the
+  // sandbox takes and compete with the drain for the cores.
+  const auto deadline = start + 600s;
+  while (!sandbox.waitForReceived(static_cast<std::size_t>(count), 0ms)) {
+    if (Clock::now() > deadline) std::abort();
+    std::this_thread::sleep_for(1ms);
+  }
   double rate = count / seconds(Clock::now() - start);
   zivora::Context::install(nullptr);
   return rate;
@@ -154,11 +167,19 @@ int main(int argc, char** argv) {
   zivora::sandbox::SandboxServer sandbox(
       zivora::sandbox::SandboxOptions{.certDirectory = dir / "certs"});
   sandbox.start();
-  double curl = curlRate(sandbox, drained);
-  double queue = drainRate(sandbox, dir / "root", drained);
+  std::vector<double> curls, queues;
+  for (int round = 0; round < kDrainRounds; ++round) {
+    curls.push_back(curlRate(sandbox, drained));
+    queues.push_back(drainRate(sandbox, dir / fmt::format("root{}", round), drained));
+  }
+  // The best round of each: the one least disturbed by the machine's other work.
+  const double curl = *std::max_element(curls.begin(), curls.end());
+  const double queue = *std::max_element(queues.begin(), queues.end());
   fmt::print(
-      "drain {} events to the sandbox: {:.0f}/s; curl, one reused handle: {:.0f}/s; ratio {:.2f}\n",
-      drained, queue, curl, queue / curl);
+      "drain {} events to the sandbox: {:.0f}/s; curl, one reused handle: {:.0f}/s; ratio {:.2f} "
+      "(best of {} alternating rounds; rounds: SDK {:.0f}, curl {:.0f} /s)\n",
+      drained, queue, curl, queue / curl, kDrainRounds, fmt::join(queues, " "),
+      fmt::join(curls, " "));
   sandbox.stop();
   fs::remove_all(dir);
 
@@ -167,8 +188,8 @@ int main(int argc, char** argv) {
   BenchFigure::withinRatio("event save (200 B) vs write+fdatasync", 1e6 / median(ours),
                            1e6 / median(plain), "us", 1.2)
       .print();
-  BenchFigure::stated(fmt::format("drain {} events vs curl POSTs", drained), 1e6 / queue,
-                      1e6 / curl, "us")
+  BenchFigure::withinRatio(fmt::format("drain {} events vs curl POSTs", drained), 1e6 / queue,
+                           1e6 / curl, "us", 1.11)
       .print();
-  return 0;
+  return BenchFigure::exitStatus();
 }

@@ -158,5 +158,5 @@ int main(int argc, char** argv) {
   sandbox.stop();
   std::error_code ignored;
   std::filesystem::remove_all(root, ignored);
-  return 0;
+  return zivora::bench::BenchFigure::exitStatus();
 }

@@ -28,7 +28,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <future>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -61,25 +63,36 @@ double median(std::vector<double> values) {
 }
 
 // Plays as soon as the controller is prepared and notes the moments that
-// make up the figure.
+// make up the figure. Main queue only.
 class Timing final : public ui::ZVPlayerControllerDelegate {
  public:
   void playerControllerPrepared() override {
     prepared = Clock::now();
     if (auto player = controller.lock()) player->play();
   }
-  void didShowView() override { shown = Clock::now(); }
+  void didShowView() override {
+    shown = Clock::now();
+    if (onShown) onShown();
+  }
   void errorPlayingVideo(std::int32_t error) override {
     std::fprintf(stderr, "playback failed: %d\n", error);
     failed = true;
   }
   std::weak_ptr<ui::ZVPlayerController> controller;
-  Clock::time_point prepared, shown;
+  std::function<void()> onShown;
+  std::optional<Clock::time_point> prepared, shown;
   bool failed = false;
 };
 
-// Milliseconds from prepareFromURL() to the first frame in the canvas,
-// without the slide-in.
+[[noreturn]] void implausible(const char* what) {
+  std::fprintf(stderr, "first frame: %s; no figure\n", what);
+  std::exit(bench::BenchFigure::kImplausible);
+}
+
+// Milliseconds from prepareFromURL() to prepared, plus from the end of the
+// slide-in (when the player starts) to the first picture drawn after it.
+// A picture that the player view held before the slide-in ended does not
+// count earlier: the frame is looked for only once the view is shown.
 double controllerFirstFrame(dispatch::ThreadRuntime& runtime, ui::Presenter& presenter,
                             const std::string& url, const std::string& name) {
   auto controller = std::make_shared<ui::ZVPlayerController>();
@@ -89,15 +102,9 @@ double controllerFirstFrame(dispatch::ThreadRuntime& runtime, ui::Presenter& pre
   std::promise<Clock::time_point> drawn;
   dispatch::TaskHandle watch;
   std::shared_ptr<ui::Window> window;
-
-  const auto start = Clock::now();
-  controller->prepareFromURL(url, name);
-  runtime.mainQueue().async([&] {
-    window = std::make_shared<ui::Window>(presenter.screen().bounds());
-    window->addSubview(controller->view());
-    presenter.present(window);
-    // The memory presenter draws when asked: ask as soon as the player view
-    // holds a picture.
+  // The memory presenter draws when asked: ask as soon as the shown player
+  // view holds a picture.
+  timing->onShown = [&] {
     watch = runtime.mainQueue().every(microseconds(500), [&] {
       auto picture = controller->view() ? controller->view()->getPlayerView() : nullptr;
       if (timing->failed || !picture || !picture->hasPicture()) return;
@@ -105,6 +112,14 @@ double controllerFirstFrame(dispatch::ThreadRuntime& runtime, ui::Presenter& pre
       presenter.renderFrame(true);
       drawn.set_value(Clock::now());
     });
+  };
+
+  const auto start = Clock::now();
+  controller->prepareFromURL(url, name);
+  runtime.mainQueue().async([&] {
+    window = std::make_shared<ui::Window>(presenter.screen().bounds());
+    window->addSubview(controller->view());
+    presenter.present(window);
   });
   auto future = drawn.get_future();
   if (future.wait_for(30s) != std::future_status::ready) {
@@ -113,8 +128,12 @@ double controllerFirstFrame(dispatch::ThreadRuntime& runtime, ui::Presenter& pre
   }
   const auto firstFrame = future.get();
   std::promise<void> gone;
+  std::optional<Clock::time_point> prepared, shown;
   runtime.mainQueue().async([&] {
     watch.cancel();
+    timing->onShown = nullptr;
+    prepared = timing->prepared;
+    shown = timing->shown;
     controller->stop();
     presenter.dismiss(*window);
     window.reset();
@@ -122,7 +141,11 @@ double controllerFirstFrame(dispatch::ThreadRuntime& runtime, ui::Presenter& pre
     gone.set_value();
   });
   gone.get_future().wait();
-  return ms((timing->prepared - start) + (firstFrame - timing->shown));
+  // Each moment must have happened, in this order.
+  if (!prepared || !shown) implausible("the player was drawn without being prepared and shown");
+  if (*prepared < start || *shown < *prepared || firstFrame < *shown)
+    implausible("the moments of a run are out of order");
+  return ms((*prepared - start) + (firstFrame - *shown));
 }
 
 // Milliseconds from starting gst-launch-1.0 to the first buffer at its video
@@ -178,7 +201,13 @@ int main(int argc, char** argv) {
   const double cold = ours.front();
   ours.erase(ours.begin());
   std::vector<double> launch;
-  for (int i = 0; i < runs; ++i) launch.push_back(launchFirstFrame(file));
+  for (int i = 0; i < runs; ++i) {
+    launch.push_back(launchFirstFrame(file));
+    if (launch.back() < 0) {
+      std::fprintf(stderr, "first frame: gst-launch-1.0 showed no frame; no figure\n");
+      return 1;
+    }
+  }
 
   const double warm = median(ours);
   const double baseline = median(launch);
@@ -198,5 +227,5 @@ int main(int argc, char** argv) {
   using bench::BenchFigure;
   BenchFigure::withinRatio("first frame, warm vs gst-launch", warm, baseline, "ms", 1.2).print();
   BenchFigure::withinRatio("first frame, cold vs gst-launch", cold, baseline, "ms", 1.2).print();
-  return 0;
+  return BenchFigure::exitStatus();
 }

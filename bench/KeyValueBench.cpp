@@ -162,11 +162,14 @@ int main(int argc, char** argv) {
   if (!zivora::bench::RecordingReporter::runBenchmarks(argc, argv, reporter)) return 1;
 
   using zivora::bench::BenchFigure;
-  BenchFigure::stated("user-defaults write (commit)", reporter.realTime("UserDefaultsSetString"),
-                      reporter.realTime("SqliteBaselineUpsert"), "us")
+  // The same durability and the same statements underneath: within 1.2 of
+  // plain SQLite, as the other stores are of their floors.
+  BenchFigure::withinRatio("user-defaults write (commit)",
+                           reporter.realTime("UserDefaultsSetString"),
+                           reporter.realTime("SqliteBaselineUpsert"), "us", 1.2)
       .print();
-  BenchFigure::stated("user-defaults read", reporter.realTime("UserDefaultsStringForKey"),
-                      reporter.realTime("SqliteBaselineSelect"), "us")
+  BenchFigure::withinRatio("user-defaults read", reporter.realTime("UserDefaultsStringForKey"),
+                           reporter.realTime("SqliteBaselineSelect"), "us", 1.2)
       .print();
-  return 0;
+  return BenchFigure::exitStatus();
 }

@@ -15,6 +15,7 @@
 //    fakesinks, once as playbin picks the format (I420, no conversion) and
 //    once converted to RGBA by videoconvert.
 
+#include <fmt/format.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -28,6 +29,7 @@
 #include <string>
 #include <vector>
 
+#include "BenchFigure.h"
 #include "CachedVideoScene.h"
 #include "platform/linux/GstMediaFactory.h"
 #include "platform/linux/ThreadRuntime.h"
@@ -259,21 +261,16 @@ int main(int argc, char** argv) {
   // The figures as machine-readable lines for the benchmark report: CPU
   // within 1.5 of gst-launch decoding, peak RSS at most 40 MiB above it.
   const double launchRss = static_cast<double>(launch.peakRssKiB) / 1024.0;
+  using zivora::bench::BenchFigure;
   for (const auto& [name, usage] :
        {std::pair{"seam", seam}, std::pair{"headless ad screen", screen}}) {
-    const double cpuRatio = usage.cpuSeconds / launch.cpuSeconds;
-    std::printf(
-        "BENCH {\"figure\": \"10 s 720p CPU, %s vs gst-launch\", \"sdk\": %.3f, "
-        "\"baseline\": %.3f, \"unit\": \"s\", \"target\": \"ratio <= 1.5\", \"ratio\": %.3f, "
-        "\"met\": %s}\n",
-        name, usage.cpuSeconds, launch.cpuSeconds, cpuRatio, cpuRatio <= 1.5 ? "true" : "false");
+    BenchFigure::withinRatio(fmt::format("10 s 720p CPU, {} vs gst-launch", name), usage.cpuSeconds,
+                             launch.cpuSeconds, "s", 1.5)
+        .print();
     const double rss = static_cast<double>(usage.peakRssKiB) / 1024.0;
-    std::printf(
-        "BENCH {\"figure\": \"10 s 720p peak RSS, %s vs gst-launch\", \"sdk\": %.1f, "
-        "\"baseline\": %.1f, \"unit\": \"MiB\", \"target\": \"<= baseline + 40 MiB\", "
-        "\"ratio\": %.3f, \"limit\": %.1f, \"met\": %s}\n",
-        name, rss, launchRss, rss / launchRss, launchRss + 40,
-        rss <= launchRss + 40 ? "true" : "false");
+    BenchFigure::belowLimit(fmt::format("10 s 720p peak RSS, {} vs gst-launch", name), rss,
+                            launchRss, "MiB", launchRss + 40, "<= baseline + 40 MiB")
+        .print();
   }
-  return 0;
+  return BenchFigure::exitStatus();
 }

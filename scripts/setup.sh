@@ -27,6 +27,16 @@ packages=(
   python3-matplotlib
 )
 
+# bench/run draws its chart under Debian's interpreter, which is the one
+# that sees python3-matplotlib (a python3 earlier on PATH, such as pyenv's,
+# does not; bench/run moves itself to /usr/bin/python3 for that reason).
+check_chart() {
+  if ! /usr/bin/python3 -c 'import matplotlib' 2>/dev/null; then
+    echo "setup: /usr/bin/python3 cannot import matplotlib although python3-matplotlib is installed" >&2
+    exit 1
+  fi
+}
+
 missing=()
 for package in "${packages[@]}"; do
   status=$(dpkg-query -W -f='${Status}' "$package" 2>/dev/null || true)
@@ -35,6 +45,7 @@ done
 
 if ((${#missing[@]} == 0)); then
   echo "setup: all ${#packages[@]} packages present"
+  check_chart
   exit 0
 fi
 
@@ -52,3 +63,4 @@ if [[ ! -e /usr/sbin/policy-rc.d ]]; then
 fi
 apt-get update -qq
 apt-get install -y -qq --no-install-recommends "${missing[@]}"
+check_chart

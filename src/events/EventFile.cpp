@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <map>
 #include <system_error>
@@ -159,6 +160,8 @@ bool EventFile::append(std::string_view event) {
   try {
     file.write(size, line);
     file.sync();
+    // The sync covered every mark written to the file before it.
+    syncedMarks_ = consumedMarks_;
   } catch (...) {
     // Leave no half event behind; if even that fails the next save repairs it.
     file.truncate(size);
@@ -236,6 +239,12 @@ std::int64_t EventFile::findOffset(Handle& file, std::int64_t size) {
 std::optional<EventFile::Line> EventFile::firstLiveLine(Handle& file, std::int64_t size) {
   std::int64_t offset = findOffset(file, size);
   if (offset < 0) return std::nullopt;
+  return firstLiveLineFrom(file, offset, size);
+}
+
+// The same from `offset`, a line start with nothing live before it.
+std::optional<EventFile::Line> EventFile::firstLiveLineFrom(Handle& file, std::int64_t offset,
+                                                            std::int64_t size) {
   while (auto line = readLine(file, offset, size)) {
     offset = line->start + static_cast<std::int64_t>(line->text.size()) + 1;
     if (line->text.empty()) {
@@ -276,21 +285,72 @@ bool EventFile::hasSavedEvents() noexcept { return firstEvent().has_value(); }
 
 // --- consuming -------------------------------------------------------------
 
-void EventFile::removeFirstLine() noexcept {
+void EventFile::removeFirstLine() noexcept { consume(false); }
+
+std::optional<std::string> EventFile::removeFirstLineAndReadNext() noexcept {
+  return consume(true);
+}
+
+// One open and one look at the header for both the consumption and, when
+// asked, the read of the event after it.
+std::optional<std::string> EventFile::consume(bool readNext) noexcept {
   try {
     std::lock_guard lock(*mutex_);
     int fd = options_.io->open(options_.path.c_str(), O_RDWR, 0);
     if (fd < 0) {
-      if (errno == ENOENT) return;
+      if (errno == ENOENT) return std::nullopt;
       fail("open");
     }
     Handle file(*options_.io, fd);
     std::int64_t size = file.size();
-    if (size == 0) return;
-    if (auto line = firstLiveLine(file, size)) setIgnoreLine(file, *line, size);
+    if (size == 0) return std::nullopt;
+    auto line = firstLiveLine(file, size);
+    if (!line) return std::nullopt;
+    ++consumedMarks_;
+    if (setIgnoreLine(file, *line, size)) {
+      // A deleted file has nothing left to sync; should the deletion not
+      // survive a power cut, the file comes back as last synced.
+      syncedMarks_ = consumedMarks_;
+      return std::nullopt;
+    }
+    if (consumedMarks_ - syncedMarks_ >= options_.maxUnsyncedConsumed) {
+      file.sync();
+      syncedMarks_ = consumedMarks_;
+    }
+    if (!readNext) return std::nullopt;
+    const std::int64_t next = line->start + static_cast<std::int64_t>(line->text.size()) + 1;
+    if (auto after = firstLiveLineFrom(file, next, size)) return std::move(after->text);
   } catch (const std::exception& error) {
     options_.logError("removeFirstLine", error.what());
   }
+  return std::nullopt;
+}
+
+void EventFile::syncConsumed() noexcept {
+  try {
+    std::unique_lock lock(*mutex_);
+    const std::int64_t marks = consumedMarks_;
+    if (syncedMarks_ >= marks) return;
+    int fd = options_.io->open(options_.path.c_str(), O_RDWR, 0);
+    if (fd < 0) {
+      if (errno != ENOENT) fail("open");
+      syncedMarks_ = std::max(syncedMarks_, marks);
+      return;
+    }
+    Handle file(*options_.io, fd);
+    // Marks written while the disk works are not counted as synced.
+    lock.unlock();
+    file.sync();
+    lock.lock();
+    syncedMarks_ = std::max(syncedMarks_, marks);
+  } catch (const std::exception& error) {
+    options_.logError("syncConsumed", error.what());
+  }
+}
+
+int EventFile::unsyncedConsumed() const noexcept {
+  std::lock_guard lock(*mutex_);
+  return static_cast<int>(consumedMarks_ - syncedMarks_);
 }
 
 // A consumed line starts with '-'. One that went on with "!" and digits
@@ -303,12 +363,15 @@ void EventFile::markConsumed(Handle& file, const Line& line) {
 // Marks `line` consumed, then points the header past it. The header is
 // written only where it lands wholly on consumed bytes and leaves the line
 // feed that ends `line` in place, so it can never swallow a live event.
-void EventFile::setIgnoreLine(Handle& file, const Line& line, std::int64_t size) {
+// True when that emptied the file and it was deleted.
+bool EventFile::setIgnoreLine(Handle& file, const Line& line, std::int64_t size) {
   const std::int64_t next = line.start + static_cast<std::int64_t>(line.text.size()) + 1;
   markConsumed(file, line);
   std::string header = fmt::format("-!{}\n-", next);
   if (static_cast<std::int64_t>(header.size()) < next) file.write(0, header);
-  if (next >= size && size >= 2) unlinkFile();
+  if (next < size || size < 2) return false;
+  unlinkFile();
+  return true;
 }
 
 void EventFile::removeFile() noexcept {

@@ -29,6 +29,9 @@ struct EventFileOptions {
   // tail) is marked consumed, with a description.
   std::function<void(std::string_view message)> logRepair = [](std::string_view) {};
   std::shared_ptr<platform::FileIo> io = nullptr;  // null: the real system calls
+  // Consumed marks are made durable in groups (syncConsumed()); should
+  // nobody sync them, removeFirstLine() does once this many are unsynced.
+  int maxUnsyncedConsumed = 32;
 };
 
 // A persistent queue of one-line events in a single append-only file.
@@ -39,6 +42,15 @@ struct EventFileOptions {
 // "-!P\n-" over the start of the file, where P is the offset after its line
 // feed; the file is deleted once nothing after P is left. Nothing else is
 // ever rewritten, so a reader never sees a half-moved event.
+//
+// Delivery is at least once, so a consumed mark that a crash loses costs a
+// duplicate, never a loss: marks are synced in groups, by the owner through
+// syncConsumed() (which lets the queue go on while the disk works), and by
+// removeFirstLine() itself when maxUnsyncedConsumed are waiting. A process
+// that dies keeps its written marks in the page cache, so it resends at
+// most the event it had in flight; a power cut can bring back at most
+// maxUnsyncedConsumed delivered events (each save's sync covers the marks
+// written before it, too).
 //
 // Every operation on one path holds that path's process-wide mutex, so a
 // save never lands in a file that a reader has just unlinked. No operation
@@ -55,7 +67,16 @@ class EventFile {
   std::optional<std::string> firstEvent() noexcept;
   bool hasSavedEvents() noexcept;
   // Consumes the oldest live event; deletes the file when it was the last.
+  // The mark is synced with its group.
   void removeFirstLine() noexcept;
+  // Makes the consumed marks written so far durable. The path's mutex is
+  // not held while the disk syncs, so the other operations go on meanwhile.
+  void syncConsumed() noexcept;
+  // Marks written by this object and not yet synced.
+  int unsyncedConsumed() const noexcept;
+  // removeFirstLine(), then the event that is the oldest after it (as
+  // firstEvent() would answer, at a fraction of its cost).
+  std::optional<std::string> removeFirstLineAndReadNext() noexcept;
   void removeFile() noexcept;
 
   const std::filesystem::path& path() const { return options_.path; }
@@ -74,13 +95,19 @@ class EventFile {
   std::optional<Line> readLine(Handle& file, std::int64_t offset, std::int64_t size);
   std::int64_t findOffset(Handle& file, std::int64_t size);
   std::optional<Line> firstLiveLine(Handle& file, std::int64_t size);
+  std::optional<Line> firstLiveLineFrom(Handle& file, std::int64_t offset, std::int64_t size);
+  std::optional<std::string> consume(bool readNext) noexcept;
   void markConsumed(Handle& file, const Line& line);
-  void setIgnoreLine(Handle& file, const Line& line, std::int64_t size);
+  bool setIgnoreLine(Handle& file, const Line& line, std::int64_t size);
   void repairTornTail(Handle& file, std::int64_t size);
   void unlinkFile();
 
   EventFileOptions options_;
   std::shared_ptr<std::mutex> mutex_;
+  // Marks written and marks known durable, counted since construction;
+  // guarded by *mutex_.
+  std::int64_t consumedMarks_ = 0;
+  std::int64_t syncedMarks_ = 0;
 };
 
 }  // namespace zivora

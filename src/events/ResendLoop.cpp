@@ -19,6 +19,10 @@ ResendLoop::ResendLoop(std::shared_ptr<dispatch::Runtime> runtime, std::shared_p
   if (!options_.waitsForServer) isServerConnected_ = true;
 }
 
+// Marks still unsynced when the loop goes (its timer may never run) are
+// synced here, on whatever thread lets the loop go.
+ResendLoop::~ResendLoop() { saver_->syncConsumed(); }
+
 bool ResendLoop::isCurrent() const noexcept { return serial_->isCurrent(); }
 
 bool ResendLoop::sendEvent(const std::string& json) noexcept {
@@ -68,13 +72,19 @@ void ResendLoop::onSerial(const char* method, Body body) {
 void ResendLoop::sendFirstEvent() {
   // A back-off is pending: it will try again when it ends.
   if (cancelAll_) return;
-  auto event = saver_->firstEvent();
+  send(saver_->firstEvent());
+}
+
+// Sends `event`, the oldest one, and hands the answer back to the queue.
+void ResendLoop::send(std::optional<std::string> event) {
   if (!event) {
     hasThread_ = false;
+    // An event saved after the read above found the loop still busy.
+    trySendEvent();
     return;
   }
   if (options_.undeliverable && options_.undeliverable(*event)) {
-    saver_->removeFirstLine();
+    consumeFirstEvent(false);
     hasThread_ = false;
     trySendEvent();
     return;
@@ -89,16 +99,55 @@ void ResendLoop::sendFirstEvent() {
 }
 
 void ResendLoop::receiveResult(int code) {
-  hasThread_ = false;
   if (code == TS_HTTP_STATUS_CODE_OK) {
     cancelAll_ = false;
     delayResendOffline_ = kFirstDelay;
-    saver_->removeFirstLine();
-    trySendEvent();
-  } else {
-    cancelAll_ = true;
-    sleepResendThread();
+    // The loop stays busy (hasThread_ remains set) and sends the next event
+    // at once: no second look at the file to learn whether there is one.
+    send(consumeFirstEvent(true));
+    return;
   }
+  hasThread_ = false;
+  cancelAll_ = true;
+  sleepResendThread();
+}
+
+std::optional<std::string> ResendLoop::consumeFirstEvent(bool readNext) {
+  std::optional<std::string> next;
+  if (readNext)
+    next = saver_->removeFirstLineAndReadNext();
+  else
+    saver_->removeFirstLine();
+  scheduleConsumedSync();
+  return next;
+}
+
+// A full group is synced at once, the first mark of a group after the
+// delay; both on the global queue.
+void ResendLoop::scheduleConsumedSync() {
+  const int unsynced = saver_->unsyncedConsumed();
+  if (unsynced >= kConsumedSyncGroup) {
+    if (!syncQueued_.exchange(true)) {
+      runtime_->globalQueue().async([weak = weak_from_this()] {
+        if (auto self = weak.lock()) {
+          self->syncQueued_ = false;
+          self->syncConsumedInBackground("syncConsumedDispatch");
+        }
+      });
+    }
+  } else if (unsynced > 0 && !syncTimerArmed_.exchange(true)) {
+    runtime_->globalQueue().after(kConsumedSyncDelay, [weak = weak_from_this()] {
+      if (auto self = weak.lock()) {
+        self->syncTimerArmed_ = false;
+        self->syncConsumedInBackground("syncConsumedTimerDispatch");
+      }
+    });
+  }
+}
+
+void ResendLoop::syncConsumedInBackground(const char* method) {
+  guarded(
+      options_.className, method, [&] { saver_->syncConsumed(); }, options_.report);
 }
 
 void ResendLoop::sleepResendThread() {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "util/Guard.h"
@@ -41,16 +42,30 @@ struct ResendLoopOptions {
 // queue of its own. After a failure the queue sleeps 1 s, then 2, 4 ... up
 // to 100 s between attempts; the first success resets the pause to 1 s.
 // Events are never dropped for failing.
+//
+// The consumed marks of delivered events are synced in groups on the
+// global queue, so that sending never waits for the disk: once
+// kConsumedSyncGroup marks are unsynced, and kConsumedSyncDelay after the
+// first unsynced mark at the latest. Should the disk fall behind, the file
+// syncs in line at EventFileOptions::maxUnsyncedConsumed marks, which
+// bounds the delivered events a power cut can bring back.
 class ResendLoop : public std::enable_shared_from_this<ResendLoop> {
  public:
   static constexpr std::int32_t kFirstDelay = TS_DELAY_RESEND_EVENT;
   static constexpr std::int32_t kMaxDelay = TS_MAX_DELAY_RESEND_EVENT;
+  // Unsynced consumed marks that start a sync at once.
+  static constexpr int kConsumedSyncGroup = 16;
+  // The longest a consumed mark waits before its sync starts.
+  static constexpr std::chrono::milliseconds kConsumedSyncDelay{100};
 
   // The pause that follows `delay` seconds: double, capped at kMaxDelay.
   static std::int32_t nextDelay(std::int32_t delay) noexcept;
 
   ResendLoop(std::shared_ptr<dispatch::Runtime> runtime, std::shared_ptr<EventFile> file,
              ResendLoopOptions options);
+  ~ResendLoop();
+  ResendLoop(const ResendLoop&) = delete;
+  ResendLoop& operator=(const ResendLoop&) = delete;
 
   // Appends `json` (when not empty) and starts sending if possible. True
   // when the event is on disk.
@@ -68,6 +83,11 @@ class ResendLoop : public std::enable_shared_from_this<ResendLoop> {
  private:
   void sendFirstEvent();
   void receiveResult(int code);
+  void send(std::optional<std::string> event);
+  // Consumes the oldest event; answers the next one when asked to read it.
+  std::optional<std::string> consumeFirstEvent(bool readNext);
+  void scheduleConsumedSync();
+  void syncConsumedInBackground(const char* method);
   void sleepResendThread();
   void backOff();
   template <class Body>
@@ -81,6 +101,8 @@ class ResendLoop : public std::enable_shared_from_this<ResendLoop> {
   std::atomic<std::int32_t> delayResendOffline_{kFirstDelay};
   std::atomic<bool> isServerConnected_{false};
   std::atomic<bool> cancelAll_{false};
+  std::atomic<bool> syncQueued_{false};
+  std::atomic<bool> syncTimerArmed_{false};
 };
 
 }  // namespace zivora

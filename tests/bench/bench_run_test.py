@@ -1,8 +1,9 @@
-"""Checks of bench/run's parsing, selection, table and chart, without running
-any benchmark."""
+"""Checks of bench/run's parsing, selection, verdicts, table and chart; the
+benchmarks are stood in for by small scripts."""
 
 import json
 import os
+import stat
 import sys
 import tempfile
 import types
@@ -64,6 +65,7 @@ class ParseBenchLinesTest(unittest.TestCase):
         self.assertIsNone(figures[0]["baseline"])
         self.assertIsNone(figures[0]["met"])
         self.assertEqual(figures[0]["target"], "")
+        self.assertIsNone(figures[0]["invalid"])
 
 
 class SelectTest(unittest.TestCase):
@@ -77,6 +79,118 @@ class SelectTest(unittest.TestCase):
     def test_unknown_name_is_refused(self):
         with self.assertRaises(SystemExit):
             run.select(["facade,nosuch"])
+
+
+def figure(**fields):
+    base = {"benchmark": "b", "figure": "f", "sdk": 1.0, "baseline": None, "unit": "",
+            "ratio": None, "target": "", "limit": None, "met": None, "invalid": None}
+    base.update(fields)
+    return base
+
+
+class JudgeTest(unittest.TestCase):
+    def test_verdict_comes_from_the_numbers_and_the_target(self):
+        within = run.judge(figure(sdk=1.1, baseline=1.0, unit="s", ratio=1.1,
+                                  target="ratio <= 1.2"), wall=10)
+        self.assertEqual(within["verdict"], "met")
+        beyond = run.judge(figure(sdk=1.3, baseline=1.0, unit="s", ratio=1.3,
+                                  target="ratio <= 1.2"), wall=10)
+        self.assertEqual(beyond["verdict"], "MISSED")
+        self.assertIs(beyond["met"], False)
+        limit = run.judge(figure(sdk=120, unit="us", target="p99 < 100 us", limit=100), wall=10)
+        self.assertEqual(limit["verdict"], "MISSED")
+        self.assertEqual(run.judge(figure(sdk=0, unit="bytes", limit=0))["verdict"], "met")
+        self.assertEqual(run.judge(figure(sdk=3, unit="bytes", target="stated"))["verdict"], "no target")
+
+    def test_figures_that_cannot_be_right_are_invalid_never_met_or_missed(self):
+        cases = {
+            # The machine's uptime printed as a first frame, by a benchmark that ran 20 s.
+            "longer than the benchmark ran": figure(sdk=2556212.6, baseline=94.0, unit="ms",
+                                                    ratio=27193.7, target="ratio <= 1.2"),
+            "not positive": figure(sdk=-5.0, baseline=94.0, unit="ms", ratio=-5 / 94,
+                                   target="ratio <= 1.2"),
+            "baseline time 0": figure(sdk=5.0, baseline=0.0, unit="ms", target="ratio <= 1.2"),
+            "ratio from elsewhere": figure(sdk=654.0, baseline=398.0, unit="us", ratio=0.9,
+                                           target="ratio <= 1.2"),
+            "ratio without baseline": figure(sdk=1.0, unit="s", target="ratio <= 1.2"),
+            "verdict disagrees": figure(sdk=2.0, baseline=1.0, unit="s", ratio=2.0,
+                                        target="ratio <= 1.2", met=True),
+            "flagged by the benchmark": figure(sdk=1.0, baseline=1.0, unit="s", ratio=1.0,
+                                               target="ratio <= 1.2", met=True,
+                                               invalid="the moments are out of order"),
+            "no number": figure(sdk=None, unit="s"),
+        }
+        for name, f in cases.items():
+            with self.subTest(name):
+                judged = run.judge(f, wall=20.0)
+                self.assertEqual(judged["verdict"], "invalid")
+                self.assertTrue(judged["invalid"])
+        self.assertIn("out of order", cases["flagged by the benchmark"]["invalid"])
+
+    def test_quantities_other_than_times_need_not_be_below_the_wall_time(self):
+        judged = run.judge(figure(sdk=3e6, unit="bytes", limit=4e6), wall=1.0)
+        self.assertEqual(judged["verdict"], "met")
+
+
+def fake_benchmark(build_dir, target, lines, status):
+    """A script standing in for a benchmark binary: prints `lines`, exits `status`."""
+    path = os.path.join(build_dir, "bench", target)
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    with open(path, "w") as script:
+        script.write("#!/bin/sh\ncat <<'EOF'\n" + "\n".join(lines) + f"\nEOF\nexit {status}\n")
+    os.chmod(path, os.stat(path).st_mode | stat.S_IXUSR)
+
+
+class RunBenchTest(unittest.TestCase):
+    GOOD = bench_line(figure="good", sdk=1.0, baseline=1.0, unit="ms", ratio=1.0,
+                      target="ratio <= 1.2", met=True)
+    FLAGGED = bench_line(figure="flagged", sdk=1.0, baseline=None, unit="ms", target="ratio <= 1.2",
+                         invalid="a ratio target without a baseline measured in this run")
+
+    def run_fake(self, lines, status):
+        with tempfile.TemporaryDirectory() as build:
+            fake_benchmark(build, "fake_target", lines, status)
+            saved, run.BUILD_DIR = run.BUILD_DIR, build
+            stdout, sys.stdout = sys.stdout, open(os.devnull, "w")
+            try:
+                return run.run_bench(run.Bench("fake", "fake_target"), quick=False)
+            finally:
+                sys.stdout.close()
+                sys.stdout = stdout
+                run.BUILD_DIR = saved
+
+    def test_a_figure_that_failed_its_own_check_is_invalid_and_the_others_stand(self):
+        figures, error = self.run_fake([self.GOOD, self.FLAGGED], run.IMPLAUSIBLE_EXIT)
+        self.assertEqual([f["verdict"] for f in figures], ["met", "invalid"])
+        self.assertEqual(error, "printed an invalid figure")
+
+    def test_every_figure_of_a_benchmark_that_failed_is_invalid(self):
+        figures, error = self.run_fake([self.GOOD], 134)
+        self.assertEqual([f["verdict"] for f in figures], ["invalid"])
+        self.assertIn("exit status 134", figures[0]["invalid"])
+        self.assertEqual(error, "exit status 134")
+
+    def test_a_time_longer_than_the_benchmark_ran_is_invalid(self):
+        uptime = bench_line(figure="first frame", sdk=2556212.6, baseline=94.0, unit="ms",
+                            ratio=2556212.6 / 94.0, target="ratio <= 1.2", met=False)
+        figures, error = self.run_fake([self.GOOD, uptime], 0)
+        self.assertIsNone(error)
+        self.assertEqual([f["verdict"] for f in figures], ["met", "invalid"])
+        self.assertIn("longer than the benchmark ran", figures[1]["invalid"])
+
+
+class InterpreterTest(unittest.TestCase):
+    def test_moves_to_debians_interpreter_only_when_that_helps(self):
+        system = "/bin/sh"  # stands for /usr/bin/python3: any executable will do
+        other = "/root/.pyenv/versions/3.11.7/bin/python3"
+        choose = run.interpreter_for_chart
+        self.assertEqual(choose(other, has_matplotlib=False, system_python=system, environ={}), system)
+        self.assertIsNone(choose(other, has_matplotlib=True, system_python=system, environ={}))
+        self.assertIsNone(choose(system, has_matplotlib=False, system_python=system, environ={}))
+        self.assertIsNone(choose(other, has_matplotlib=False, system_python=system,
+                                 environ={run.REEXEC_MARK: "1"}))
+        self.assertIsNone(choose(other, has_matplotlib=False, system_python="/nonexistent/python3",
+                                 environ={}))
 
 
 class ReportTest(unittest.TestCase):
@@ -103,7 +217,13 @@ class ReportTest(unittest.TestCase):
         self.assertTrue(lines[3].endswith("MISSED"))
         # A figure with neither baseline nor pass mark shows dashes, not "None".
         self.assertNotIn("None", lines[4])
-        self.assertTrue(lines[4].endswith("-"))
+        self.assertTrue(lines[4].endswith("no target"))
+
+    def test_invalid_rows_say_why_under_the_table(self):
+        broken = dict(self.FIGURES[0], sdk=-1.0, ratio=-1 / 380.0)
+        lines = run.table([broken]).splitlines()
+        self.assertTrue(lines[2].endswith("invalid"))
+        self.assertIn("not positive", lines[3])
 
     def test_chart_draws_figures_with_and_without_baseline(self):
         try:

@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cinttypes>
@@ -10,6 +11,7 @@
 #include <iostream>
 #include <random>
 #include <set>
+#include <vector>
 
 #include "events/EventFile.h"
 #include "support/TempDir.h"
@@ -109,6 +111,89 @@ TEST(EventFileCrashIntegrationTest, SigkillDuringAppendsLosesAndCorruptsNothing)
   EXPECT_GE(kills, 40);
   EXPECT_EQ(lost, 0);
   EXPECT_EQ(corrupted, 0);
+}
+
+// The child: delivers the file's events oldest first, reporting each one
+// through the pipe before consuming it (as the queue sends, then marks),
+// until the file is empty or SIGKILL comes.
+[[noreturn]] void deliverUntilKilled(const std::filesystem::path& path, int reportFd) {
+  EventFile file(EventFileOptions{.path = path});
+  while (auto event = file.firstEvent()) {
+    const std::int64_t seq = parseEvent(*event);
+    if (::write(reportFd, &seq, sizeof seq) != static_cast<ssize_t>(sizeof seq)) break;
+    file.removeFirstLine();
+  }
+  ::_exit(0);
+}
+
+// Killed while consuming, with its marks synced only in groups, a process
+// loses no event and delivers again at most the one it had in flight.
+TEST(EventFileCrashIntegrationTest, SigkillDuringConsumptionLosesNothingAndResendsAtMostOne) {
+  test::TempDir dir;
+  const auto path = dir.path() / "events.dat";
+  constexpr std::int64_t kEvents = 3000;
+  {
+    EventFile file(EventFileOptions{.path = path});
+    for (std::int64_t seq = 0; seq < kEvents; ++seq) ASSERT_TRUE(file.save(eventFor(seq)));
+  }
+  const auto seed = static_cast<unsigned>(std::random_device{}());
+  std::mt19937 random(seed);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+
+  std::vector<int> deliveries(kEvents, 0);
+  int kills = 0, corrupted = 0;
+  while (kills < 200 && std::chrono::steady_clock::now() < deadline &&
+         std::filesystem::exists(path)) {
+    int reports[2];
+    ASSERT_EQ(::pipe(reports), 0);
+    pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      ::close(reports[0]);
+      deliverUntilKilled(path, reports[1]);
+    }
+    ::close(reports[1]);
+    std::int64_t seq = 0;
+    for (unsigned want = random() % 8, got = 0; got < want && readSeq(reports[0], seq); ++got) {
+      if (seq < 0 || seq >= kEvents)
+        ++corrupted;
+      else
+        ++deliveries[static_cast<std::size_t>(seq)];
+    }
+    for (unsigned spin = random() % 200000; spin > 0; --spin)
+      std::atomic_signal_fence(std::memory_order_seq_cst);
+    ::kill(child, SIGKILL);
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    while (readSeq(reports[0], seq)) {
+      if (seq < 0 || seq >= kEvents)
+        ++corrupted;
+      else
+        ++deliveries[static_cast<std::size_t>(seq)];
+    }
+    ::close(reports[0]);
+    ++kills;
+  }
+  EventFile reader(EventFileOptions{.path = path});
+  while (auto event = reader.firstEvent()) {
+    const std::int64_t seq = parseEvent(*event);
+    if (seq < 0)
+      ++corrupted;
+    else
+      ++deliveries[static_cast<std::size_t>(seq)];
+    reader.removeFirstLine();
+  }
+
+  const auto lost = std::count(deliveries.begin(), deliveries.end(), 0);
+  std::int64_t duplicates = 0;
+  for (int d : deliveries) duplicates += std::max(d - 1, 0);
+  std::cout << "consumption crash test (seed " << seed << "): kills=" << kills
+            << " duplicates=" << duplicates << " lost=" << lost << " corrupted=" << corrupted
+            << "\n";
+  EXPECT_GE(kills, 40);
+  EXPECT_EQ(lost, 0);
+  EXPECT_EQ(corrupted, 0);
+  EXPECT_LE(duplicates, kills);
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "events/ZVFileSaver.h"
 #include "platform/FileIo.h"
 #include "support/Files.h"
+#include "support/ForwardingFileIo.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
 
@@ -89,6 +90,36 @@ class FaultyFileIo final : public platform::FileIo {
   int writeError_ = 0;
   std::size_t maxWrite_ = 0;
   bool crashed_ = false;
+};
+
+// The real system calls, keeping the bytes of the one file as they were at
+// its last fdatasync (or as they were made, when it exists already):
+// powerCut() puts the file back to that, or removes it when it was never
+// synced, as a machine losing its page cache would.
+class PowerCutFileIo final : public test::ForwardingFileIo {
+ public:
+  explicit PowerCutFileIo(fs::path path) : path_(std::move(path)) {
+    if (fs::exists(path_)) durable_ = test::readFile(path_);
+  }
+
+  int syncs() const { return syncs_; }
+  void powerCut() {
+    if (durable_)
+      test::writeFile(path_, *durable_);
+    else
+      fs::remove(path_);
+  }
+
+  int fdatasync(int fd) override {
+    ++syncs_;
+    durable_ = test::readFile(path_);
+    return ForwardingFileIo::fdatasync(fd);
+  }
+
+ private:
+  fs::path path_;
+  std::optional<std::string> durable_;
+  int syncs_ = 0;
 };
 
 class EventFileTest : public ::testing::Test {
@@ -191,6 +222,42 @@ TEST_F(EventFileTest, LinesThatCanNeverBeSentDoNotStallTheQueue) {
   }
 }
 
+// What the queue uses after a delivery: one pass that consumes the oldest
+// event and answers the next one exactly as firstEvent() would.
+TEST_F(EventFileTest, ConsumingAndReadingTheNextAnswersWhatFirstEventWould) {
+  auto file = open();
+  const std::string a = event(30, 'a'), b = event(300, 'b'), c = event(30, 'c');
+  test::writeFile(path_,
+                  a + "\n\n{\"e\":\"\xC3\xA9\"}\n-consumed\n" + b + "\n" + c + "\n{\"torn\":");
+  EXPECT_EQ(file.removeFirstLineAndReadNext(), b);
+  EXPECT_EQ(file.firstEvent(), b);
+  EXPECT_EQ(file.removeFirstLineAndReadNext(), c);
+  EXPECT_EQ(file.removeFirstLineAndReadNext(), std::nullopt);
+  EXPECT_EQ(file.firstEvent(), std::nullopt);
+  ASSERT_TRUE(file.save(a));
+  EXPECT_EQ(file.removeFirstLineAndReadNext(), std::nullopt);
+  EXPECT_FALSE(fs::exists(path_));
+  EXPECT_EQ(file.removeFirstLineAndReadNext(), std::nullopt);
+}
+
+// The fuzzing corpus's damaged files: consuming and reading the next in one
+// pass answers, at every step, what a fresh look at the file does.
+TEST_F(EventFileTest, OnePassConsumptionAgreesWithFirstEventOnDamagedFiles) {
+  const fs::path corpus = fs::path(ZIVORA_TEST_SOURCE_DIR) / "fuzz" / "corpus" / "EventFileFuzz";
+  int files = 0;
+  for (const auto& entry : fs::directory_iterator(corpus)) {
+    test::writeFile(path_, test::readFile(entry.path()));
+    auto file = open();
+    for (int guard = 0; guard < 10000 && file.firstEvent(); ++guard) {
+      const auto next = file.removeFirstLineAndReadNext();
+      ASSERT_EQ(next, file.firstEvent()) << entry.path();
+    }
+    EXPECT_FALSE(file.firstEvent());
+    ++files;
+  }
+  EXPECT_GT(files, 0);
+}
+
 TEST_F(EventFileTest, SaveRefusesWhatCouldNotBeOneAsciiLine) {
   auto file = open();
   EXPECT_FALSE(file.save(""));
@@ -256,6 +323,62 @@ TEST_F(EventFileTest, AFullDiskRefusesTheEventAndLeavesTheFileIntact) {
   EXPECT_TRUE(open(trickling).save(b));
   auto file = open();
   EXPECT_EQ(drain(file), (std::vector<std::string>{a, b}));
+}
+
+// Left to itself the file syncs its consumed marks 32 at a time, so a power
+// cut after any number of deliveries brings back at most 31 delivered
+// events (32 when it strikes inside that sync) and never loses one that
+// was not delivered.
+TEST_F(EventFileTest, APowerCutResendsAtMostTheUnsyncedDeliveredEventsAndLosesNone) {
+  std::vector<std::string> events;
+  std::string bytes;
+  for (int i = 0; i < 40; ++i) {
+    events.push_back(event(40 + i % 7, static_cast<char>('a' + i % 26)));
+    bytes += events.back() + "\n";
+  }
+  std::size_t worst = 0;
+  for (std::size_t delivered = 0; delivered <= events.size(); ++delivered) {
+    test::writeFile(path_, bytes);
+    auto io = std::make_shared<PowerCutFileIo>(path_);
+    auto file = open(io);
+    for (std::size_t i = 0; i < delivered; ++i) {
+      ASSERT_EQ(file.firstEvent(), events[i]);
+      file.removeFirstLine();
+    }
+    EXPECT_EQ(io->syncs(), static_cast<int>(delivered / 32)) << delivered;
+    io->powerCut();
+
+    auto again = open();
+    const auto resent = drain(again);
+    ASSERT_GE(resent.size(), events.size() - delivered) << delivered;
+    EXPECT_TRUE(std::equal(resent.begin(), resent.end(), events.end() - resent.size()))
+        << "after " << delivered << " deliveries";
+    worst = std::max(worst, resent.size() - (events.size() - delivered));
+  }
+  EXPECT_EQ(worst, 31u);
+}
+
+TEST_F(EventFileTest, SyncConsumedAndEverySaveMakeTheMarksSoFarDurable) {
+  auto io = std::make_shared<PowerCutFileIo>(path_);
+  auto file = open(io);
+  for (char c : std::string("abcdef")) ASSERT_TRUE(file.save(event(30, c)));
+  file.removeFirstLine();
+  file.removeFirstLine();
+  EXPECT_EQ(file.unsyncedConsumed(), 2);
+  file.syncConsumed();
+  EXPECT_EQ(file.unsyncedConsumed(), 0);
+  const int syncs = io->syncs();
+  file.syncConsumed();  // nothing to sync: no system call
+  EXPECT_EQ(io->syncs(), syncs);
+
+  file.removeFirstLine();
+  ASSERT_TRUE(file.save(event(30, 'g')));
+  EXPECT_EQ(file.unsyncedConsumed(), 0);
+  file.removeFirstLine();
+  io->powerCut();
+  auto again = open();
+  EXPECT_EQ(drain(again), (std::vector<std::string>{event(30, 'd'), event(30, 'e'), event(30, 'f'),
+                                                    event(30, 'g')}));
 }
 
 TEST(ZVFileSaverTest, KeepsItsEventsInTheDocumentsDirectoryAndLogsEachSave) {

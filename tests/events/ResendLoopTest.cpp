@@ -4,6 +4,7 @@
 
 #include "events/EventFile.h"
 #include "events/ResendLoop.h"
+#include "support/ForwardingFileIo.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
 #include "support/VirtualRuntime.h"
@@ -99,6 +100,78 @@ TEST_F(ResendLoopTest, OnlyOneRequestIsInFlightAndEventsArrivingMeanwhileFollow)
   runtime_->advanceUntilNoTasks();
   EXPECT_EQ(sentEvents(),
             (std::vector<std::string>{"{\"n\":1}", "{\"n\":1}", "{\"n\":2}", "{\"n\":3}"}));
+}
+
+// When each fdatasync happened, on the virtual clock.
+class SyncTimes final : public test::ForwardingFileIo {
+ public:
+  explicit SyncTimes(test::VirtualRuntime& runtime) : runtime_(runtime) {}
+  int fdatasync(int fd) override {
+    times.push_back(runtime_.elapsed());
+    return ForwardingFileIo::fdatasync(fd);
+  }
+  std::vector<dispatch::Duration> times;
+
+ private:
+  test::VirtualRuntime& runtime_;
+};
+
+class ConsumedSyncTest : public ResendLoopTest {
+ protected:
+  // A loop on its own file of `count` events whose sends take `sendTime`
+  // each, with the fdatasync calls' times recorded in io_->times.
+  std::shared_ptr<ResendLoop> slowLoop(int count, dispatch::Duration sendTime) {
+    file_ =
+        std::make_shared<EventFile>(EventFileOptions{.path = dir_.path() / "slow.dat", .io = io_});
+    for (int n = 0; n < count; ++n) EXPECT_TRUE(file_->save("{\"n\":" + std::to_string(n) + "}"));
+    io_->times.clear();
+    return std::make_shared<ResendLoop>(
+        runtime_, file_,
+        ResendLoopOptions{.queueLabel = "test.slow",
+                          .className = "ResendLoopTest",
+                          .waitsForServer = false,
+                          .send = [this, sendTime](const std::string& event) {
+                            if (sendTime > dispatch::Duration::zero())
+                              runtime_->clock().sleepFor(sendTime);
+                            sent_.push_back({event, runtime_->elapsed()});
+                            if (replies_.empty()) return 200;
+                            int code = replies_.front();
+                            replies_.pop_front();
+                            return code;
+                          }});
+  }
+
+  std::shared_ptr<SyncTimes> io_ = std::make_shared<SyncTimes>(*runtime_);
+};
+
+// Sends of 30 ms each: the marks of delivered events are synced 100 ms
+// after the first unsynced one, beside the send in flight or the back-off,
+// instead of waiting for a group of sixteen.
+TEST_F(ConsumedSyncTest, MarksAreSyncedWithinTheDelayWhileTheLoopSendsOrWaits) {
+  replies_ = {200, 200, 200, 200, 200, 200, 500};
+  auto loop = slowLoop(10, 30ms);
+  loop->trySendEvent();
+  runtime_->advanceUntilNoTasks();
+  // Marks at 30 ... 180 ms; the timer of the first runs at 130 ms during a
+  // send, the one of the mark at 150 ms at 250 ms during the back-off that
+  // the failure at 210 ms started. The last mark deletes the file, which
+  // leaves nothing to sync.
+  EXPECT_EQ(io_->times, (std::vector<dispatch::Duration>{130ms, 250ms}));
+  EXPECT_EQ(sent_.size(), 11u);
+  EXPECT_FALSE(std::filesystem::exists(file_->path()));
+  EXPECT_EQ(file_->unsyncedConsumed(), 0);
+}
+
+// Instant sends: a group of sixteen marks is synced at once, off the loop.
+TEST_F(ConsumedSyncTest, AFullGroupIsSyncedAtOnce) {
+  auto loop = slowLoop(40, dispatch::Duration::zero());
+  loop->trySendEvent();
+  runtime_->runUntilIdle();
+  EXPECT_EQ(sent_.size(), 40u);
+  EXPECT_EQ(io_->times.size(), 2u);
+  EXPECT_FALSE(std::filesystem::exists(file_->path()));
+  runtime_->advanceUntilNoTasks();
+  EXPECT_EQ(io_->times.size(), 2u);
 }
 
 }  // namespace
