@@ -277,8 +277,7 @@ int SoakRunner::report() {
   std::cout << "replay: zivora_soak --seed " << options_.seed << " --seconds "
             << options_.duration.count() << (options_.shortMode ? " --short" : "") << std::endl;
   const bool unanswered = requests.answeredTwice > 0 || requests.neverAnswered > 0;
-  return events.lost > 0 || owed.lost > 0 || !corrupt_.empty() || crashes > 0 || unanswered ? 1
-                                                                                           : 0;
+  return events.lost > 0 || owed.lost > 0 || !corrupt_.empty() || crashes > 0 || unanswered ? 1 : 0;
 }
 
 }  // namespace zivora::soak
