@@ -331,15 +331,22 @@ TEST_P(WindowedDemoLifecycle, MinimisingTheWindowPausesTheVideoAndRestoringResum
   // Without a window manager, minimising is the window being unmapped.
   ASSERT_TRUE(server_->xdotool({"windowunmap", "--sync", window_}));
   ASSERT_TRUE(output_->waitFor("[pauseApp] Paused at")) << output_->transcript();
-  EXPECT_FALSE(showsTheVideo(server_->screenshot())) << "the video is still on the screen";
+  // The window stays away for a second of the player's time, looked at all
+  // along: a video that went on playing would move on by that second.
+  constexpr auto kAway = std::chrono::seconds(1);
+  const auto away = std::chrono::steady_clock::now();
+  while (std::chrono::steady_clock::now() - away < kAway)
+    ASSERT_FALSE(showsTheVideo(server_->screenshot())) << "the video is still on the screen";
   ASSERT_TRUE(server_->xdotool({"windowmap", "--sync", window_}));
   ASSERT_TRUE(output_->waitFor("[resumeApp] Resumed at")) << output_->transcript();
   EXPECT_FALSE(screenWhere(showsTheVideo).empty()) << "the video did not come back";
-  // The position did not move while the window was away.
+  // The position did not move on while the window was away (a frame or two
+  // may still land as the pipeline pauses).
   auto paused = output_->number(std::regex(R"(Paused at ([0-9.]+) s)"));
   auto resumed = output_->number(std::regex(R"(Resumed at ([0-9.]+) s)"));
   ASSERT_TRUE(paused && resumed);
-  EXPECT_NEAR(*resumed, *paused, 0.02);
+  EXPECT_LT(*resumed - *paused, 0.25);
+  EXPECT_GE(*resumed, *paused);
 
   focusTheAdWindow();
   ASSERT_TRUE(output_->waitFor("delegate: videoDidDismiss")) << output_->transcript();
