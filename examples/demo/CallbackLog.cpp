@@ -37,7 +37,9 @@ void CallbackLog::videoDidDismiss(const std::string& p) { add("videoDidDismiss",
 void CallbackLog::videoWindowWillClose(const std::string& p) { add("videoWindowWillClose", p); }
 void CallbackLog::videoWindowDidClose(const std::string& p) { add("videoWindowDidClose", p); }
 void CallbackLog::videoPostViewDidClick(const std::string& p) { add("videoPostViewDidClick", p); }
-void CallbackLog::videoReceiveReward(const std::string& p) { add("videoReceiveReward", p); }
+void CallbackLog::videoReceiveReward(const std::string& p, const std::string& rewardId) {
+  add("videoReceiveReward", p + " (reward id " + rewardId + ")");
+}
 
 bool CallbackLog::receiveMotivatedRewards(
     const std::vector<zivora::ZVMotivatedRewardInfo>& rewards) {

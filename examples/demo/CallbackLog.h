@@ -29,7 +29,10 @@ class CallbackLog final : public zivora::ZivoraDelegate {
   void videoWindowWillClose(const std::string& placement) override;
   void videoWindowDidClose(const std::string& placement) override;
   void videoPostViewDidClick(const std::string& placement) override;
-  void videoReceiveReward(const std::string& placement) override;
+  using zivora::ZivoraDelegate::videoReceiveReward;
+  // The reward with its id: a reward owed from an earlier run comes again
+  // with the id it had then, so a game pays each id once.
+  void videoReceiveReward(const std::string& placement, const std::string& rewardId) override;
   // Accepts every reward, so the SDK has them removed from the server.
   bool receiveMotivatedRewards(const std::vector<zivora::ZVMotivatedRewardInfo>& rewards) override;
   void failedRequestMotivatedRewards(std::uint64_t error) override;
