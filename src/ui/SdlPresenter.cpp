@@ -1,7 +1,6 @@
 #include "ui/SdlPresenter.h"
 
 #include <algorithm>
-#include <cstdlib>
 
 #include "platform/dispatch/QueueAssert.h"
 #include "util/ZVLog.h"
@@ -47,17 +46,6 @@ std::vector<ScreenAction> actionsForButton(Uint8 button) {
   }
 }
 
-// Whether SDL has a display to look for. Without a driver chosen and with
-// no X11 or Wayland display named, SDL's start would only probe (and load)
-// the window systems' libraries to fail.
-bool displayNamed() {
-  if (const char* driver = std::getenv("SDL_VIDEODRIVER"); driver && *driver) return true;
-  for (const char* variable : {"DISPLAY", "WAYLAND_DISPLAY"}) {
-    if (const char* value = std::getenv(variable); value && *value) return true;
-  }
-  return false;
-}
-
 }  // namespace
 
 std::unique_ptr<SdlPresenter> SdlPresenter::create(const HostOptions& options,
@@ -68,10 +56,6 @@ std::unique_ptr<SdlPresenter> SdlPresenter::create(const HostOptions& options,
   // The ad must not switch the screensaver off for good; the video screen
   // disables it itself while it plays.
   SDL_SetHint(SDL_HINT_VIDEO_ALLOW_SCREENSAVER, "1");
-  if (!displayNamed()) {
-    why = "no display is named (DISPLAY and WAYLAND_DISPLAY are not set)";
-    return nullptr;
-  }
   if (SDL_InitSubSystem(kSubsystems) != 0) {
     why = std::string("SDL video did not start: ") + SDL_GetError();
     return nullptr;

@@ -9,6 +9,7 @@
 #include "SandboxServer.h"
 #include "core/ZivoraInstance.h"
 #include "sandbox/SandboxTestSupport.h"
+#include "support/ScopedEnv.h"
 #include "support/TempDir.h"
 #include "zivora/zivora_c.h"
 
@@ -24,6 +25,8 @@ struct Inbox {
 };
 
 TEST(ZivoraCIntegration, AParkedCallIsAnsweredThroughTheCallbackTable) {
+  // A headless host: its ads are drawn in memory.
+  test::ScopedEnv driver("SDL_VIDEODRIVER", "dummy");
   test::TempDir root;
   sandbox::SandboxServer sandbox{
       sandbox::SandboxOptions{.certDirectory = test::sandboxCertDirectory()}};
