@@ -20,8 +20,9 @@ enum ZivoraError : std::uint64_t {
   // The motivated-rewards reply had the wrong shape.
   ZivoraErrorBadRewardResponse = 4,
   // No ad screen can be shown, so no ad is requested: the display did not
-  // open (no X11 display, a driver error), or the host drives SDL video
-  // itself while asking for MainQueueMode::OwnThread. The log says which.
+  // open (SDL video did not start: a driver error, a refused display), or
+  // the host drives SDL video itself while asking for
+  // MainQueueMode::OwnThread. The log says which.
   ZivoraErrorDisplayUnavailable = 5,
 };
 

@@ -1,6 +1,6 @@
 // The display is driven from the main queue only, and an ad that can never
-// be shown fails at once with a clear code: no display, or a host that
-// drives SDL itself while the SDK was asked to run its own thread.
+// be shown fails at once with a clear code: SDL's video cannot start, or a
+// host drives SDL itself while the SDK was asked to run its own thread.
 #include <SDL.h>
 #include <gtest/gtest.h>
 
@@ -45,9 +45,9 @@ class DisplayTest : public ::testing::Test {
   test::ScopedContext scope_{{}, {.runtime = runtime_}};
 };
 
-TEST_F(DisplayTest, WithoutADisplayAnAdFailsAtOnceAfterOneClearLine) {
-  // A driver SDL cannot start stands for a desktop without X11: no library
-  // of the window system is loaded, so nothing outlives the test.
+TEST_F(DisplayTest, WhenSdlVideoCannotStartAnAdFailsAtOnceAfterOneClearLine) {
+  // A driver SDL cannot start: no library of a window system is loaded, so
+  // nothing outlives the test.
   test::ScopedEnv driver("SDL_VIDEODRIVER", "no-such-driver");
   runtime_->runOnMain([&] { display()->open(); });
   EXPECT_EQ(display()->availability(), Display::Availability::Unavailable);
