@@ -116,14 +116,20 @@ TEST(EventFileCrashIntegrationTest, SigkillDuringAppendsLosesAndCorruptsNothing)
 // The child: delivers the file's events oldest first, reporting each one
 // through the pipe before consuming it (as the queue sends, then marks),
 // until the file is empty or SIGKILL comes.
-[[noreturn]] void deliverUntilKilled(const std::filesystem::path& path, int reportFd) {
+// Delivers at most `limit` events, then waits to be killed: a child that
+// the scheduler lets run on (a loaded machine) cannot use up the file in
+// one life.
+[[noreturn]] void deliverUntilKilled(const std::filesystem::path& path, int reportFd,
+                                     unsigned limit) {
   EventFile file(EventFileOptions{.path = path});
-  while (auto event = file.firstEvent()) {
+  for (unsigned delivered = 0; delivered < limit; ++delivered) {
+    auto event = file.firstEvent();
+    if (!event) ::_exit(0);  // the file is used up: the parent hears the end
     const std::int64_t seq = parseEvent(*event);
-    if (::write(reportFd, &seq, sizeof seq) != static_cast<ssize_t>(sizeof seq)) break;
+    if (::write(reportFd, &seq, sizeof seq) != static_cast<ssize_t>(sizeof seq)) ::_exit(1);
     file.removeFirstLine();
   }
-  ::_exit(0);
+  for (;;) ::pause();
 }
 
 // Killed while consuming, with its marks synced only in groups, a process
@@ -146,15 +152,17 @@ TEST(EventFileCrashIntegrationTest, SigkillDuringConsumptionLosesNothingAndResen
          std::filesystem::exists(path)) {
     int reports[2];
     ASSERT_EQ(::pipe(reports), 0);
+    // More than the parent waits to hear of, so the wait always ends.
+    const unsigned want = random() % 8, limit = 8 + random() % 16;
     pid_t child = ::fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
       ::close(reports[0]);
-      deliverUntilKilled(path, reports[1]);
+      deliverUntilKilled(path, reports[1], limit);
     }
     ::close(reports[1]);
     std::int64_t seq = 0;
-    for (unsigned want = random() % 8, got = 0; got < want && readSeq(reports[0], seq); ++got) {
+    for (unsigned got = 0; got < want && readSeq(reports[0], seq); ++got) {
       if (seq < 0 || seq >= kEvents)
         ++corrupted;
       else
