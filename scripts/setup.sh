@@ -21,6 +21,8 @@ packages=(
   gstreamer1.0-plugins-good gstreamer1.0-libav gstreamer1.0-tools gstreamer1.0-plugins-ugly
   libyuv-dev libsdl2-dev libsdl2-image-dev libcairo2-dev libpango1.0-dev fonts-dejavu-core
   xvfb xauth iproute2
+  # the window benchmarks' baseline: gst-launch playing into ximagesink
+  gstreamer1.0-x
   # command-line tools the tests, the format check and benchmarks use
   openssl curl sqlite3 ca-certificates clang-format python3
   # bench/run draws the benchmark report's chart with it
