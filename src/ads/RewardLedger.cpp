@@ -6,12 +6,12 @@
 #include <chrono>
 #include <nlohmann/json.hpp>
 
-#include "core/Context.h"
-#include "core/InvokeDelegateHelper.h"
 #include "platform/Uuid.h"
 #include "platform/dispatch/Queue.h"
 #include "platform/dispatch/Runtime.h"
 #include "platform/linux/KeyValueDatabase.h"
+#include "sdk/Context.h"
+#include "top/InvokeDelegateHelper.h"
 #include "util/Guard.h"
 #include "util/ZVLog.h"
 #include "zivora/ZivoraDelegate.h"

@@ -7,10 +7,10 @@
 
 #include "analytics/ZVPSDKVersion.h"
 #include "analytics/ZVPSaveKeychain.h"
-#include "core/Context.h"
 #include "platform/Uuid.h"
 #include "platform/dispatch/Runtime.h"
 #include "platform/linux/DeviceFacts.h"
+#include "sdk/Context.h"
 #include "ui/Display.h"
 #include "util/Guard.h"
 #include "zivora/ZVConstants.h"

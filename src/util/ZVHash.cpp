@@ -8,8 +8,8 @@
 #include <memory>
 #include <stdexcept>
 
-#include "core/Context.h"
 #include "platform/dispatch/Runtime.h"
+#include "sdk/Context.h"
 #include "util/Guard.h"
 #include "util/ZVException.h"
 

@@ -1,6 +1,6 @@
 #include "util/ZVLog.h"
 
-#include "core/Context.h"
+#include "sdk/Context.h"
 
 namespace zivora {
 

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "analytics/ZVPAnalitics.h"
-#include "core/InvokeDelegateHelper.h"
 #include "events/ZVSendRequest.h"
 #include "platform/dispatch/Runtime.h"
 #include "resources/ZVResourceManager.h"
@@ -14,6 +13,7 @@
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
 #include "support/VirtualRuntime.h"
+#include "top/InvokeDelegateHelper.h"
 #include "ui/Display.h"
 #include "util/Guard.h"
 #include "util/ZVHash.h"
