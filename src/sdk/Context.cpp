@@ -4,16 +4,15 @@
 #include <stdexcept>
 #include <utility>
 
-#include "analytics/ZVPAnalitics.h"
 #include "platform/HttpClient.h"
+#include "platform/UrlOpener.h"
 #include "platform/UserDefaults.h"
+#include "platform/dispatch/Clock.h"
 #include "platform/dispatch/Runtime.h"
-#include "platform/linux/GstMediaFactory.h"
-#include "platform/linux/KeyValueDatabase.h"
-#include "platform/linux/PosixFileSystem.h"
-#include "platform/linux/SecretStoreChooser.h"
-#include "platform/linux/XdgOpener.h"
+#include "platform/media/MediaFactory.h"
+#include "sdk/Defaults.h"
 #include "util/LogSink.h"
+#include "util/Upcalls.h"
 
 namespace zivora {
 
@@ -64,8 +63,8 @@ std::filesystem::path Paths::defaultDataRoot(const std::string& applicationName)
 Context::Context(HostOptions host, RuntimeOptions runtime)
     : host_(std::move(host)), runtime_(std::move(runtime)) {
   if (!runtime_.log) runtime_.log = LogSink::standardError();
-  if (!runtime_.analytics) runtime_.analytics = std::make_shared<ZVPAnalitics>();
-  if (!runtime_.files) runtime_.files = std::make_shared<platform::PosixFileSystem>();
+  if (!runtime_.analytics) runtime_.analytics = defaults::analytics();
+  if (!runtime_.files) runtime_.files = defaults::files();
   paths_.dataRoot = host_.dataRoot.empty() ? Paths::defaultDataRoot(host_.applicationName)
                                            : std::filesystem::path(host_.dataRoot);
 }
@@ -105,8 +104,7 @@ platform::HttpClient& Context::http() const {
 
 std::shared_ptr<media::MediaFactory> Context::media() {
   if (runtime_.media) return runtime_.media;
-  return instance<media::MediaFactory>(
-      [this] { return std::make_shared<platform::GstMediaFactory>(runtime().mainQueue()); });
+  return instance<media::MediaFactory>([this] { return defaults::media(runtime().mainQueue()); });
 }
 
 platform::StreamingHttpClient& Context::downloads() const {
@@ -117,27 +115,27 @@ platform::StreamingHttpClient& Context::downloads() const {
 std::shared_ptr<platform::UrlOpener> Context::opener() {
   if (runtime_.opener) return runtime_.opener;
   return instance<platform::UrlOpener>(
-      [this] { return std::make_shared<platform::XdgOpener>(runtime().globalQueue()); });
+      [this] { return defaults::opener(runtime().globalQueue()); });
 }
 
 std::shared_ptr<platform::SecretStore> Context::secretStore() {
   std::lock_guard lock(secretStoreMutex_);
   if (!secretStore_) {
-    secretStore_ = runtime_.secretStore ? runtime_.secretStore
-                                        : platform::SecretStoreChooser::open(paths_.dataRoot);
+    secretStore_ =
+        runtime_.secretStore ? runtime_.secretStore : defaults::secretStore(paths_.dataRoot);
   }
   return secretStore_;
 }
 
 std::shared_ptr<platform::UserDefaults> Context::userDefaults(const std::string& suite) {
-  std::shared_ptr<platform::KeyValueDatabase> database;
+  std::shared_ptr<platform::KeyValueStore> database;
   {
     // One attempt per context: a store that cannot be opened stays absent
     // instead of being retried (and logged) on every read.
     std::lock_guard lock(preferencesMutex_);
     if (!preferencesOpened_) {
       preferencesOpened_ = true;
-      preferences_ = platform::KeyValueDatabase::open(paths_.preferencesFile());
+      preferences_ = defaults::keyValueStore(paths_.preferencesFile());
     }
     database = preferences_;
   }
@@ -160,6 +158,14 @@ std::shared_ptr<LogSink> Context::currentLog() {
   std::lock_guard lock(installedMutex());
   if (installed()) return installed()->runtime_.log;
   return lastLogWasInjected() ? nullptr : LogSink::standardError();
+}
+
+std::shared_ptr<LogSink> upcalls::logSink() { return Context::currentLog(); }
+
+std::chrono::system_clock::time_point upcalls::wallNow() {
+  auto context = Context::current();
+  return context && context->hasRuntime() ? context->runtime().clock().wallNow()
+                                          : std::chrono::system_clock::now();
 }
 
 void Context::install(std::shared_ptr<Context> context) {

@@ -26,8 +26,8 @@ class MediaFactory;
 namespace platform {
 class FileSystem;
 class HttpClient;
+class KeyValueStore;
 class StreamingHttpClient;
-class KeyValueDatabase;
 class SecretStore;
 class UrlOpener;
 class UserDefaults;
@@ -149,7 +149,7 @@ class Context {
 
   std::mutex preferencesMutex_;
   bool preferencesOpened_ = false;
-  std::shared_ptr<platform::KeyValueDatabase> preferences_;
+  std::shared_ptr<platform::KeyValueStore> preferences_;
 
   std::mutex secretStoreMutex_;
   std::shared_ptr<platform::SecretStore> secretStore_;

@@ -5,13 +5,13 @@
 #include <chrono>
 #include <utility>
 
-#include "analytics/ZVPAnalitics.h"
 #include "platform/UserDefaults.h"
 #include "platform/Uuid.h"
 #include "platform/dispatch/Queue.h"
 #include "platform/dispatch/Runtime.h"
 #include "sdk/Context.h"
 #include "util/Guard.h"
+#include "util/Upcalls.h"
 #include "util/ZVException.h"
 #include "util/ZVLog.h"
 #include "zivora/ZVConstants.h"
@@ -74,7 +74,7 @@ std::shared_ptr<platform::UserDefaults> ZVConfiguration::openSuite() noexcept {
     return suite;
   } catch (...) {
     auto failure = ZVException::describe(std::current_exception());
-    ZVPAnalitics::shared().sendEvent("error", kClassName, "configuration", failure.reason());
+    upcalls::reporter().sendEvent("error", kClassName, "configuration", failure.reason());
     return nullptr;
   }
 }

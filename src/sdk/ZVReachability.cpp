@@ -3,7 +3,7 @@
 #include <fstream>
 
 #include "platform/dispatch/Queue.h"
-#include "platform/linux/NetlinkRouteSource.h"
+#include "sdk/Defaults.h"
 #include "util/Guard.h"
 
 namespace zivora {
@@ -20,7 +20,7 @@ ZVReachability::~ZVReachability() { stopNotifier(); }
 
 std::shared_ptr<ZVReachability> ZVReachability::make(Options options) {
   std::unique_ptr<platform::RouteSource> source =
-      options.routeSource ? options.routeSource() : platform::NetlinkRouteSource::open();
+      options.routeSource ? options.routeSource() : defaults::routeSource();
   if (!source) return nullptr;
   return std::shared_ptr<ZVReachability>(new ZVReachability(std::move(source), std::move(options)));
 }

@@ -12,15 +12,12 @@
 #include "eventqueue/JsonEscape.h"
 #include "events/ZVSendRequest.h"
 #include "platform/dispatch/Runtime.h"
-#include "platform/linux/CurlHttpClient.h"
-#include "platform/linux/CurlStreamingClient.h"
-#include "platform/linux/DeviceFacts.h"
-#include "platform/linux/ThreadRuntime.h"
 #include "resources/ZVResourceManager.h"
+#include "sdk/Defaults.h"
+#include "sdk/InvokeDelegateHelper.h"
 #include "sdk/ZVConfiguration.h"
 #include "top/AdSide.h"
 #include "top/DefaultAdSide.h"
-#include "top/InvokeDelegateHelper.h"
 #include "ui/Display.h"
 #include "util/Guard.h"
 #include "util/JsonConvert.h"
@@ -53,16 +50,9 @@ HostOptions withDefaults(HostOptions host) {
 }
 
 RuntimeOptions withDefaults(RuntimeOptions runtime, const HostOptions& host) {
-  if (!runtime.runtime)
-    runtime.runtime = std::make_shared<dispatch::ThreadRuntime>(host.mainQueueMode);
-  if (!runtime.http) {
-    runtime.http = std::make_shared<platform::CurlHttpClient>(
-        platform::HttpClientOptions{.caFile = host.caFile});
-  }
-  if (!runtime.downloads) {
-    runtime.downloads = std::make_shared<platform::CurlStreamingClient>(
-        platform::StreamingClientOptions{.caFile = host.caFile}, runtime.runtime);
-  }
+  if (!runtime.runtime) runtime.runtime = defaults::runtime(host);
+  if (!runtime.http) runtime.http = defaults::http(host);
+  if (!runtime.downloads) runtime.downloads = defaults::downloads(host, runtime.runtime);
   return runtime;
 }
 
@@ -381,7 +371,7 @@ nlohmann::json ZivoraInstance::deviceInfo() {
 
 std::optional<std::string> ZivoraInstance::deviceUserName() {
   return guarded(kClass, "deviceUserName", std::optional<std::string>(),
-                 [] { return std::optional<std::string>(platform::DeviceFacts::hostName()); });
+                 [] { return std::optional<std::string>(defaults::hostName()); });
 }
 
 std::optional<std::string> ZivoraInstance::encode(std::optional<std::string_view> text) {

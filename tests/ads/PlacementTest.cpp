@@ -14,6 +14,7 @@
 #include "ads/ZVRedirectRequest.h"
 #include "platform/UrlOpener.h"
 #include "platform/dispatch/Runtime.h"
+#include "sdk/InvokeDelegateHelper.h"
 #include "sdk/ZVConfiguration.h"
 #include "support/FakeFileSystem.h"
 #include "support/FakeHttpClient.h"
@@ -27,7 +28,6 @@
 #include "support/TempDir.h"
 #include "support/VirtualRuntime.h"
 #include "top/DefaultAdSide.h"
-#include "top/InvokeDelegateHelper.h"
 #include "ui/Display.h"
 #include "zivora/ZivoraDelegate.h"
 

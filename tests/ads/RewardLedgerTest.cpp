@@ -6,11 +6,11 @@
 #include "ads/RewardLedger.h"
 #include "platform/dispatch/Runtime.h"
 #include "platform/linux/KeyValueDatabase.h"
+#include "sdk/InvokeDelegateHelper.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
 #include "support/VirtualRuntime.h"
 #include "top/CCallbackDelegate.h"
-#include "top/InvokeDelegateHelper.h"
 #include "zivora/ZivoraDelegate.h"
 #include "zivora/zivora_c.h"
 

@@ -5,11 +5,11 @@
 
 #include "resources/ZVAssetLoaderDelegate.h"
 #include "resources/ZVResourceManager.h"
+#include "sdk/InvokeDelegateHelper.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
 #include "support/VirtualRuntime.h"
 #include "top/DefaultAdSide.h"
-#include "top/InvokeDelegateHelper.h"
 
 namespace zivora {
 namespace {

@@ -1,9 +1,9 @@
 // Host callbacks go through one dispatcher that records, forwards and shields.
 #include <gtest/gtest.h>
 
+#include "sdk/InvokeDelegateHelper.h"
 #include "support/RecordingHost.h"
 #include "support/ScopedContext.h"
-#include "top/InvokeDelegateHelper.h"
 
 namespace zivora {
 namespace {

@@ -1,7 +1,7 @@
-#include "top/InvokeDelegateHelper.h"
+#include "sdk/InvokeDelegateHelper.h"
 
-#include "analytics/ZVPAnalitics.h"
 #include "util/Guard.h"
+#include "util/Upcalls.h"
 
 namespace zivora {
 
@@ -23,7 +23,7 @@ void InvokeDelegateHelper::setDelegate(std::shared_ptr<ZivoraDelegate> delegate)
 template <class R, class Call>
 R InvokeDelegateHelper::forward(const char* shortName, R neutral, Call&& call) {
   return guarded("InvokeDelegateHelper", shortName, neutral, [&]() -> R {
-    ZVPAnalitics::shared().sendInvokeDelegate(shortName);
+    upcalls::reporter().sendInvokeDelegate(shortName);
     auto host = delegate();
     if (!host) return neutral;
     // A callback the host did not override runs its default body, which does
