@@ -28,10 +28,10 @@
 #include "RecordingReporter.h"
 #include "analytics/ZVPAnalitics.h"
 #include "analytics/ZVPCustomParams.h"
-#include "core/Context.h"
 #include "platform/HttpClient.h"
 #include "platform/linux/FileSecretStore.h"
 #include "platform/linux/ThreadRuntime.h"
+#include "sdk/Context.h"
 #include "util/LogSink.h"
 
 namespace {

@@ -27,10 +27,10 @@
 
 #include "BenchFigure.h"
 #include "SandboxServer.h"
-#include "core/ZVConfiguration.h"
-#include "core/ZivoraInstance.h"
 #include "events/ZVSendRequest.h"
+#include "sdk/ZVConfiguration.h"
 #include "support/TempDir.h"
+#include "top/ZivoraInstance.h"
 #include "util/JsonConvert.h"
 #include "util/LogSink.h"
 #include "zivora/Zivora.h"

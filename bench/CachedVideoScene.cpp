@@ -2,11 +2,11 @@
 
 #include <filesystem>
 
-#include "core/Context.h"
 #include "platform/linux/CurlStreamingClient.h"
 #include "platform/linux/GstMediaFactory.h"
 #include "resources/ZVFilesSavedValidator.h"
 #include "resources/ZVResourceManager.h"
+#include "sdk/Context.h"
 #include "ui/Display.h"
 
 namespace zivora::bench {

@@ -28,12 +28,12 @@
 #include "BenchFigure.h"
 #include "SandboxServer.h"
 #include "SignedForm.h"
-#include "core/Context.h"
-#include "core/ZVConfiguration.h"
-#include "events/EventFile.h"
+#include "eventqueue/EventFile.h"
 #include "events/ZVEventController.h"
 #include "platform/linux/CurlHttpClient.h"
 #include "platform/linux/ThreadRuntime.h"
+#include "sdk/Context.h"
+#include "sdk/ZVConfiguration.h"
 #include "util/LogSink.h"
 
 namespace {

@@ -22,10 +22,10 @@
 
 #include "BenchFigure.h"
 #include "SandboxServer.h"
-#include "core/ZVConfiguration.h"
-#include "core/ZivoraInstance.h"
 #include "platform/linux/CurlHttpClient.h"
 #include "platform/linux/ThreadRuntime.h"
+#include "sdk/ZVConfiguration.h"
+#include "top/ZivoraInstance.h"
 #include "util/LogSink.h"
 #include "zivora/Zivora.h"
 

@@ -4,8 +4,8 @@
 #include <future>
 #include <memory>
 
-#include "core/Context.h"
 #include "platform/dispatch/Runtime.h"
+#include "sdk/Context.h"
 #include "ui/Display.h"
 
 namespace demo {

@@ -4,10 +4,10 @@
 
 #include "ads/ZVMotivatedRewardsReply.h"
 #include "analytics/ZVPAnalitics.h"
-#include "core/Context.h"
-#include "core/ZVConfiguration.h"
 #include "events/ZVSendRequest.h"
 #include "platform/dispatch/Runtime.h"
+#include "sdk/Context.h"
+#include "sdk/ZVConfiguration.h"
 #include "util/Guard.h"
 #include "util/JsonConvert.h"
 #include "util/ZVLog.h"

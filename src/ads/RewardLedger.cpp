@@ -6,12 +6,13 @@
 #include <chrono>
 #include <nlohmann/json.hpp>
 
-#include "core/Context.h"
-#include "core/InvokeDelegateHelper.h"
+#include "platform/KeyValueStore.h"
 #include "platform/Uuid.h"
 #include "platform/dispatch/Queue.h"
 #include "platform/dispatch/Runtime.h"
-#include "platform/linux/KeyValueDatabase.h"
+#include "sdk/Context.h"
+#include "sdk/Defaults.h"
+#include "sdk/InvokeDelegateHelper.h"
 #include "util/Guard.h"
 #include "util/ZVLog.h"
 #include "zivora/ZivoraDelegate.h"
@@ -77,11 +78,11 @@ RewardLedger::RewardLedger(std::filesystem::path file, dispatch::Runtime& runtim
 
 void RewardLedger::open() { database(); }
 
-std::shared_ptr<platform::KeyValueDatabase> RewardLedger::database() {
+std::shared_ptr<platform::KeyValueStore> RewardLedger::database() {
   std::lock_guard lock(mutex_);
   if (opened_) return database_;
   opened_ = true;
-  database_ = platform::KeyValueDatabase::open(file_);
+  database_ = defaults::keyValueStore(file_);
   if (!database_) {
     ZVLog::LogWarning("[RewardLedger] {} cannot be opened: rewards are delivered without a record",
                       file_.string());

@@ -16,7 +16,7 @@ class Queue;
 class Runtime;
 }  // namespace dispatch
 namespace platform {
-class KeyValueDatabase;
+class KeyValueStore;
 }
 
 // One reward a user earned by watching an ad to its end.
@@ -82,7 +82,7 @@ class RewardLedger : public std::enable_shared_from_this<RewardLedger> {
   std::vector<RewardRecord> unacknowledged();
 
  private:
-  std::shared_ptr<platform::KeyValueDatabase> database();
+  std::shared_ptr<platform::KeyValueStore> database();
   void commit(const RewardRecord& record);
   void acknowledge(const std::string& rewardId);
   // Runs `deliver` on the main queue and records a true answer; `again`
@@ -95,7 +95,7 @@ class RewardLedger : public std::enable_shared_from_this<RewardLedger> {
 
   std::mutex mutex_;
   bool opened_ = false;
-  std::shared_ptr<platform::KeyValueDatabase> database_;
+  std::shared_ptr<platform::KeyValueStore> database_;
   std::vector<RewardRecord> pending_;
 };
 

@@ -4,8 +4,8 @@
 #include <stdexcept>
 #include <utility>
 
-#include "core/Context.h"
 #include "platform/dispatch/Runtime.h"
+#include "sdk/Context.h"
 #include "util/Guard.h"
 
 namespace zivora {

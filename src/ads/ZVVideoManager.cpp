@@ -1,8 +1,8 @@
 #include "ads/ZVVideoManager.h"
 
 #include "ads/ZVVideoViewController.h"
-#include "core/Context.h"
 #include "platform/dispatch/Runtime.h"
+#include "sdk/Context.h"
 #include "ui/Display.h"
 #include "util/Guard.h"
 #include "util/ZVLog.h"

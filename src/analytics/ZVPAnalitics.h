@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "analytics/ZVPCustomParams.h"
+#include "util/Upcalls.h"
 #include "util/ZVException.h"
 
 namespace zivora {
@@ -34,14 +35,14 @@ class Display;
 // "Backoffice" lines in the system log); a report raised while one of the
 // module's own queues is working is written to the log and not recorded,
 // so a failure cannot feed on itself.
-class ZVPAnalitics {
+class ZVPAnalitics : public Reporter {
  public:
   // Records carry this application id whatever host links the SDK.
   static constexpr char kAppId[] = "tessaro-profiling";
   static constexpr char kQueueLabel[] = "com.zivora.profiling";
 
   ZVPAnalitics();
-  virtual ~ZVPAnalitics();
+  ~ZVPAnalitics() override;
   ZVPAnalitics(const ZVPAnalitics&) = delete;
   ZVPAnalitics& operator=(const ZVPAnalitics&) = delete;
 
@@ -55,8 +56,8 @@ class ZVPAnalitics {
 
   // Writes "[Zivora][class][method] Error! reason" to the system log and
   // records an "Exception" event.
-  virtual void sendException(const ZVException& exception, std::string_view className,
-                             std::string_view method) noexcept;
+  void sendException(const ZVException& exception, std::string_view className,
+                     std::string_view method) noexcept override;
 
   // Opens the module for the installed context: the delivery queue, the
   // "AppOpen" record and the session measurement. Once per instance, and
@@ -64,7 +65,7 @@ class ZVPAnalitics {
   virtual void appOpen() noexcept;
 
   // Told of every host callback the SDK makes; accepted and ignored.
-  virtual void sendInvokeDelegate(std::string_view shortName) noexcept;
+  void sendInvokeDelegate(std::string_view shortName) noexcept override;
 
   // Records the event `eventName` with the caller's parameters (a finished
   // session, a purchase ...). Dropped until appOpen() has run.
@@ -73,8 +74,8 @@ class ZVPAnalitics {
 
   // Records a diagnostic event of kind `eventName` ("info", "error" ...)
   // with the class, method and message as parameters.
-  virtual void sendEvent(std::string_view eventName, std::string_view className,
-                         std::string_view method, std::string_view message) noexcept;
+  void sendEvent(std::string_view eventName, std::string_view className, std::string_view method,
+                 std::string_view message) noexcept override;
 
   // A purchase record (amount, currency, product and, when given, the
   // transaction) for hosts that report their store's purchases.

@@ -4,7 +4,7 @@
 
 #include <iterator>
 
-#include "events/JsonEscape.h"
+#include "eventqueue/JsonEscape.h"
 #include "util/Guard.h"
 #include "util/PercentEncoding.h"
 #include "util/ZVHash.h"

@@ -7,10 +7,10 @@
 
 #include "analytics/ZVPSDKVersion.h"
 #include "analytics/ZVPSaveKeychain.h"
-#include "core/Context.h"
 #include "platform/Uuid.h"
 #include "platform/dispatch/Runtime.h"
-#include "platform/linux/DeviceFacts.h"
+#include "sdk/Context.h"
+#include "sdk/Defaults.h"
 #include "ui/Display.h"
 #include "util/Guard.h"
 #include "zivora/ZVConstants.h"
@@ -91,11 +91,11 @@ std::string ZVPDeviceInfoHelper::SDKVersion() noexcept {
 int ZVPDeviceInfoHelper::platformId() noexcept { return TS_PLATFORM_ID; }
 
 std::string ZVPDeviceInfoHelper::deviceName() noexcept {
-  return fact("deviceName", std::string(kError), [] { return platform::DeviceFacts::machine(); });
+  return fact("deviceName", std::string(kError), [] { return defaults::machine(); });
 }
 
 std::string ZVPDeviceInfoHelper::OSVersion() noexcept {
-  return fact("OSVersion", std::string(kError), [] { return platform::DeviceFacts::osVersion(); });
+  return fact("OSVersion", std::string(kError), [] { return defaults::osVersion(); });
 }
 
 template <class Make>
@@ -151,7 +151,7 @@ int ZVPDeviceInfoHelper::dimensionY() noexcept {
 }
 
 std::int64_t ZVPDeviceInfoHelper::RAMSize() noexcept {
-  return fact("RAMSize", std::int64_t{0}, [] { return platform::DeviceFacts::ramMiB(); });
+  return fact("RAMSize", std::int64_t{0}, [] { return defaults::ramMiB(); });
 }
 
 std::optional<std::string> ZVPDeviceInfoHelper::GPUType() noexcept {
@@ -165,7 +165,7 @@ void ZVPDeviceInfoHelper::setGPUType(std::optional<std::string> type) noexcept {
 }
 
 std::string ZVPDeviceInfoHelper::language() noexcept {
-  return fact("language", std::string(kError), [] { return platform::DeviceFacts::language(); });
+  return fact("language", std::string(kError), [] { return defaults::language(); });
 }
 
 std::optional<std::string> ZVPDeviceInfoHelper::advertisingId() noexcept {

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "analytics/ZVPFileSaver.h"
-#include "events/ResendLoop.h"
+#include "eventqueue/ResendLoop.h"
 
 namespace zivora {
 

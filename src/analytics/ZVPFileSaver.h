@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <memory>
 
-#include "events/EventFileSaver.h"
+#include "eventqueue/EventFileSaver.h"
 
 namespace zivora {
 

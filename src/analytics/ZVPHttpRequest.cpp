@@ -9,9 +9,9 @@
 
 #include "analytics/ZVPConvertSavedEventForSend.h"
 #include "analytics/ZVPLog.h"
-#include "core/Context.h"
 #include "platform/HttpClient.h"
 #include "platform/dispatch/Runtime.h"
+#include "sdk/Context.h"
 #include "util/Guard.h"
 #include "util/ZVHash.h"
 #include "zivora/ZVConstants.h"

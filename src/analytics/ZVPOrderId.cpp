@@ -3,8 +3,8 @@
 #include <limits>
 #include <stdexcept>
 
-#include "core/Context.h"
 #include "platform/UserDefaults.h"
+#include "sdk/Context.h"
 #include "util/Guard.h"
 
 namespace zivora {

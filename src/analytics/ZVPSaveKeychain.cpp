@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "core/Context.h"
+#include "sdk/Context.h"
 #include "util/Guard.h"
 #include "util/Utf8.h"
 #include "util/ZVException.h"

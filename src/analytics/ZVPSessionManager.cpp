@@ -5,9 +5,9 @@
 
 #include "analytics/ZVPAnalitics.h"
 #include "analytics/ZVPCustomParams.h"
-#include "core/Context.h"
 #include "platform/UserDefaults.h"
 #include "platform/dispatch/Runtime.h"
+#include "sdk/Context.h"
 #include "util/Guard.h"
 #include "util/ZVLog.h"
 #include "zivora/ZVConstants.h"

@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "events/ResendLoop.h"
+#include "eventqueue/ResendLoop.h"
 #include "events/ZVFileSaver.h"
 
 namespace zivora {

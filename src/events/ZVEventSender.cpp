@@ -8,10 +8,10 @@
 #include <nlohmann/json.hpp>
 
 #include "analytics/ZVPAnalitics.h"
-#include "core/Context.h"
-#include "core/ZVConfiguration.h"
 #include "events/ZVSendRequest.h"
 #include "platform/dispatch/Runtime.h"
+#include "sdk/Context.h"
+#include "sdk/ZVConfiguration.h"
 #include "util/Guard.h"
 #include "util/JsonConvert.h"
 #include "util/ZVLog.h"

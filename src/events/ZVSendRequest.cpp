@@ -7,9 +7,9 @@
 #include <nlohmann/json.hpp>
 
 #include "analytics/ZVPAnalitics.h"
-#include "core/Context.h"
-#include "core/ZVConfiguration.h"
 #include "platform/HttpClient.h"
+#include "sdk/Context.h"
+#include "sdk/ZVConfiguration.h"
 #include "util/Guard.h"
 #include "util/JsonConvert.h"
 #include "util/PercentEncoding.h"

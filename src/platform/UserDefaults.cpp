@@ -8,7 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
-#include "platform/linux/KeyValueDatabase.h"
+#include "platform/KeyValueStore.h"
 #include "util/ZVLog.h"
 
 namespace zivora::platform {
@@ -98,7 +98,7 @@ std::optional<T> readAs(const UserDefaults& defaults, std::string_view key,
 
 }  // namespace
 
-UserDefaults::UserDefaults(std::shared_ptr<KeyValueDatabase> database, std::string suiteName)
+UserDefaults::UserDefaults(std::shared_ptr<KeyValueStore> database, std::string suiteName)
     : database_(std::move(database)), suiteName_(std::move(suiteName)) {}
 
 std::optional<Json> UserDefaults::objectForKey(std::string_view key) const noexcept {

@@ -9,7 +9,7 @@
 
 namespace zivora::platform {
 
-class KeyValueDatabase;
+class KeyValueStore;
 
 // One named user-defaults suite: typed values by string key, persisted in
 // the shared key-value database. Reads convert between types as the
@@ -22,7 +22,7 @@ class KeyValueDatabase;
 // when they fail. Thread-safe; nothing throws.
 class UserDefaults {
  public:
-  UserDefaults(std::shared_ptr<KeyValueDatabase> database, std::string suiteName);
+  UserDefaults(std::shared_ptr<KeyValueStore> database, std::string suiteName);
 
   const std::string& suiteName() const { return suiteName_; }
 
@@ -63,7 +63,7 @@ class UserDefaults {
   template <class MakeValue>
   bool store(std::string_view key, MakeValue&& makeValue) noexcept;
 
-  std::shared_ptr<KeyValueDatabase> database_;
+  std::shared_ptr<KeyValueStore> database_;
   std::string suiteName_;
 };
 

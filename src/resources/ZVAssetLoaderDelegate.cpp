@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <vector>
 
-#include "core/Context.h"
 #include "platform/dispatch/Runtime.h"
 #include "resources/ZVFileInfoStatus.h"
 #include "resources/ZVResourceManager.h"
+#include "sdk/Context.h"
 #include "util/Guard.h"
 #include "util/ZVLog.h"
 

@@ -8,9 +8,9 @@
 #include <algorithm>
 #include <vector>
 
-#include "core/Context.h"
 #include "resources/ZVReserveManager.h"
 #include "resources/ZVResourceManager.h"
+#include "sdk/Context.h"
 #include "util/Guard.h"
 #include "util/ZVLog.h"
 #include "zivora/ZVConstants.h"

@@ -4,10 +4,10 @@
 
 #include <cstring>
 
-#include "core/Context.h"
 #include "platform/FileSystem.h"
 #include "platform/UserDefaults.h"
 #include "platform/dispatch/Runtime.h"
+#include "sdk/Context.h"
 #include "util/Guard.h"
 #include "util/ZVLog.h"
 

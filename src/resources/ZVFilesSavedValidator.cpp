@@ -2,10 +2,10 @@
 
 #include <sys/stat.h>
 
-#include "core/Context.h"
 #include "platform/UserDefaults.h"
 #include "resources/ZVFileSyncQueue.h"
 #include "resources/ZVResourceManager.h"
+#include "sdk/Context.h"
 #include "util/Guard.h"
 #include "zivora/ZVConstants.h"
 

@@ -1,6 +1,6 @@
 #include "resources/ZVReserveManager.h"
 
-#include "core/Context.h"
+#include "sdk/Context.h"
 #include "util/Guard.h"
 #include "util/ZVLog.h"
 

@@ -11,11 +11,11 @@
 #include <cstring>
 #include <utility>
 
-#include "core/Context.h"
 #include "platform/FileSystem.h"
 #include "resources/ZVCacheManager.h"
 #include "resources/ZVFileSyncQueue.h"
 #include "resources/ZVResourceManager.h"
+#include "sdk/Context.h"
 #include "util/Guard.h"
 #include "util/ZVException.h"
 #include "util/ZVLog.h"

@@ -8,13 +8,13 @@
 #include <cctype>
 #include <filesystem>
 
-#include "core/Context.h"
 #include "platform/FileSystem.h"
 #include "platform/dispatch/Runtime.h"
 #include "resources/ZVAssetLoaderDelegate.h"
 #include "resources/ZVCacheManager.h"
 #include "resources/ZVFilesSavedValidator.h"
 #include "resources/ZVResourceLoader.h"
+#include "sdk/Context.h"
 #include "util/Guard.h"
 #include "util/ZVHash.h"
 #include "util/ZVLog.h"

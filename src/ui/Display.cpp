@@ -5,9 +5,9 @@
 #include <stdexcept>
 #include <string>
 
-#include "core/Context.h"
 #include "platform/dispatch/QueueAssert.h"
 #include "platform/dispatch/Runtime.h"
+#include "sdk/Context.h"
 #include "ui/SdlPresenter.h"
 #include "util/Guard.h"
 #include "util/ZVLog.h"

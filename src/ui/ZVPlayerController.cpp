@@ -4,13 +4,13 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "core/Context.h"
-#include "core/ZVConfiguration.h"
 #include "platform/dispatch/Runtime.h"
 #include "platform/media/MediaAsset.h"
 #include "resources/ZVAssetLoaderDelegate.h"
 #include "resources/ZVFileInfoStatus.h"
 #include "resources/ZVResourceManager.h"
+#include "sdk/Context.h"
+#include "sdk/ZVConfiguration.h"
 #include "ui/Display.h"
 #include "util/Guard.h"
 #include "zivora/ZVConstants.h"

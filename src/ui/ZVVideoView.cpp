@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <chrono>
 
-#include "analytics/ZVPAnalitics.h"
 #include "util/Guard.h"
+#include "util/Upcalls.h"
 #include "util/ZVLog.h"
 #include "zivora/ZVConstants.h"
 
@@ -33,7 +33,7 @@ dispatch::Duration seconds(double value) {
 }
 
 void info(const char* method, const char* message) {
-  ZVPAnalitics::shared().sendEvent(TSP_EVENT_NAME_INFO, "ZVVideoView", method, message);
+  upcalls::reporter().sendEvent(TSP_EVENT_NAME_INFO, "ZVVideoView", method, message);
 }
 
 void cancel(std::optional<dispatch::TaskHandle>& handle) {

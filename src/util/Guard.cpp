@@ -4,7 +4,8 @@
 
 #include <exception>
 
-#include "analytics/ZVPAnalitics.h"
+#include "util/Upcalls.h"
+#include "util/ZVException.h"
 #include "util/ZVLog.h"
 
 namespace zivora::detail {
@@ -15,8 +16,8 @@ void reportCaught(const char* className, const char* method, GuardReport report)
       ZVLog::system(fmt::format("Backoffice [{}][{}] Error!", className, method));
       return;
     }
-    ZVPAnalitics::shared().sendException(ZVException::describe(std::current_exception()), className,
-                                         method);
+    upcalls::reporter().sendException(ZVException::describe(std::current_exception()), className,
+                                      method);
   } catch (...) {
     // A failing reporter must not turn a caught exception into a crash.
   }

@@ -8,9 +8,8 @@
 #include <memory>
 #include <stdexcept>
 
-#include "core/Context.h"
-#include "platform/dispatch/Runtime.h"
 #include "util/Guard.h"
+#include "util/Upcalls.h"
 #include "util/ZVException.h"
 
 namespace zivora {
@@ -21,9 +20,7 @@ constexpr std::string_view kRandomAlphabet = "abcdefghijklmnopqrstuvwxyz01234567
 constexpr std::size_t kRandomStringLength = 24;
 
 long long millisecondsSince1970() {
-  auto context = Context::current();
-  auto now = context && context->hasRuntime() ? context->runtime().clock().wallNow()
-                                              : std::chrono::system_clock::now();
+  auto now = upcalls::wallNow();
   return std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count();
 }
 

@@ -1,6 +1,7 @@
 #include "util/ZVLog.h"
 
-#include "core/Context.h"
+#include "util/LogSink.h"
+#include "util/Upcalls.h"
 
 namespace zivora {
 
@@ -10,7 +11,7 @@ std::atomic<bool> DEBUG_L0G_ENABLED{true};
 namespace {
 
 void writeLine(LogLevel level, std::string_view text) {
-  if (auto sink = Context::currentLog()) sink->write(level, text);
+  if (auto sink = upcalls::logSink()) sink->write(level, text);
 }
 
 }  // namespace

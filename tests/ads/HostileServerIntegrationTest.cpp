@@ -15,14 +15,14 @@
 #include <vector>
 
 #include "SandboxServer.h"
-#include "core/ZVConfiguration.h"
-#include "core/ZivoraInstance.h"
 #include "platform/linux/ThreadRuntime.h"
 #include "sandbox/SandboxTestSupport.h"
+#include "sdk/ZVConfiguration.h"
 #include "support/Files.h"
 #include "support/MemoryPresenter.h"
 #include "support/RecordingLogSink.h"
 #include "support/TempDir.h"
+#include "top/ZivoraInstance.h"
 #include "zivora/Zivora.h"
 #include "zivora/ZivoraDelegate.h"
 

@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "ads/MotivationRewardManager.h"
-#include "core/ZVConfiguration.h"
+#include "sdk/ZVConfiguration.h"
 #include "support/FakeHttpClient.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"

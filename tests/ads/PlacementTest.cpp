@@ -12,11 +12,10 @@
 
 #include "ads/RewardLedger.h"
 #include "ads/ZVRedirectRequest.h"
-#include "core/DefaultAdSide.h"
-#include "core/InvokeDelegateHelper.h"
-#include "core/ZVConfiguration.h"
 #include "platform/UrlOpener.h"
 #include "platform/dispatch/Runtime.h"
+#include "sdk/InvokeDelegateHelper.h"
+#include "sdk/ZVConfiguration.h"
 #include "support/FakeFileSystem.h"
 #include "support/FakeHttpClient.h"
 #include "support/FakeMediaFactory.h"
@@ -28,6 +27,7 @@
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
 #include "support/VirtualRuntime.h"
+#include "top/DefaultAdSide.h"
 #include "ui/Display.h"
 #include "zivora/ZivoraDelegate.h"
 

@@ -4,13 +4,13 @@
 #include <stdexcept>
 
 #include "ads/RewardLedger.h"
-#include "core/CCallbackDelegate.h"
-#include "core/InvokeDelegateHelper.h"
 #include "platform/dispatch/Runtime.h"
 #include "platform/linux/KeyValueDatabase.h"
+#include "sdk/InvokeDelegateHelper.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
 #include "support/VirtualRuntime.h"
+#include "top/CCallbackDelegate.h"
 #include "zivora/ZivoraDelegate.h"
 #include "zivora/zivora_c.h"
 

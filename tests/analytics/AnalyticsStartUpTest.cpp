@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include "analytics/ZVPAnalitics.h"
-#include "core/ZivoraInstance.h"
 #include "support/AnalyticsBody.h"
 #include "support/FakeHttpClient.h"
 #include "support/MemorySecretStore.h"
@@ -12,6 +11,7 @@
 #include "support/RecordingLogSink.h"
 #include "support/TempDir.h"
 #include "support/VirtualRuntime.h"
+#include "top/ZivoraInstance.h"
 
 namespace zivora {
 namespace {

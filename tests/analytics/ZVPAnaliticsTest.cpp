@@ -3,10 +3,10 @@
 #include <gtest/gtest.h>
 
 #include "analytics/ZVPAnalitics.h"
-#include "core/InvokeDelegateHelper.h"
 #include "events/ZVSendRequest.h"
 #include "platform/dispatch/Runtime.h"
 #include "resources/ZVResourceManager.h"
+#include "sdk/InvokeDelegateHelper.h"
 #include "support/AnalyticsBody.h"
 #include "support/FakeFileSystem.h"
 #include "support/FakeHttpClient.h"

@@ -3,11 +3,11 @@
 #include <nlohmann/json.hpp>
 
 #include "SandboxServer.h"
-#include "core/ZVConfiguration.h"
 #include "events/ZVEventSender.h"
 #include "platform/linux/CurlHttpClient.h"
 #include "platform/linux/ThreadRuntime.h"
 #include "sandbox/SandboxTestSupport.h"
+#include "sdk/ZVConfiguration.h"
 #include "support/ScopedContext.h"
 
 namespace zivora {

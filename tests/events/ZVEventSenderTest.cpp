@@ -4,9 +4,9 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
-#include "core/ZVConfiguration.h"
 #include "events/ZVEventSender.h"
 #include "events/ZVSendRequest.h"
+#include "sdk/ZVConfiguration.h"
 #include "support/FakeHttpClient.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"

@@ -3,7 +3,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "events/JsonEscape.h"
+#include "eventqueue/JsonEscape.h"
 #include "events/ZVSendRequest.h"
 #include "support/FakeHttpClient.h"
 #include "support/ScopedContext.h"

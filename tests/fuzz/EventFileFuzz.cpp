@@ -7,7 +7,7 @@
 #include <string>
 
 #include "FuzzScratchFile.h"
-#include "events/EventFile.h"
+#include "eventqueue/EventFile.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const zivora::test::FuzzScratchFile scratch("events.dat");

@@ -11,8 +11,8 @@
 
 #include "analytics/ZVPAnalitics.h"
 #include "analytics/ZVPCustomParams.h"
-#include "core/Context.h"
 #include "platform/HttpClient.h"
+#include "sdk/Context.h"
 #include "support/TempDir.h"
 #include "support/VirtualRuntime.h"
 #include "util/LogSink.h"

@@ -7,10 +7,10 @@
 #include <string>
 
 #include "FuzzContext.h"
-#include "core/ZivoraInstance.h"
 #include "support/FakeHttpClient.h"
 #include "support/RecordingAdSide.h"
 #include "support/TempDir.h"
+#include "top/ZivoraInstance.h"
 
 using namespace zivora;
 

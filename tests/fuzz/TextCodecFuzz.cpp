@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "events/JsonEscape.h"
+#include "eventqueue/JsonEscape.h"
 #include "events/ZVSendRequest.h"
 #include "resources/ZVResourceManager.h"
 #include "util/Utf8.h"

@@ -12,7 +12,6 @@
 #include <string>
 #include <vector>
 
-#include "core/ZivoraInstance.h"
 #include "resources/ResourceFixture.h"  // RecordingDownloadDelegate
 #include "resources/ZVResourceManager.h"
 #include "support/FakeFileSystem.h"
@@ -24,6 +23,7 @@
 #include "support/RecordingLogSink.h"
 #include "support/TempDir.h"
 #include "support/VirtualRuntime.h"
+#include "top/ZivoraInstance.h"
 
 namespace zivora::test {
 namespace {

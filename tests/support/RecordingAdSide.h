@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "core/AdSide.h"
+#include "top/AdSide.h"
 
 namespace zivora::test {
 

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "core/Context.h"
+#include "sdk/Context.h"
 #include "support/RecordingAnalytics.h"
 #include "support/RecordingLogSink.h"
 

@@ -3,7 +3,7 @@
 
 #include <regex>
 
-#include "events/JsonEscape.h"
+#include "eventqueue/JsonEscape.h"
 #include "events/ZVSendRequest.h"
 #include "support/ScopedContext.h"
 #include "util/Utf8.h"

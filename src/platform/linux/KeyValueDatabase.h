@@ -10,6 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/KeyValueStore.h"
+
 struct sqlite3;
 struct sqlite3_stmt;
 
@@ -23,7 +25,7 @@ namespace zivora::platform {
 // setter returns only once its value is on disk, and a failed write is
 // logged and answered with false, never dropped silently. One connection
 // serves all threads behind a mutex.
-class KeyValueDatabase {
+class KeyValueDatabase final : public KeyValueStore {
  public:
   // Opens (creating if needed) the database at `file` and its directory.
   // A file that is not a database or is corrupt is logged, moved aside as
@@ -32,21 +34,24 @@ class KeyValueDatabase {
   // way) is logged and gives nullptr: the store is absent. Never throws.
   static std::shared_ptr<KeyValueDatabase> open(const std::filesystem::path& file) noexcept;
 
-  ~KeyValueDatabase();
+  ~KeyValueDatabase() override;
   KeyValueDatabase(const KeyValueDatabase&) = delete;
   KeyValueDatabase& operator=(const KeyValueDatabase&) = delete;
 
   // The value under (suite, key); nullopt when there is none or it cannot
   // be read (logged).
-  std::optional<nlohmann::json> read(std::string_view suite, std::string_view key) noexcept;
+  std::optional<nlohmann::json> read(std::string_view suite,
+                                     std::string_view key) noexcept override;
   // True once the value is committed; false (logged) otherwise. Null and
   // values that have no JSON text (NaN, invalid UTF-8) are refused.
-  bool write(std::string_view suite, std::string_view key, const nlohmann::json& value) noexcept;
+  bool write(std::string_view suite, std::string_view key,
+             const nlohmann::json& value) noexcept override;
   // True once the key is gone (also when it was not there).
-  bool remove(std::string_view suite, std::string_view key) noexcept;
+  bool remove(std::string_view suite, std::string_view key) noexcept override;
   // Every key of `suite` with its value, by key; a value that is not JSON
   // is left out (logged), and a failed read answers what was read so far.
-  std::vector<std::pair<std::string, nlohmann::json>> entries(std::string_view suite) noexcept;
+  std::vector<std::pair<std::string, nlohmann::json>> entries(
+      std::string_view suite) noexcept override;
 
   const std::filesystem::path& file() const { return file_; }
 
