@@ -25,6 +25,8 @@ packages=(
   gstreamer1.0-x
   # command-line tools the tests, the format check and benchmarks use
   openssl curl sqlite3 ca-certificates clang-format python3
+  # line and branch coverage of the library (scripts/coverage.sh)
+  gcovr
   # bench/run draws the benchmark report's chart with it
   python3-matplotlib
 )
