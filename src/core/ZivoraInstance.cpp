@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <future>
 #include <nlohmann/json.hpp>
 
 #include "analytics/ZVPAnalitics.h"
@@ -14,16 +15,19 @@
 #include "core/InvokeDelegateHelper.h"
 #include "core/ZVConfiguration.h"
 #include "events/JsonEscape.h"
+#include "events/ZVEventSender.h"
 #include "events/ZVSendRequest.h"
 #include "platform/dispatch/Runtime.h"
 #include "platform/linux/CurlHttpClient.h"
 #include "platform/linux/CurlStreamingClient.h"
 #include "platform/linux/DeviceFacts.h"
 #include "platform/linux/ThreadRuntime.h"
+#include "platform/linux/XdgOpener.h"
 #include "resources/ZVResourceManager.h"
 #include "ui/Display.h"
 #include "util/Guard.h"
 #include "util/JsonConvert.h"
+#include "util/LogSink.h"
 #include "util/ZVLog.h"
 #include "zivora/ZVConstants.h"
 #include "zivora/ZivoraDelegate.h"
@@ -52,7 +56,47 @@ HostOptions withDefaults(HostOptions host) {
   return host;
 }
 
+// The host's log function as the SDK's sink.
+class HostLogSink final : public LogSink {
+ public:
+  explicit HostLogSink(std::function<void(ZivoraLogLevel, const std::string&)> write)
+      : write_(std::move(write)) {}
+  void write(LogLevel level, std::string_view text) override {
+    static constexpr ZivoraLogLevel kLevels[] = {ZivoraLogLevel::System, ZivoraLogLevel::Warning,
+                                                 ZivoraLogLevel::Debug};
+    // A throwing host function must not take the SDK's work down with it.
+    try {
+      write_(kLevels[static_cast<std::size_t>(level)], std::string(text));
+    } catch (...) {
+    }
+  }
+
+ private:
+  std::function<void(ZivoraLogLevel, const std::string&)> write_;
+};
+
+// The host's opener: it sees only the addresses the system's opener would
+// take, so an overlay browser is never handed a file or a script address.
+class HostUrlOpener final : public platform::UrlOpener {
+ public:
+  explicit HostUrlOpener(std::function<bool(const std::string&)> open) : open_(std::move(open)) {}
+  bool canOpenURL(const std::string& url) override { return platform::XdgOpener::isOpenable(url); }
+  bool openURL(const std::string& url) override {
+    if (!canOpenURL(url)) {
+      ZVLog::LogWarning("[Zivora][openURL] Refused to open an address that is not http or https");
+      return false;
+    }
+    return open_(url);
+  }
+
+ private:
+  std::function<bool(const std::string&)> open_;
+};
+
 RuntimeOptions withDefaults(RuntimeOptions runtime, const HostOptions& host) {
+  if (!runtime.log && host.log) runtime.log = std::make_shared<HostLogSink>(host.log);
+  if (!runtime.opener && host.openUrl)
+    runtime.opener = std::make_shared<HostUrlOpener>(host.openUrl);
   if (!runtime.runtime)
     runtime.runtime = std::make_shared<dispatch::ThreadRuntime>(host.mainQueueMode);
   if (!runtime.http) {
@@ -502,6 +546,36 @@ bool ZivoraInstance::performScreenAction(ZivoraScreenAction action) {
             [&] { display->presenter().performAction(screenAction); });
   });
   return true;
+}
+
+std::optional<ZivoraScreenImage> ZivoraInstance::captureScreen() {
+  auto display = ui::Display::of(context_);
+  auto draw = [display]() -> std::optional<ZivoraScreenImage> {
+    if (!display->isPresenting()) return std::nullopt;
+    auto& presenter = display->presenter();
+    presenter.renderFrame(true);
+    const ui::Canvas& canvas = presenter.canvas();
+    ZivoraScreenImage image{canvas.pixelWidth(), canvas.pixelHeight(), canvas.stride(), {}};
+    const auto bytes = static_cast<std::size_t>(image.stride) * image.height;
+    image.pixels.assign(canvas.pixels(), canvas.pixels() + bytes);
+    return image;
+  };
+  auto& main = context_->runtime().mainQueue();
+  // The pumping host's thread is the main queue's between pumps.
+  if (main.isCurrent() || context_->host().mainQueueMode == MainQueueMode::HostPumped)
+    return draw();
+  auto answer = std::make_shared<std::promise<std::optional<ZivoraScreenImage>>>();
+  auto picture = answer->get_future();
+  main.async([draw, answer] {
+    answer->set_value(guarded(kClass, "captureScreen", std::optional<ZivoraScreenImage>(), draw));
+  });
+  if (picture.wait_for(std::chrono::seconds(5)) != std::future_status::ready) return std::nullopt;
+  return picture.get();
+}
+
+bool ZivoraInstance::hasQueuedEvents() {
+  auto sender = ZVEventSender::shared();
+  return sender && sender->eventController().saver().hasSavedEvents();
 }
 
 }  // namespace zivora
