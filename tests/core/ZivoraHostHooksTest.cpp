@@ -82,11 +82,11 @@ TEST_F(ZivoraHostHooksTest, TheHostsLogHearsEveryLineWithItsLevelAndMayThrow) {
   ZVLog::LogWarning("[Test] a warning");
   EXPECT_TRUE(heard(ZivoraLogLevel::Warning, "[Test] a warning"));
   // Debug lines obey the switch before they reach the host.
+  Zivora::logEnable(false);
   ZVLog::LogDebug("[Test] quiet");
   EXPECT_FALSE(heard(ZivoraLogLevel::Debug, "[Test] quiet"));
   Zivora::logEnable(true);
   ZVLog::LogDebug("[Test] loud");
-  Zivora::logEnable(false);
   EXPECT_TRUE(heard(ZivoraLogLevel::Debug, "[Test] loud"));
   // A host function that throws loses its line, and the SDK goes on.
   ZVLog::LogWarning("[Test] the host fails here");
