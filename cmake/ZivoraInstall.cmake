@@ -16,3 +16,6 @@ install(FILES ${PROJECT_BINARY_DIR}/ZivoraConfig.cmake ${PROJECT_BINARY_DIR}/Ziv
 
 configure_file(cmake/zivora.pc.in ${PROJECT_BINARY_DIR}/zivora.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/zivora.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# The SDK's licence and the licences of what it links travel with it.
+install(FILES LICENSE THIRD_PARTY_NOTICES.md DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/zivora)

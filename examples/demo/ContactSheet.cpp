@@ -1,8 +1,7 @@
 #include "ContactSheet.h"
 
+#include <algorithm>
 #include <cstring>
-
-#include "ui/Canvas.h"
 
 namespace demo {
 namespace {
@@ -11,17 +10,19 @@ constexpr double kCaptionHeight = 28;
 constexpr double kGap = 12;
 }  // namespace
 
-void ContactSheet::add(const zivora::ui::Canvas& canvas, std::string caption) {
-  const int width = canvas.pixelWidth();
-  const int height = canvas.pixelHeight();
+void ContactSheet::add(const zivora::ZivoraScreenImage& image, std::string caption) {
+  const int width = image.width;
+  const int height = image.height;
+  if (width <= 0 || height <= 0 || image.pixels.size() < std::size_t(image.stride) * height) return;
   std::unique_ptr<cairo_surface_t, SurfaceDeleter> copy(
       cairo_image_surface_create(CAIRO_FORMAT_ARGB32, width, height));
   cairo_surface_flush(copy.get());
   const int stride = cairo_image_surface_get_stride(copy.get());
   unsigned char* target = cairo_image_surface_get_data(copy.get());
   for (int row = 0; row < height; ++row) {
-    std::memcpy(target + row * stride, canvas.pixels() + row * canvas.stride(),
-                static_cast<std::size_t>(std::min(stride, canvas.stride())));
+    // The picture's pixels are cairo's own format; only the row widths may differ.
+    std::memcpy(target + row * stride, image.pixels.data() + row * image.stride,
+                static_cast<std::size_t>(std::min(stride, image.stride)));
   }
   cairo_surface_mark_dirty(copy.get());
   frames_.push_back({std::move(copy), std::move(caption)});

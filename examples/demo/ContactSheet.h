@@ -7,9 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace zivora::ui {
-class Canvas;
-}
+#include "zivora/Zivora.h"
 
 namespace demo {
 
@@ -17,8 +15,8 @@ namespace demo {
 // and captioned.
 class ContactSheet {
  public:
-  // Copies what `canvas` shows now.
-  void add(const zivora::ui::Canvas& canvas, std::string caption);
+  // Keeps a picture of the ad screens (Zivora::captureScreen()).
+  void add(const zivora::ZivoraScreenImage& image, std::string caption);
   std::size_t size() const { return frames_.size(); }
   bool write(const std::filesystem::path& file) const;
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "zivora/Export.h"
@@ -20,6 +21,11 @@ enum class MainQueueMode {
   // the first pump).
   HostPumped,
 };
+
+// How much a log line matters: System lines are always written (the SDK's
+// own messages, such as a call made before initialisation), Warning lines
+// always, Debug lines only while Zivora::logEnable(true) is in force.
+enum class ZivoraLogLevel { System, Warning, Debug };
 
 struct SafeAreaInsets {
   double top = 0;
@@ -72,6 +78,17 @@ struct HostOptions {
   // ZivoraErrorInitializationFailed (3), and the placement is idle again, so
   // the next call starts afresh. 0 (or less) sets no limit. Default: 180.
   int requestTimeBudgetSeconds = 180;
+  // Receives every log line of the SDK instead of standard error (a game's
+  // own console or log file). It is called from the SDK's threads, often
+  // several at once, so it must be thread-safe, quick, and must not call
+  // back into Zivora. Empty: lines go to standard error.
+  std::function<void(ZivoraLogLevel level, const std::string& line)> log{};
+  // Opens the addresses the ad screens hand on (a call to action's store or
+  // web page) instead of the system's browser, for a game that shows them in
+  // its store's overlay browser. Only absolute http and https addresses
+  // reach it. It runs on the SDK's main queue and must return at once;
+  // return false when the address was not opened. Empty: xdg-open.
+  std::function<bool(const std::string& url)> openUrl{};
 };
 
 }  // namespace zivora

@@ -23,6 +23,17 @@ namespace zivora {
 // ZivoraErrorInitializationFailed while the SDK keeps retrying (after 5, 10,
 // 15 … seconds, at most 120 s apart). Problems are reported in the log as
 // lines starting "[Zivora]" and to the delegate as error codes.
+// A picture of the ad screens: `height` rows of `width` pixels, `stride`
+// bytes apart. Each pixel is a native-endian 32-bit value 0xAARRGGBB with
+// premultiplied alpha (cairo's CAIRO_FORMAT_ARGB32), at the screens' pixel
+// size (points times the display's scale).
+struct ZivoraScreenImage {
+  int width = 0;
+  int height = 0;
+  int stride = 0;
+  std::vector<unsigned char> pixels;
+};
+
 // What a host's button can ask of the ad screen shown.
 enum class ZivoraScreenAction {
   Skip,          // skip the video, once skipping is allowed
@@ -96,6 +107,25 @@ class ZIVORA_API Zivora {
   // ready (a skip control before skipping is allowed) ignores it. False
   // when no ad screen is shown.
   static bool performScreenAction(ZivoraScreenAction action) noexcept;
+  // Draws the ad screens as they are now and returns the picture, for the
+  // host's own recordings, trailers or bug reports. Empty while no ad
+  // screen is shown. With MainQueueMode::HostPumped, call it from the
+  // thread that pumps (as handleEvent()); otherwise it waits for the SDK's
+  // main queue, and is empty when that did not get to it within five
+  // seconds. From a delegate callback it draws at once.
+  static std::optional<ZivoraScreenImage> captureScreen() noexcept;
+
+  // Ad events (views, clicks, rewards) not yet delivered to the server.
+  // They are kept on disk and sent at the next start if the host exits
+  // first; a host about to quit may wait a moment for this to turn false.
+  static bool hasQueuedEvents() noexcept;
+  // Ends the SDK's work for an orderly exit: queued and delayed tasks are
+  // dropped, requests under way are aborted, and tasks running on other
+  // threads are waited for, so nothing of the SDK runs once it returns (a
+  // delegate callback that calls it is the one task not waited for). Events
+  // and rewards not yet delivered stay on disk for the next start, and the
+  // SDK may be initialised again afterwards. Any thread may call it.
+  static void shutdown() noexcept;
 };
 
 }  // namespace zivora

@@ -149,6 +149,24 @@ bool Zivora::performScreenAction(ZivoraScreenAction action) noexcept {
   });
 }
 
+std::optional<ZivoraScreenImage> Zivora::captureScreen() noexcept {
+  return guarded(kClass, "captureScreen", std::optional<ZivoraScreenImage>(), [] {
+    auto instance = ZivoraInstance::current();
+    return instance ? instance->captureScreen() : std::nullopt;
+  });
+}
+
+bool Zivora::hasQueuedEvents() noexcept {
+  return guarded(kClass, "hasQueuedEvents", false, [] {
+    auto instance = ZivoraInstance::current();
+    return instance && instance->hasQueuedEvents();
+  });
+}
+
+void Zivora::shutdown() noexcept {
+  guarded(kClass, "shutdown", [] { ZivoraInstance::reset(); });
+}
+
 std::size_t Zivora::pump() noexcept {
   return guarded(kClass, "pump", std::size_t{0}, [] {
     auto instance = ZivoraInstance::current();

@@ -5,11 +5,13 @@
 
 #include <algorithm>
 #include <chrono>
+#include <future>
 #include <nlohmann/json.hpp>
 
 #include "analytics/ZVPAnalitics.h"
 #include "analytics/ZVPDeviceInfoHelper.h"
 #include "eventqueue/JsonEscape.h"
+#include "events/ZVEventSender.h"
 #include "events/ZVSendRequest.h"
 #include "platform/dispatch/Runtime.h"
 #include "resources/ZVResourceManager.h"
@@ -18,6 +20,8 @@
 #include "sdk/ZVConfiguration.h"
 #include "top/AdSide.h"
 #include "top/DefaultAdSide.h"
+#include "top/HostLogSink.h"
+#include "top/HostUrlOpener.h"
 #include "ui/Display.h"
 #include "util/Guard.h"
 #include "util/JsonConvert.h"
@@ -50,6 +54,9 @@ HostOptions withDefaults(HostOptions host) {
 }
 
 RuntimeOptions withDefaults(RuntimeOptions runtime, const HostOptions& host) {
+  if (!runtime.log && host.log) runtime.log = std::make_shared<HostLogSink>(host.log);
+  if (!runtime.opener && host.openUrl)
+    runtime.opener = std::make_shared<HostUrlOpener>(host.openUrl);
   if (!runtime.runtime) runtime.runtime = defaults::runtime(host);
   if (!runtime.http) runtime.http = defaults::http(host);
   if (!runtime.downloads) runtime.downloads = defaults::downloads(host, runtime.runtime);
@@ -492,6 +499,36 @@ bool ZivoraInstance::performScreenAction(ZivoraScreenAction action) {
             [&] { display->presenter().performAction(screenAction); });
   });
   return true;
+}
+
+std::optional<ZivoraScreenImage> ZivoraInstance::captureScreen() {
+  auto display = ui::Display::of(context_);
+  auto draw = [display]() -> std::optional<ZivoraScreenImage> {
+    if (!display->isPresenting()) return std::nullopt;
+    auto& presenter = display->presenter();
+    presenter.renderFrame(true);
+    const ui::Canvas& canvas = presenter.canvas();
+    ZivoraScreenImage image{canvas.pixelWidth(), canvas.pixelHeight(), canvas.stride(), {}};
+    const auto bytes = static_cast<std::size_t>(image.stride) * image.height;
+    image.pixels.assign(canvas.pixels(), canvas.pixels() + bytes);
+    return image;
+  };
+  auto& main = context_->runtime().mainQueue();
+  // The pumping host's thread is the main queue's between pumps.
+  if (main.isCurrent() || context_->host().mainQueueMode == MainQueueMode::HostPumped)
+    return draw();
+  auto answer = std::make_shared<std::promise<std::optional<ZivoraScreenImage>>>();
+  auto picture = answer->get_future();
+  main.async([draw, answer] {
+    answer->set_value(guarded(kClass, "captureScreen", std::optional<ZivoraScreenImage>(), draw));
+  });
+  if (picture.wait_for(std::chrono::seconds(5)) != std::future_status::ready) return std::nullopt;
+  return picture.get();
+}
+
+bool ZivoraInstance::hasQueuedEvents() {
+  auto sender = ZVEventSender::shared();
+  return sender && sender->eventController().saver().hasSavedEvents();
 }
 
 }  // namespace zivora

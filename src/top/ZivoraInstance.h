@@ -62,6 +62,9 @@ class ZivoraInstance : public std::enable_shared_from_this<ZivoraInstance> {
   bool handleEvent(const void* sdlEvent);
   bool isPresenting();
   bool performScreenAction(ZivoraScreenAction action);
+  // Draws the screens and copies their pixels, on the main queue.
+  std::optional<ZivoraScreenImage> captureScreen();
+  bool hasQueuedEvents();
 
  private:
   ZivoraInstance(std::shared_ptr<Context> context, std::shared_ptr<AdSide> adSide);

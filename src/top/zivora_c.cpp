@@ -4,6 +4,7 @@
 #include "zivora/zivora_c.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <optional>
@@ -67,6 +68,17 @@ HostOptions hostOptions(const zivora_options& c) {
   host.screenHeight = c.screen_height;
   host.hostWindow = c.host_window;
   host.gpuType = textOrEmpty(c.gpu_type);
+  // The host's C functions, wrapped; their user data travels with them.
+  if (auto log = c.log) {
+    host.log = [log, user = c.host_user_data](ZivoraLogLevel level, const std::string& line) {
+      log(user, static_cast<zivora_log_level>(level), line.c_str());
+    };
+  }
+  if (auto open = c.open_url) {
+    host.openUrl = [open, user = c.host_user_data](const std::string& url) {
+      return open(user, url.c_str()) != 0;
+    };
+  }
   return host;
 }
 
@@ -184,6 +196,33 @@ int zivora_perform_screen_action(zivora_screen_action action) {
   return zivora::Zivora::performScreenAction(static_cast<zivora::ZivoraScreenAction>(action)) ? 1
                                                                                               : 0;
 }
+
+int zivora_capture_screen(zivora_screen_image* image) {
+  return guarded(zivora::kClass, "zivora_capture_screen", 0, [&] {
+    if (!image) {
+      zivora::present(nullptr, "zivora_capture_screen", "image");
+      return 0;
+    }
+    *image = zivora_screen_image{};
+    auto picture = zivora::Zivora::captureScreen();
+    if (!picture || picture->pixels.empty()) return 0;
+    auto* pixels = static_cast<unsigned char*>(std::malloc(picture->pixels.size()));
+    if (!pixels) return 0;
+    std::memcpy(pixels, picture->pixels.data(), picture->pixels.size());
+    *image = {picture->width, picture->height, picture->stride, pixels};
+    return 1;
+  });
+}
+
+void zivora_screen_image_free(zivora_screen_image* image) {
+  if (!image) return;
+  std::free(image->pixels);
+  *image = zivora_screen_image{};
+}
+
+int zivora_has_queued_events(void) { return zivora::Zivora::hasQueuedEvents() ? 1 : 0; }
+
+void zivora_shutdown(void) { zivora::Zivora::shutdown(); }
 
 const char* zivora_version(void) { return zivora::ZivoraSDKVersionString; }
 

@@ -19,17 +19,15 @@ bool startsWithNoCase(std::string_view text, std::string_view prefix) {
          });
 }
 
-// The refused address as a log can show it: short, and nothing that could
-// forge a line or a terminal escape.
-std::string printable(std::string_view url) {
+}  // namespace
+
+std::string WebAddress::printable(std::string_view url) {
   std::string shown(url.substr(0, kLoggedLength));
   for (char& c : shown) {
     if (c < 0x20 || c > 0x7e) c = '?';
   }
   return shown;
 }
-
-}  // namespace
 
 bool WebAddress::isWeb(std::string_view url) {
   const bool printableAscii =

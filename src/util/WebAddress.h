@@ -16,6 +16,9 @@ class WebAddress {
   // "http://" or "https://" (in any case) followed by a host, with no
   // blank or control character anywhere.
   static bool isWeb(std::string_view url);
+  // `url` as a log line can show it: at most 200 bytes, and nothing that
+  // could forge a line or a terminal escape.
+  static std::string printable(std::string_view url);
   // `url` when it is a web address. Otherwise, if there is one, logs its
   // refusal for `field` and gives nothing.
   static std::optional<std::string> accepted(std::optional<std::string> url,

@@ -1,5 +1,6 @@
-// zivora_soak: runs the headless demo host against the sandbox ad server
-// again and again while killing either of them, cutting and delaying
+// zivora_soak: runs the headless test host (the sample host's session with
+// short timeouts and a small disk) against the sandbox ad server again and
+// again while killing either of them, cutting and delaying
 // downloads and replies and filling the cache's disk, then squares what the
 // SDK stored, cached and acknowledged against what the server served and
 // accepted. Exit status 1 when an event was lost, a cached file was corrupt
@@ -35,7 +36,7 @@ struct CommandLine {
 std::optional<CommandLine> parse(int argc, char** argv) {
   CommandLine line;
   line.options.seed = std::random_device{}();
-  line.options.demo = ZIVORA_SOAK_DEMO;
+  line.options.demo = ZIVORA_SOAK_HOST;
   line.options.sandbox = ZIVORA_SOAK_SANDBOX;
   const char* temporary = std::getenv("TMPDIR");
   const fs::path tmp = temporary && *temporary ? temporary : "/tmp";

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "util/WebAddress.h"
 #include "util/ZVLog.h"
 
 extern char** environ;
@@ -24,26 +25,6 @@ constexpr const char* kProgram = "xdg-open";
 // once); later looks back off so a long-running child costs little.
 constexpr dispatch::Duration kFirstReap = 50ms;
 constexpr dispatch::Duration kLongestReap = 2s;
-// Log lines show at most this much of a refused address.
-constexpr std::size_t kLoggedLength = 200;
-
-bool startsWithNoCase(std::string_view text, std::string_view prefix) {
-  return text.size() >= prefix.size() &&
-         std::equal(prefix.begin(), prefix.end(), text.begin(), [](char a, char b) {
-           return std::tolower(static_cast<unsigned char>(a)) ==
-                  std::tolower(static_cast<unsigned char>(b));
-         });
-}
-
-// A refused address may hold control characters: keep them out of the log.
-std::string printable(const std::string& url) {
-  std::string shown = url.substr(0, kLoggedLength);
-  for (char& c : shown) {
-    if (c < 0x20 || c > 0x7e) c = '?';
-  }
-  return shown;
-}
-
 // The host may block or ignore signals on the calling thread; the browser
 // that xdg-open starts must not inherit that, or it could not be stopped.
 int spawn(char* const argv[], pid_t* pid) {
@@ -65,26 +46,11 @@ int spawn(char* const argv[], pid_t* pid) {
 
 XdgOpener::XdgOpener(dispatch::Queue& reaper) : reaper_(reaper) {}
 
-bool XdgOpener::isOpenable(const std::string& url) {
-  const bool printableAscii =
-      std::all_of(url.begin(), url.end(), [](char c) { return c > 0x20 && c < 0x7f; });
-  if (!printableAscii) return false;
-  std::string_view rest;
-  if (startsWithNoCase(url, "https://")) {
-    rest = std::string_view(url).substr(8);
-  } else if (startsWithNoCase(url, "http://")) {
-    rest = std::string_view(url).substr(7);
-  } else {
-    return false;
-  }
-  return !rest.empty() && rest.front() != '/';
-}
-
-bool XdgOpener::canOpenURL(const std::string& url) { return isOpenable(url); }
+bool XdgOpener::canOpenURL(const std::string& url) { return WebAddress::isWeb(url); }
 
 bool XdgOpener::openURL(const std::string& url) {
-  if (!isOpenable(url)) {
-    ZVLog::LogWarning("[XdgOpener][openURL] Refused to open: {}", printable(url));
+  if (!canOpenURL(url)) {
+    ZVLog::LogWarning("[XdgOpener][openURL] Refused to open: {}", WebAddress::printable(url));
     return false;
   }
   std::string program = kProgram;

@@ -21,10 +21,6 @@ class XdgOpener final : public UrlOpener {
   bool canOpenURL(const std::string& url) override;
   bool openURL(const std::string& url) override;
 
-  // The test that both operations apply: an http or https scheme (in any
-  // case) followed by "//" and a host, and no byte outside 0x21-0x7E.
-  static bool isOpenable(const std::string& url);
-
  private:
   static void reapLater(dispatch::Queue& queue, int pid, dispatch::Duration wait);
 

@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-namespace demo {
+namespace testhost {
 
 QuotaFileSystem::QuotaFileSystem(std::filesystem::path root, std::uint64_t capacity)
     : root_(std::move(root)), capacity_(capacity) {}
@@ -44,4 +44,4 @@ ssize_t QuotaFileSystem::write(int fd, const void* data, std::size_t size) {
 
 int QuotaFileSystem::sync(int fd) { return ::fdatasync(fd); }
 
-}  // namespace demo
+}  // namespace testhost

@@ -5,7 +5,7 @@
 
 #include "platform/FileSystem.h"
 
-namespace demo {
+namespace testhost {
 
 // The data root as if it lay on a small file system of its own: free space
 // is the capacity less the bytes of every file under the root (a filler
@@ -28,4 +28,4 @@ class QuotaFileSystem final : public zivora::platform::FileSystem {
   std::uint64_t capacity_;
 };
 
-}  // namespace demo
+}  // namespace testhost
