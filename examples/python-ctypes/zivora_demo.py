@@ -79,8 +79,11 @@ def main():
     sdk.zivora_version.restype = ctypes.c_char_p
     print("zivora", sdk.zivora_version().decode())
 
-    options = Options()
-    sdk.zivora_options_init(ctypes.byref(options))
+    # ctypes zeroes a new structure, and struct_size tells the SDK how much of
+    # it this script declares: the SDK reads only that much. (zivora_options_init
+    # would write the library's whole structure, which may be larger than the
+    # part declared here.)
+    options = Options(struct_size=ctypes.sizeof(Options))
     options.application_name = b"python-host"
     options.ad_endpoint = args.server.encode()
     options.ca_file = args.ca.encode() if args.ca else None
@@ -106,8 +109,7 @@ def main():
         print("callback: video_receive_reward", placement.decode(), flush=True)
         answered.set()
 
-    callbacks = Callbacks()
-    sdk.zivora_callbacks_init(ctypes.byref(callbacks))
+    callbacks = Callbacks(struct_size=ctypes.sizeof(Callbacks))
     # The callback objects must outlive the SDK's use of them.
     callbacks.video_did_cache = keep_cache = PLACEMENT_CALLBACK(on_cache)
     callbacks.video_did_fail_to_load = keep_fail = FAIL_CALLBACK(on_fail)

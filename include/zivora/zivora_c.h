@@ -35,6 +35,13 @@ typedef enum zivora_main_queue_mode {
   ZIVORA_MAIN_QUEUE_HOST_PUMPED = 1
 } zivora_main_queue_mode;
 
+/* How much a log line matters (see ZivoraLogLevel in zivora/HostOptions.h). */
+typedef enum zivora_log_level {
+  ZIVORA_LOG_SYSTEM = 0,
+  ZIVORA_LOG_WARNING = 1,
+  ZIVORA_LOG_DEBUG = 2
+} zivora_log_level;
+
 /* Settings given once, at initialisation. NULL strings and zeros mean "the
  * default" (see zivora/HostOptions.h for each default). */
 typedef struct zivora_options {
@@ -61,6 +68,17 @@ typedef struct zivora_options {
   void* host_window;
   /* The graphics processor's name, reported with the device facts. */
   const char* gpu_type;
+  /* Passed back to `log` and `open_url`. */
+  void* host_user_data;
+  /* Receives every log line instead of standard error. Called from the
+   * SDK's threads, several at once: thread-safe, quick, no calls into the
+   * SDK. `line` is valid during the call only. NULL: standard error. */
+  void (*log)(void* host_user_data, zivora_log_level level, const char* line);
+  /* Opens an address the ad screens hand on (absolute http or https only)
+   * instead of xdg-open, e.g. in a store's overlay browser. Runs on the
+   * SDK's main queue and returns at once: nonzero when it was opened.
+   * NULL: xdg-open. */
+  int (*open_url)(void* host_user_data, const char* url);
 } zivora_options;
 
 /* One granted reward, valid for the duration of the callback. */
@@ -96,6 +114,11 @@ typedef struct zivora_callbacks {
                                        const char* reward_id);
 } zivora_callbacks;
 
+/* Zero the whole structure of this library's version and set struct_size to
+ * it. Call them only on a structure declared from this header: a binding
+ * that declares a shorter structure (an older header, a ctypes mirror of
+ * part of it) zeroes it itself and sets struct_size to its own size; the
+ * SDK reads no further than struct_size. */
 ZIVORA_API void zivora_options_init(zivora_options* options);
 ZIVORA_API void zivora_callbacks_init(zivora_callbacks* callbacks);
 
@@ -141,6 +164,28 @@ typedef enum zivora_screen_action {
  * for hosts whose input does not come through SDL. Runs on the SDK's main
  * queue; nonzero when an ad screen was shown to take it. */
 ZIVORA_API int zivora_perform_screen_action(zivora_screen_action action);
+
+/* A picture of the ad screens: `height` rows of `width` pixels, `stride`
+ * bytes apart, each a native-endian 32-bit 0xAARRGGBB value with
+ * premultiplied alpha (cairo's CAIRO_FORMAT_ARGB32). */
+typedef struct zivora_screen_image {
+  int width;
+  int height;
+  int stride;
+  unsigned char* pixels;
+} zivora_screen_image;
+/* Draws the ad screens as they are now into `image` (see
+ * Zivora::captureScreen). Nonzero on success; free the pixels with
+ * zivora_screen_image_free(). Zero, with `image` emptied, while no ad screen
+ * is shown or when the main queue did not get to it within five seconds. */
+ZIVORA_API int zivora_capture_screen(zivora_screen_image* image);
+ZIVORA_API void zivora_screen_image_free(zivora_screen_image* image);
+
+/* Nonzero while ad events wait on disk to be delivered to the server. */
+ZIVORA_API int zivora_has_queued_events(void);
+/* Ends the SDK's work for an orderly exit (see Zivora::shutdown); the SDK
+ * may be initialised again afterwards. */
+ZIVORA_API void zivora_shutdown(void);
 
 /* The SDK's version banner. */
 ZIVORA_API const char* zivora_version(void);
