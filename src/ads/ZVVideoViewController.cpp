@@ -5,6 +5,7 @@
 #include "analytics/ZVPAnalitics.h"
 #include "events/ZVEventSender.h"
 #include "events/ZVSendRequest.h"
+#include "platform/ScreenSaver.h"
 #include "platform/UrlOpener.h"
 #include "platform/dispatch/Runtime.h"
 #include "resources/ZVArrayLoaderHelper.h"
@@ -14,7 +15,6 @@
 #include "sdk/ZVConfiguration.h"
 #include "sdk/ZVReachability.h"
 #include "ui/Display.h"
-#include "ui/ScreenSaver.h"
 #include "ui/Window.h"
 #include "ui/ZVPlayerController.h"
 #include "ui/ZVPostVideoController.h"
@@ -584,8 +584,8 @@ void ZVVideoViewController::presentWindow(bool& presented) {
     }
   }
   showAfterCached_ = ready_ = isSuccessfulPlayed_ = false;
-  wasIdleTimerDisabled_ = ui::ScreenSaver::isDisabled();
-  ui::ScreenSaver::setDisabled(true);
+  wasIdleTimerDisabled_ = platform::ScreenSaver::isDisabled();
+  platform::ScreenSaver::setDisabled(true);
 }
 
 void ZVVideoViewController::failShow() {
@@ -674,7 +674,7 @@ void ZVVideoViewController::deliverReward() {
 void ZVVideoViewController::showPostVideoView() {
   guarded(kClass, "showPostVideoView", [&] {
     onMain("showPostVideoView", [](ZVVideoViewController& self) {
-      ui::ScreenSaver::setDisabled(self.wasIdleTimerDisabled_);
+      platform::ScreenSaver::setDisabled(self.wasIdleTimerDisabled_);
       if (self.postVideoController_) return;
       auto configuration = ZVConfiguration::shared();
       self.postVideoController_ = std::make_shared<ui::ZVPostVideoController>(

@@ -1,7 +1,6 @@
 #include "events/ZVEventSender.h"
 
 #include <fmt/format.h>
-#include <openssl/evp.h>
 
 #include <fstream>
 #include <iterator>
@@ -12,6 +11,7 @@
 #include "platform/dispatch/Runtime.h"
 #include "sdk/Context.h"
 #include "sdk/ZVConfiguration.h"
+#include "util/Crypto.h"
 #include "util/Guard.h"
 #include "util/JsonConvert.h"
 #include "util/ZVLog.h"
@@ -23,15 +23,6 @@ namespace {
 constexpr char kClass[] = "ZVEventSender";
 constexpr char kPurchaseClass[] = "ZVEventSenderDispatch";
 constexpr char kReportClass[] = "EventSender";
-
-std::string base64(const std::string& bytes) {
-  std::string out(4 * ((bytes.size() + 2) / 3) + 1, '\0');
-  int length = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(out.data()),
-                               reinterpret_cast<const unsigned char*>(bytes.data()),
-                               static_cast<int>(bytes.size()));
-  out.resize(static_cast<std::size_t>(length));
-  return out;
-}
 
 std::string describe(const std::optional<std::string>& text) { return text ? *text : "(null)"; }
 
@@ -113,7 +104,7 @@ void ZVEventSender::purchaseEvent(double price, std::optional<std::string> curre
                }
                self.send("purchase", TS_API_EVENT_PURCHASE,
                          purchaseFields(price, currency, transactionId,
-                                        ZVSendRequest::urlEncode(base64(*receipt))));
+                                        ZVSendRequest::urlEncode(Crypto::base64(*receipt))));
              });
   });
 }

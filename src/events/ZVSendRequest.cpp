@@ -1,6 +1,5 @@
 #include "events/ZVSendRequest.h"
 
-#include <curl/curl.h>
 #include <fmt/format.h>
 
 #include <memory>
@@ -13,6 +12,7 @@
 #include "util/Guard.h"
 #include "util/JsonConvert.h"
 #include "util/PercentEncoding.h"
+#include "util/UrlQuery.h"
 #include "util/Utf8.h"
 #include "util/ZVHash.h"
 #include "util/ZVLog.h"
@@ -103,22 +103,9 @@ std::optional<std::string> ZVSendRequest::addArgumentToURL(std::string_view url,
                                                            std::string_view key,
                                                            std::string_view value) noexcept {
   try {
-    std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> handle(curl_url(), &curl_url_cleanup);
-    std::string text(url);
-    if (!handle || curl_url_set(handle.get(), CURLUPART_URL, text.c_str(),
-                                CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK) {
-      return std::nullopt;
-    }
     std::string item =
         fmt::format("{}={}", urlEncode(key).value_or(""), urlEncode(value).value_or(""));
-    char* rebuilt = nullptr;
-    if (curl_url_set(handle.get(), CURLUPART_QUERY, item.c_str(), CURLU_APPENDQUERY) != CURLUE_OK ||
-        curl_url_get(handle.get(), CURLUPART_URL, &rebuilt, 0) != CURLUE_OK || !rebuilt) {
-      return text;
-    }
-    std::string result(rebuilt);
-    curl_free(rebuilt);
-    return result;
+    return UrlQuery::append(url, item);
   } catch (...) {
     ZVLog::system("[addArgumentToURL] Error add path item");
     return std::string(url);

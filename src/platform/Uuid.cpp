@@ -1,12 +1,13 @@
 #include "platform/Uuid.h"
 
 #include <fmt/format.h>
-#include <openssl/rand.h>
 
 #include <array>
 #include <cstdint>
 #include <fstream>
 #include <stdexcept>
+
+#include "util/Crypto.h"
 
 namespace zivora::platform {
 
@@ -22,7 +23,7 @@ bool readUrandom(Bytes& bytes) {
 
 Bytes randomBytes() {
   Bytes bytes{};
-  if (RAND_bytes(bytes.data(), static_cast<int>(bytes.size())) == 1) return bytes;
+  if (Crypto::randomBytes(bytes)) return bytes;
   if (readUrandom(bytes)) return bytes;
   throw std::runtime_error("no random source for a UUID");
 }

@@ -1,7 +1,5 @@
 #include "ui/Display.h"
 
-#include <SDL.h>
-
 #include <stdexcept>
 #include <string>
 

@@ -1,25 +1,20 @@
 #include "ui/ImageView.h"
 
-#include <SDL.h>
-#include <SDL_image.h>
-
+#include <cstdint>
 #include <cstring>
+#include <string>
 
+#include "platform/ImageDecoder.h"
 #include "util/ZVLog.h"
 
 namespace zivora::ui {
 namespace {
 
-struct SdlSurfaceDeleter {
-  void operator()(SDL_Surface* s) const { SDL_FreeSurface(s); }
-};
-using SdlSurface = std::unique_ptr<SDL_Surface, SdlSurfaceDeleter>;
-
-// SDL_image decodes; cairo wants premultiplied native-endian ARGB.
-cairo_surface_t* toCairo(SDL_Surface* decoded) {
-  SdlSurface argb(SDL_ConvertSurfaceFormat(decoded, SDL_PIXELFORMAT_ARGB8888, 0));
-  if (!argb) return nullptr;
-  cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, argb->w, argb->h);
+// The decoder gives straight ARGB; cairo wants premultiplied native-endian
+// ARGB.
+cairo_surface_t* toCairo(const platform::DecodedImage& decoded) {
+  cairo_surface_t* surface =
+      cairo_image_surface_create(CAIRO_FORMAT_ARGB32, decoded.width, decoded.height);
   if (cairo_surface_status(surface) != CAIRO_STATUS_SUCCESS) {
     cairo_surface_destroy(surface);
     return nullptr;
@@ -27,13 +22,14 @@ cairo_surface_t* toCairo(SDL_Surface* decoded) {
   cairo_surface_flush(surface);
   unsigned char* out = cairo_image_surface_get_data(surface);
   const int outStride = cairo_image_surface_get_stride(surface);
-  for (int y = 0; y < argb->h; ++y) {
-    const auto* in = static_cast<const Uint32*>(argb->pixels) + y * (argb->pitch / 4);
+  for (int y = 0; y < decoded.height; ++y) {
+    const std::uint32_t* in = decoded.pixels.data() +
+                              static_cast<std::size_t>(y) * static_cast<std::size_t>(decoded.width);
     auto* row = reinterpret_cast<std::uint32_t*>(out + y * outStride);
-    for (int x = 0; x < argb->w; ++x) {
-      const Uint32 p = in[x];
-      const Uint32 a = p >> 24;
-      auto premultiply = [a](Uint32 c) { return (c * a + 127) / 255; };
+    for (int x = 0; x < decoded.width; ++x) {
+      const std::uint32_t p = in[x];
+      const std::uint32_t a = p >> 24;
+      auto premultiply = [a](std::uint32_t c) { return (c * a + 127) / 255; };
       row[x] = (a << 24) | (premultiply((p >> 16) & 0xff) << 16) |
                (premultiply((p >> 8) & 0xff) << 8) | premultiply(p & 0xff);
     }
@@ -49,13 +45,13 @@ ImageView::ImageView(Rect frame) : View(frame) { setUserInteractionEnabled(false
 bool ImageView::setImageFile(const std::filesystem::path& path) {
   image_.reset();
   setNeedsDisplay();
-  SdlSurface decoded(IMG_Load(path.c_str()));
+  std::string why;
+  std::optional<platform::DecodedImage> decoded = platform::ImageDecoder::decode(path, why);
   if (!decoded) {
-    ZVLog::LogWarning("[ImageView][setImageFile] Can't load image {}: {}", path.string(),
-                      IMG_GetError());
+    ZVLog::LogWarning("[ImageView][setImageFile] Can't load image {}: {}", path.string(), why);
     return false;
   }
-  image_.reset(toCairo(decoded.get()));
+  image_.reset(toCairo(*decoded));
   return image_ != nullptr;
 }
 

@@ -1,13 +1,13 @@
 #include "util/ZVHash.h"
 
 #include <fmt/format.h>
-#include <openssl/evp.h>
-#include <openssl/rand.h>
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <stdexcept>
 
+#include "util/Crypto.h"
 #include "util/Guard.h"
 #include "util/Upcalls.h"
 #include "util/ZVException.h"
@@ -28,9 +28,9 @@ long long millisecondsSince1970() {
 // rejection of the biased tail.
 unsigned uniformBelow(unsigned bound) {
   const unsigned limit = 256u - 256u % bound;
-  unsigned char byte = 0;
+  std::uint8_t byte = 0;
   do {
-    if (RAND_bytes(&byte, 1) != 1) throw std::runtime_error("RAND_bytes failed");
+    if (!Crypto::randomBytes({&byte, 1})) throw std::runtime_error("no random bytes");
   } while (byte >= limit);
   return byte % bound;
 }
@@ -39,15 +39,11 @@ unsigned uniformBelow(unsigned bound) {
 
 std::string ZVHash::md5Hex(std::optional<std::string_view> text) {
   if (!text) throw ZVException("NSInvalidArgumentException", "nil text to hash");
-  unsigned char digest[EVP_MAX_MD_SIZE];
-  unsigned int length = 0;
-  if (EVP_Digest(text->data(), text->size(), digest, &length, EVP_md5(), nullptr) != 1) {
-    throw std::runtime_error("EVP_Digest(md5) failed");
-  }
+  auto digest = Crypto::md5(*text);
+  if (!digest) throw std::runtime_error("md5 failed");
   std::string hex;
-  hex.reserve(length * 2);
-  for (unsigned int i = 0; i < length; ++i)
-    fmt::format_to(std::back_inserter(hex), "{:02x}", digest[i]);
+  hex.reserve(digest->size() * 2);
+  for (std::uint8_t byte : *digest) fmt::format_to(std::back_inserter(hex), "{:02x}", byte);
   return hex;
 }
 

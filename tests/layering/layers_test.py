@@ -65,6 +65,30 @@ class LayersTest(unittest.TestCase):
         self.assertIn("folder not on any floor", out)
         self.assertIn("folders include each other: extra spare", out)
 
+    def test_system_libraries_only_in_the_linux_implementations(self):
+        def write_system(path, *headers):
+            full = os.path.join(self.src, path)
+            os.makedirs(os.path.dirname(full), exist_ok=True)
+            with open(full, "w") as out:
+                out.write("".join(f"#include <{header}>\n" for header in headers))
+
+        write_system("platform/linux/CurlHttp.cpp", "curl/curl.h", "openssl/evp.h")
+        write_system("platform/linux/SdlWindow.cpp", "SDL.h", "X11/Xlib.h")
+        write_system("ui/SdlPresenter.h", "SDL.h")
+        write_system("ui/Canvas.cpp", "cairo.h", "pango/pangocairo.h", "string")
+        self.assertEqual(self.check(), (0, "layers: every include goes down the floors\n"))
+
+        write_system("ui/Image.cpp", "cairo.h", "SDL_image.h")
+        write_system("util/Hash.cpp", "openssl/rand.h")
+        write_system("events/Send.cpp", "curl/curl.h")
+        write_system("sdk/Screen.h", "X11/Xlib.h")
+        status, out = self.check()
+        self.assertEqual(status, 1)
+        for line in ("ui/Image.cpp:2: #include <SDL_image.h>", "util/Hash.cpp:1: #include <openssl",
+                     "events/Send.cpp:1: #include <curl", "sdk/Screen.h:1: #include <X11"):
+            self.assertIn(line, out)
+        self.assertEqual(out.count("system library outside platform/linux"), 4)
+
     def test_table_counts_includes_between_folders_only(self):
         self.write("sdk/Context.cpp", "sdk/Context.h", "util/Log.h", "util/Log.h", "util/Hash.h")
         self.write("sdk/Context.h")

@@ -1,8 +1,8 @@
-#include "ui/ScreenSaver.h"
-
 #include <SDL.h>
 
-namespace zivora::ui {
+#include "platform/ScreenSaver.h"
+
+namespace zivora::platform {
 
 bool ScreenSaver::isDisabled() {
   return SDL_WasInit(SDL_INIT_VIDEO) != 0 && SDL_IsScreenSaverEnabled() == SDL_FALSE;
@@ -16,4 +16,4 @@ void ScreenSaver::setDisabled(bool disabled) {
     SDL_EnableScreenSaver();
 }
 
-}  // namespace zivora::ui
+}  // namespace zivora::platform
