@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
 
 #include "platform/dispatch/QueueAssert.h"
 #include "util/ZVLog.h"
@@ -77,6 +78,15 @@ void unpremultiply(const std::uint32_t* from, std::uint32_t* to, int count) {
     };
     to[i] = (alpha << 24) | undo(16) | undo(8) | undo(0);
   }
+}
+
+// A device node a GPU driver renders through (Mesa's DRM ones, NVIDIA's).
+bool hasGpuDevice() {
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator("/dev/dri", error)) {
+    if (entry.path().filename().string().starts_with("render")) return true;
+  }
+  return std::filesystem::exists("/dev/nvidia0", error);
 }
 
 }  // namespace
@@ -177,17 +187,20 @@ SdlPresenter::SdlPresenter(Screen screen, SDL_Window* window, bool hostWindow,
 }
 
 SDL_Renderer* SdlPresenter::createRenderer(SDL_Window* window) {
-  SDL_Renderer* renderer = SDL_CreateRenderer(window, -1, 0);
   // A renderer the host or the user chose stays.
-  if (!renderer || SDL_GetHint(SDL_HINT_RENDER_DRIVER) || !rasterisesInSoftware(renderer)) {
-    return renderer;
+  if (SDL_GetHint(SDL_HINT_RENDER_DRIVER)) return SDL_CreateRenderer(window, -1, 0);
+  // Without a GPU device OpenGL can only rasterise on the CPU: it is not
+  // even tried, as loading Mesa's driver alone costs a tenth of a second.
+  if (hasGpuDevice()) {
+    SDL_Renderer* renderer = SDL_CreateRenderer(window, -1, 0);
+    if (!renderer || !rasterisesInSoftware(renderer)) return renderer;
+    SDL_DestroyRenderer(renderer);
   }
-  SDL_DestroyRenderer(renderer);
   // The window's own framebuffer, not one drawn through OpenGL again.
   if (!SDL_GetHint(SDL_HINT_FRAMEBUFFER_ACCELERATION)) {
     SDL_SetHint(SDL_HINT_FRAMEBUFFER_ACCELERATION, "0");
   }
-  renderer = SDL_CreateRenderer(window, -1, SDL_RENDERER_SOFTWARE);
+  SDL_Renderer* renderer = SDL_CreateRenderer(window, -1, SDL_RENDERER_SOFTWARE);
   return renderer ? renderer : SDL_CreateRenderer(window, -1, 0);
 }
 
