@@ -186,14 +186,23 @@ void ZVConfiguration::setSoundOffButtonURL(OptionalString url) noexcept {
 
 OptionalString ZVConfiguration::serverURL() noexcept {
   return guarded(kClassName, "serverURL", OptionalString(), [&]() -> OptionalString {
-    auto store = configuration();
-    auto stored = store ? store->stringForKey(kServerURLKey) : std::nullopt;
-    return stored ? stored : defaultServerURL();
+    std::lock_guard lock(serverURLMutex_);
+    if (!serverURL_) {
+      auto store = configuration();
+      serverURL_ = store ? store->stringForKey(kServerURLKey) : std::nullopt;
+    }
+    return *serverURL_ ? *serverURL_ : defaultServerURL();
   });
 }
 
 void ZVConfiguration::setServerURL(OptionalString url) noexcept {
-  writeString("setServerURL", kServerURLKey, url);
+  guarded(kClassName, "setServerURL", [&] {
+    std::lock_guard lock(serverURLMutex_);
+    writeString("setServerURL", kServerURLKey, url);
+    // Read back on the next ask: a write the store refused leaves the
+    // stored value in force.
+    serverURL_.reset();
+  });
 }
 
 OptionalString ZVConfiguration::randomUID() noexcept {

@@ -92,6 +92,10 @@ class ZVConfiguration : public std::enable_shared_from_this<ZVConfiguration> {
   bool appUserIdWriteQueued_ = false;
   bool writeQueueMade_ = false;
   std::shared_ptr<dispatch::Queue> writeQueue_;
+
+  // The server URL as stored, read once: every event sent asks for it.
+  std::mutex serverURLMutex_;
+  std::optional<std::optional<std::string>> serverURL_;
 };
 
 }  // namespace zivora

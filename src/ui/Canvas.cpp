@@ -84,6 +84,10 @@ void Canvas::draw(View& root) {
   cairo_destroy(cr);
 }
 
+void Canvas::setUserData(const cairo_user_data_key_t* key, void* data) {
+  cairo_surface_set_user_data(surface_.get(), key, data, nullptr);
+}
+
 bool Canvas::writePng(const std::filesystem::path& path) const {
   return cairo_surface_write_to_png(surface_.get(), path.c_str()) == CAIRO_STATUS_SUCCESS;
 }

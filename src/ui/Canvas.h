@@ -45,6 +45,9 @@ class Canvas {
   void compose(const std::vector<View*>& roots, const PixelRegion& damage, Color background);
   // For changes that reach no pixel of the canvas: clears the redraw flags.
   void settle(View& root) const;
+  // Attaches `data` to the surface the views draw into, for a view that
+  // looks it up in its draw() (the surface lives as long as the canvas).
+  void setUserData(const cairo_user_data_key_t* key, void* data);
   // False (and nothing written) when the file cannot be written.
   bool writePng(const std::filesystem::path& path) const;
 

@@ -19,6 +19,14 @@ Presenter::~Presenter() = default;
 void Presenter::setScreen(const Screen& screen) {
   screen_ = screen;
   canvas_ = Canvas(screen.size, screen.scale);
+  if (planes_) planes_->attach(canvas_);
+  stackChanged_ = true;
+}
+
+void Presenter::enableVideoPlanes() {
+  if (planes_) return;
+  planes_ = std::make_shared<VideoPlanes>();
+  planes_->attach(canvas_);
   stackChanged_ = true;
 }
 
@@ -73,7 +81,10 @@ bool Presenter::renderFrame(bool force) {
   }
   std::vector<View*> roots;
   for (auto& window : windows_) roots.push_back(window.get());
+  lastDamage_ = damage.rectangles();
+  if (planes_) planes_->beginComposition(damage.extents());
   canvas_.compose(roots, damage, Color::clear());
+  if (planes_) planes_->endComposition();
   return true;
 }
 

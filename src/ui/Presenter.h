@@ -6,6 +6,7 @@
 #include "ui/Animator.h"
 #include "ui/Canvas.h"
 #include "ui/Screen.h"
+#include "ui/VideoPlanes.h"
 #include "ui/Window.h"
 
 namespace zivora::ui {
@@ -37,9 +38,17 @@ class Presenter {
   // windows themselves changed, or with `force`); true when it drew.
   bool renderFrame(bool force = false);
   const Canvas& canvas() const { return canvas_; }
+  // The canvas pixels the latest renderFrame() that drew redrew.
+  const std::vector<cairo_rectangle_int_t>& lastDamage() const { return lastDamage_; }
+  // The planes video pictures are shown in beneath the canvas, or null when
+  // they are drawn into the canvas itself (the memory presenter).
+  VideoPlanes* videoPlanes() const { return planes_.get(); }
 
  protected:
   void setScreen(const Screen& screen);
+  // From now on video pictures are left out of the canvas for the
+  // presenter to show beneath it.
+  void enableVideoPlanes();
   // Called after the visible windows changed.
   virtual void windowsChanged() {}
 
@@ -49,6 +58,8 @@ class Presenter {
   Canvas canvas_;
   std::vector<std::shared_ptr<Window>> windows_;
   bool stackChanged_ = true;
+  std::vector<cairo_rectangle_int_t> lastDamage_;
+  std::shared_ptr<VideoPlanes> planes_;
 };
 
 // The presenter a screen holds weakly (the presenter's windows hold the

@@ -2,6 +2,7 @@
 
 #include <SDL.h>
 
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <optional>
@@ -16,8 +17,10 @@ namespace zivora::ui {
 
 // Puts the presenter's frames on a display through SDL2: a borderless
 // full-screen window (or one of the host's requested size) raised while an
-// ad screen shows and hidden afterwards, the frame uploaded to a streaming
-// texture only when something changed. Mouse, touch, keyboard and game
+// ad screen shows and hidden afterwards. Video pictures go to streaming
+// textures of their own, uploaded from the decoder's planes, and the canvas
+// (the controls) is drawn over them from a texture updated only where it
+// changed, and only in the parts that hold something. Mouse, touch, keyboard and game
 // controllers drive the screens; window events report the host's trips to
 // the background. Under SDL's dummy driver the same frames stay in memory.
 // Everything runs on the main queue, the one thread that drives SDL; the
@@ -52,7 +55,26 @@ class SdlPresenter : public Presenter {
   SdlPresenter(Screen screen, SDL_Window* window, bool hostWindow, dispatch::Queue& mainQueue,
                dispatch::Clock& clock, AppLifecycle& lifecycle);
   static Screen screenOf(SDL_Window* window, const HostOptions& options);
-  void showFrame();
+  // The renderer for our own window: SDL's software renderer instead of an
+  // OpenGL one that rasterises on the CPU too (Mesa's llvmpipe on a
+  // display without a GPU), which costs several times the CPU for the same
+  // picture.
+  static SDL_Renderer* createRenderer(SDL_Window* window);
+  static bool rasterisesInSoftware(SDL_Renderer* renderer);
+  // Shows the planes and the canvas over them; `canvasChanged` after
+  // renderFrame() drew.
+  void showFrame(bool canvasChanged);
+  // Copies the canvas pixels in `area` to the texture (with their alpha
+  // undone, as SDL blends) and notes which of its tiles hold something.
+  void uploadCanvas(const cairo_rectangle_int_t& area);
+  void drawPlanes(double scaleX, double scaleY);
+  // A picture fills the whole window: nothing needs clearing first.
+  bool planesCoverOutput(int width, int height, double scaleX, double scaleY) const;
+  void drawCanvas(double scaleX, double scaleY);
+  // The texture a plane's picture is shown from, made or remade for its
+  // size; null when SDL cannot make one.
+  SDL_Texture* videoTexture(const VideoPlanes::Plane& plane);
+  void uploadPicture(SDL_Texture* texture, const media::YuvPicture& picture);
   void handleWindowEvent(const SDL_WindowEvent& event);
   void performBinding(const std::vector<ScreenAction>& actions);
   void openController(int deviceIndex);
@@ -64,6 +86,22 @@ class SdlPresenter : public Presenter {
   SDL_Renderer* renderer_ = nullptr;
   bool ownsRenderer_ = false;
   SDL_Texture* texture_ = nullptr;
+  // What each square tile of the canvas holds, in rows of tiles.
+  enum class Tile : std::uint8_t { Clear, Opaque, Translucent };
+  std::vector<Tile> tiles_;
+  int tileColumns_ = 0;
+  // The renderer converts 4:2:0 planes itself (a GPU does it as it draws).
+  bool nativeYuv_ = false;
+  // The format pictures are converted into for the renderer: the window's
+  // own when it has cairo's layout without alpha, so that showing them is
+  // a plain copy.
+  Uint32 pictureFormat_ = SDL_PIXELFORMAT_ARGB8888;
+  struct VideoTexture {
+    SDL_Texture* texture = nullptr;
+    int width = 0;
+    int height = 0;
+  };
+  std::map<const void*, VideoTexture> videoTextures_;
   dispatch::Queue& mainQueue_;
   AppLifecycle& lifecycle_;
   dispatch::TaskHandle frameTimer_;

@@ -10,6 +10,7 @@ ZVPlayerView::ZVPlayerView(Rect frame) : View(frame) { setUserInteractionEnabled
 
 ZVPlayerView::~ZVPlayerView() {
   if (player_) player_->setFrameSink(nullptr);
+  if (auto planes = planes_.lock()) planes->remove(this);
 }
 
 void ZVPlayerView::setPlayer(std::shared_ptr<media::MediaPlayer> player) {
@@ -25,6 +26,12 @@ bool ZVPlayerView::isUsable(const media::VideoFrame& frame) {
 
 void ZVPlayerView::showYuv(std::shared_ptr<const media::YuvPicture> picture) {
   if (picture->width() <= 0 || picture->height() <= 0) return;
+  // Shown beneath the canvas: nothing in the canvas changes.
+  if (auto planes = planes_.lock(); planes && planes->update(this, picture)) {
+    yuv_ = std::move(picture);
+    pixelsStale_ = true;
+    return;
+  }
   width_ = picture->width();
   height_ = picture->height();
   yuv_ = std::move(picture);
@@ -87,6 +94,31 @@ std::optional<Point> ZVPlayerView::unscaledCorner(cairo_t* cr) const {
                std::round(matrix.y0 + matrix.yy * placed.minY())};
 }
 
+bool ZVPlayerView::drawAsPlane(cairo_t* cr) {
+  VideoPlanes* planes = VideoPlanes::on(cairo_get_group_target(cr));
+  if (!planes) return false;
+  cairo_matrix_t matrix;
+  cairo_get_matrix(cr, &matrix);
+  if (matrix.xy != 0 || matrix.yx != 0 || matrix.xx <= 0 || matrix.yy <= 0) return false;
+  Rect pixels;
+  if (const auto corner = unscaledCorner(cr)) {
+    pixels = {*corner, {double(width_), double(height_)}};
+  } else {
+    const Rect placed = pictureRect();
+    pixels = {{matrix.x0 + matrix.xx * placed.minX(), matrix.y0 + matrix.yy * placed.minY()},
+              {matrix.xx * placed.width(), matrix.yy * placed.height()}};
+  }
+  cairo_save(cr);
+  cairo_identity_matrix(cr);
+  cairo_rectangle(cr, pixels.minX(), pixels.minY(), pixels.width(), pixels.height());
+  cairo_set_operator(cr, CAIRO_OPERATOR_CLEAR);
+  cairo_fill(cr);
+  cairo_restore(cr);
+  planes->show(this, yuv_, pixels);
+  planes_ = planes->weak_from_this();
+  return true;
+}
+
 bool ZVPlayerView::drawYuvInPlace(cairo_t* cr) const {
   cairo_surface_t* target = cairo_get_group_target(cr);
   if (cairo_surface_get_type(target) != CAIRO_SURFACE_TYPE_IMAGE) return false;
@@ -138,6 +170,7 @@ bool ZVPlayerView::drawYuvInPlace(cairo_t* cr) const {
 
 void ZVPlayerView::draw(cairo_t* cr) {
   if (width_ <= 0 || height_ <= 0) return;
+  if (yuv_ && drawAsPlane(cr)) return;
   if (yuv_ && drawYuvInPlace(cr)) return;
   if (yuv_ && pixelsStale_) {
     stride_ = width_ * 4;

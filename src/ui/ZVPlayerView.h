@@ -7,12 +7,16 @@
 
 #include "platform/media/MediaPlayer.h"
 #include "platform/media/VideoFrame.h"
+#include "ui/VideoPlanes.h"
 #include "ui/View.h"
 
 namespace zivora::ui {
 
 // Shows a player's picture: the latest frame, aspect-fit and centred, over
-// the view's background.
+// the view's background. Drawn into a canvas that carries video planes
+// (a window on a display), a 4:2:0 picture is handed to the presenter
+// instead, which shows it beneath the canvas: new pictures then replace it
+// without redrawing the canvas or converting it on the way.
 class ZVPlayerView : public View, private media::FrameSink {
  public:
   explicit ZVPlayerView(Rect frame = {});
@@ -43,6 +47,11 @@ class ZVPlayerView : public View, private media::FrameSink {
   // the nearest: a picture shown at its own size is never resampled, also
   // while a slide moves it by fractions of a pixel. Empty when scaled.
   std::optional<Point> unscaledCorner(cairo_t* cr) const;
+  // Leaves a transparent hole where the picture goes and shows the picture
+  // there in the canvas' video planes; false (nothing drawn) when the
+  // canvas has none or the view is not drawn straight into it (a
+  // translucent ancestor draws into a group) or is turned.
+  bool drawAsPlane(cairo_t* cr);
   // Converts the 4:2:0 picture straight into the pixels the clip leaves
   // to draw; false (nothing drawn) unless the target is an image in
   // cairo's layout and the picture is unscaled.
@@ -59,6 +68,8 @@ class ZVPlayerView : public View, private media::FrameSink {
   // `pixels_` does not hold `yuv_` yet (it is converted on the first draw
   // that cannot write in place).
   bool pixelsStale_ = false;
+  // The planes the latest draw showed the picture in.
+  std::weak_ptr<VideoPlanes> planes_;
 };
 
 }  // namespace zivora::ui

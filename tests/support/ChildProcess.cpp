@@ -115,7 +115,7 @@ void ChildProcess::kill(int signal) {
 
 bool ChildProcess::running() {
   if (ended_) return false;
-  const pid_t done = ::waitpid(pid_, &status_, WNOHANG);
+  const pid_t done = ::wait4(pid_, &status_, WNOHANG, &usage_);
   if (done == pid_ || (done < 0 && errno == ECHILD)) ended_ = true;
   return !ended_;
 }
@@ -136,6 +136,11 @@ int ChildProcess::exitCode() const {
 
 bool ChildProcess::crashed() const {
   return ended_ && WIFSIGNALED(status_) && WTERMSIG(status_) != sent_;
+}
+
+double ChildProcess::cpuSeconds() const {
+  const auto seconds = [](const timeval& t) { return double(t.tv_sec) + t.tv_usec / 1e6; };
+  return ended_ ? seconds(usage_.ru_utime) + seconds(usage_.ru_stime) : 0;
 }
 
 std::string ChildProcess::describe() const {

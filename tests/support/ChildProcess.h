@@ -1,5 +1,6 @@
 #pragma once
 
+#include <sys/resource.h>
 #include <sys/types.h>
 
 #include <chrono>
@@ -53,6 +54,8 @@ class ChildProcess {
   // Ended by a signal that kill() did not send.
   bool crashed() const;
   std::string describe() const;
+  // The CPU time (user and system) the child used, once it has ended.
+  double cpuSeconds() const;
 
  private:
   ChildProcess(pid_t pid, int output) : pid_(pid), output_(output) {}
@@ -61,6 +64,7 @@ class ChildProcess {
   int output_;
   int status_ = 0;
   bool ended_ = false;
+  struct rusage usage_ {};
   int sent_ = 0;
 };
 

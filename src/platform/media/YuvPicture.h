@@ -25,6 +25,12 @@ class YuvPicture {
 
   int width() const { return width_; }
   int height() const { return height_; }
+  // The planes as the decoder made them, for a display that converts them.
+  Plane luma() const { return luma_; }
+  Plane blue() const { return blue_; }
+  Plane red() const { return red_; }
+  YuvMatrix matrix() const { return matrix_; }
+  bool fullRange() const { return fullRange_; }
 
   // Writes the picture's pixels in the rectangle (x, y, width, height) as
   // opaque cairo ARGB32 (B, G, R, A bytes): `target` is where pixel (x, y)
