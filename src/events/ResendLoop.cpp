@@ -4,6 +4,7 @@
 
 #include "events/EventFile.h"
 #include "platform/dispatch/Runtime.h"
+#include "platform/dispatch/WeakTask.h"
 #include "zivora/ZVConstants.h"
 
 namespace zivora {
@@ -61,12 +62,8 @@ void ResendLoop::trySendEvent() noexcept {
 
 template <class Body>
 void ResendLoop::onSerial(const char* method, Body body) {
-  std::weak_ptr<ResendLoop> weak = weak_from_this();
-  serial_->async([weak, method, body] {
-    if (auto self = weak.lock())
-      guarded(
-          self->options_.className, method, [&] { body(*self); }, self->options_.report);
-  });
+  dispatch::asyncWeak(*serial_, weak_from_this(), {options_.className, method, options_.report},
+                      std::move(body));
 }
 
 void ResendLoop::sendFirstEvent() {

@@ -259,7 +259,9 @@ TEST_F(ZVResourceLoaderTest, AFileLargerThanTheCacheFailsWithCodeOneAndLeavesNoP
   }
 }
 
-TEST_F(ZVResourceLoaderTest, AShortWriteFailsWithCodeOneAndLeavesAResumablePrefix) {
+// The disk fills half way through the third chunk: the bytes that made it
+// stay as the resume point, and the next request asks for the rest.
+TEST_F(ZVResourceLoaderTest, ADiskFullMidChunkFailsWithCodeOneAndLeavesAResumablePrefix) {
   const std::string content = pattern(5000);
   files_->diskFullAfter = 2500;
   request();
@@ -272,6 +274,15 @@ TEST_F(ZVResourceLoaderTest, AShortWriteFailsWithCodeOneAndLeavesAResumablePrefi
   files_->diskFullAfter.reset();
   EXPECT_EQ(request()->header("Range"), "bytes=2500-");
   serve(content);
+  EXPECT_EQ(readFile(file()), content);
+}
+
+TEST_F(ZVResourceLoaderTest, ShortWritesAreContinuedAndLoseNoBytes) {
+  const std::string content = pattern(5000);
+  files_->shortWrites(333);
+  request();
+  serve(content);
+  EXPECT_EQ(listener_->events.back(), "finish " + name());
   EXPECT_EQ(readFile(file()), content);
 }
 
