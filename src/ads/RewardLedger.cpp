@@ -10,6 +10,7 @@
 #include "core/InvokeDelegateHelper.h"
 #include "platform/Uuid.h"
 #include "platform/dispatch/Queue.h"
+#include "platform/dispatch/QueueAssert.h"
 #include "platform/dispatch/Runtime.h"
 #include "platform/linux/KeyValueDatabase.h"
 #include "util/Guard.h"
@@ -110,6 +111,7 @@ RewardRecord RewardLedger::earn(const std::string& placement, const std::string&
 }
 
 void RewardLedger::commit(const RewardRecord& record) {
+  ZV_ASSERT_ON(queue_);
   auto store = database();
   if (!store || !store->write(kSuite, record.rewardId, toJson(record))) {
     ZVLog::LogWarning(

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "events/EventFile.h"
+#include "platform/dispatch/QueueAssert.h"
 #include "platform/dispatch/Runtime.h"
 #include "platform/dispatch/WeakTask.h"
 #include "zivora/ZVConstants.h"
@@ -67,6 +68,7 @@ void ResendLoop::onSerial(const char* method, Body body) {
 }
 
 void ResendLoop::sendFirstEvent() {
+  ZV_ASSERT_ON(serial_);
   // A back-off is pending: it will try again when it ends.
   if (cancelAll_) return;
   send(saver_->firstEvent());
@@ -96,6 +98,7 @@ void ResendLoop::send(std::optional<std::string> event) {
 }
 
 void ResendLoop::receiveResult(int code) {
+  ZV_ASSERT_ON(serial_);
   if (code == TS_HTTP_STATUS_CODE_OK) {
     cancelAll_ = false;
     delayResendOffline_ = kFirstDelay;
@@ -154,6 +157,7 @@ void ResendLoop::sleepResendThread() {
 // Sleeps on the loop's own queue on purpose: nothing else may be sent
 // meanwhile.
 void ResendLoop::backOff() {
+  ZV_ASSERT_ON(serial_);
   std::int32_t delay = delayResendOffline_;
   runtime_->clock().sleepFor(
       std::chrono::duration_cast<dispatch::Duration>(options_.timeUnit * delay));
