@@ -536,7 +536,12 @@ class ClickTest : public PlacementTest {
     showAndDisplay();
     playToEnd();
   }
-  void tapCallToAction() { presenter().performAction(ui::ScreenAction::CallToAction); }
+  // Queued on the main queue, not run: a second tap, or a close, lands
+  // before the click request the first one posts.
+  void tapCallToAction() {
+    runtime_->mainQueue().async(
+        [this] { presenter().performAction(ui::ScreenAction::CallToAction); });
+  }
 };
 
 TEST_F(ClickTest, ADoubleTapSendsOneClickAndAnAcknowledgedClickOpensAgainWithoutRequest) {

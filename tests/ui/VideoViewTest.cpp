@@ -65,7 +65,7 @@ class VideoViewTest : public ::testing::Test {
         std::nullopt});
     view_->setDelegate(delegate_);
     window_->addSubview(view_);
-    presenter_->present(window_);
+    runtime_->runOnMain([&] { presenter_->present(window_); });
   }
 
   std::shared_ptr<dispatch::Queue> mainQueue() {
@@ -343,10 +343,10 @@ TEST_F(VideoViewTest, RendersThePictureUnderTheControls) {
   showVideo(15);
   deliverFrame(320, 180);
   playFor(1);
-  presenter_->renderFrame();
+  runtime_->runOnMain([&] { presenter_->renderFrame(); });
   EXPECT_TRUE(test::matchesReference(presenter_->canvas(), "video-view-controls"));
   playFor(4);
-  presenter_->renderFrame();
+  runtime_->runOnMain([&] { presenter_->renderFrame(); });
   EXPECT_TRUE(test::matchesReference(presenter_->canvas(), "video-view-plain"));
 }
 
@@ -364,13 +364,13 @@ TEST_F(VideoViewTest, ComposingOnlyWhatChangedLeavesTheScreenAsAFullRedraw) {
     if (player().rate() != 0) player().advanceBy(MediaTime::fromSeconds(0.05));
     if (step % 3 != 2) deliverFrame(320, 180, static_cast<std::uint8_t>(step * 2));
     runtime_->advanceBy(50ms);
-    presenter_->renderFrame();
+    runtime_->runOnMain([&] { presenter_->renderFrame(); });
     ASSERT_TRUE(composedAsDrawnAfresh()) << "after " << (step + 1) * 50 << " ms";
   }
   EXPECT_FALSE(view_->controlsShown());
   runtime_->runOnMain([&] { presenter_->tap({320, 180}); });
   runtime_->advanceBy(200ms);  // half-way in
-  presenter_->renderFrame();
+  runtime_->runOnMain([&] { presenter_->renderFrame(); });
   EXPECT_TRUE(composedAsDrawnAfresh());
 }
 
@@ -379,12 +379,12 @@ TEST_F(VideoViewTest, ControlsTickingOffTheScreenDoNotRecomposeIt) {
   deliverFrame(320, 180);
   playFor(4.5);  // the controls came up and went away again
   ASSERT_FALSE(view_->controlsShown());
-  presenter_->renderFrame();
+  runtime_->runOnMain([&] { presenter_->renderFrame(); });
   playFor(0.05);  // the countdown and the skip ring move, out of sight
   EXPECT_TRUE(window_->needsDisplay());
-  EXPECT_FALSE(presenter_->renderFrame());
+  runtime_->runOnMain([&] { EXPECT_FALSE(presenter_->renderFrame()); });
   deliverFrame(320, 180, 0x40);
-  EXPECT_TRUE(presenter_->renderFrame());
+  runtime_->runOnMain([&] { EXPECT_TRUE(presenter_->renderFrame()); });
   EXPECT_TRUE(composedAsDrawnAfresh());
 }
 
