@@ -300,6 +300,24 @@ TEST_F(ZVResourceLoaderTest, AFileRemovedUnderTheTransferEndsItWithCodeOne) {
   EXPECT_EQ(readFile(cache() / "other.png"), "keep me");
 }
 
+// The name goes while a chunk is being written: the bytes land in an
+// orphaned inode, and the transfer must fail rather than finish as a file
+// that is not on disk.
+TEST_F(ZVResourceLoaderTest, AFileUnlinkedInTheMiddleOfAChunkFailsWithCodeOneAndIsNotLoaded) {
+  auto transfer = request();
+  client_->respond(transfer, 200, {{"Content-Length", "3000"}});
+  bool unlinked = false;
+  files_->beforeWrite = [&](int) {
+    if (!unlinked) unlinked = std::filesystem::remove(file());
+  };
+  client_->send(transfer, pattern(3000));
+  runtime_->runUntilIdle();
+  EXPECT_TRUE(unlinked);
+  EXPECT_TRUE(transfer->cancelled);
+  EXPECT_EQ(listener_->events.back(), "error " + name() + " 1");
+  EXPECT_FALSE(manager()->isLoaded(name()));
+}
+
 TEST_F(ZVResourceLoaderTest, LoadWhileBusyIsIgnoredAndACancelledCompletionIsNot) {
   auto loader = manager()->loader();
   auto transfer = request();
