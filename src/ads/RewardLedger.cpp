@@ -9,6 +9,7 @@
 #include "platform/KeyValueStore.h"
 #include "platform/Uuid.h"
 #include "platform/dispatch/Queue.h"
+#include "platform/dispatch/QueueAssert.h"
 #include "platform/dispatch/Runtime.h"
 #include "sdk/Context.h"
 #include "sdk/Defaults.h"
@@ -111,6 +112,7 @@ RewardRecord RewardLedger::earn(const std::string& placement, const std::string&
 }
 
 void RewardLedger::commit(const RewardRecord& record) {
+  ZV_ASSERT_ON(queue_);
   auto store = database();
   if (!store || !store->write(kSuite, record.rewardId, toJson(record))) {
     ZVLog::LogWarning(

@@ -7,7 +7,9 @@
 #include "events/ZVSendRequest.h"
 #include "platform/ScreenSaver.h"
 #include "platform/UrlOpener.h"
+#include "platform/dispatch/QueueAssert.h"
 #include "platform/dispatch/Runtime.h"
+#include "platform/dispatch/WeakTask.h"
 #include "resources/ZVArrayLoaderHelper.h"
 #include "resources/ZVReserveManager.h"
 #include "resources/ZVResourceManager.h"
@@ -164,6 +166,7 @@ void ZVVideoViewController::show() {
 // --- Ad request -------------------------------------------------------------------
 
 void ZVVideoViewController::requestAd() {
+  ZV_ASSERT_ON(serialQueue_);
   try {
     if (retired_) return;
     if (loading_) {
@@ -488,12 +491,10 @@ void ZVVideoViewController::repeateRequestAfterError(int kind) {
         ++self.countRequestToServer_;
       self.loading_ = self.ready_ = self.showing_ = false;
       const auto delay = context().runtimeOptions().retryTimeUnit * TS_AD_REPEAT_REQUEST;
-      self.delayRequestBlock_ = self.serialQueue_->after(
-          std::chrono::duration_cast<dispatch::Duration>(delay), [weak = self.weak_from_this()] {
-            if (auto controller = weak.lock()) {
-              guarded(kClass, "requestAd", [&] { controller->requestAd(); });
-            }
-          });
+      self.delayRequestBlock_ = dispatch::afterWeak(
+          *self.serialQueue_, std::chrono::duration_cast<dispatch::Duration>(delay),
+          self.weak_from_this(), {kClass, "requestAd"},
+          [](ZVVideoViewController& controller) { controller.requestAd(); });
     });
   });
 }
@@ -516,11 +517,9 @@ void ZVVideoViewController::startTimeBudget() {
   if (seconds <= 0) return;
   std::lock_guard lock(mutex_);
   if (timeBudget_.valid() && !timeBudget_.isCancelled()) return;
-  timeBudget_ = serialQueue_->after(std::chrono::seconds(seconds), [weak = weak_from_this()] {
-    if (auto controller = weak.lock()) {
-      guarded(kClass, "timeBudgetSpent", [&] { controller->timeBudgetSpent(); });
-    }
-  });
+  timeBudget_ = dispatch::afterWeak(
+      *serialQueue_, std::chrono::seconds(seconds), weak_from_this(), {kClass, "timeBudgetSpent"},
+      [](ZVVideoViewController& controller) { controller.timeBudgetSpent(); });
 }
 
 void ZVVideoViewController::stopTimeBudget() {
@@ -531,6 +530,7 @@ void ZVVideoViewController::stopTimeBudget() {
 // On the serial queue. An ad on screen answers with its close sequence, so
 // only a request that has neither cached nor shown its ad ends here.
 void ZVVideoViewController::timeBudgetSpent() {
+  ZV_ASSERT_ON(serialQueue_);
   if (retired_ || showing_) return;
   ZVLog::system(fmt::format(
       "[ZVVideoViewController] Error! The request for placement {} got no answer in time.",
@@ -564,6 +564,7 @@ void ZVVideoViewController::showWindow() {
 
 // On the main queue; `presented` turns true once the window is on screen.
 void ZVVideoViewController::presentWindow(bool& presented) {
+  ZV_ASSERT_ON(runtime().mainQueue());
   if (retired_) return;
   auto& presenter = display()->presenter();
   auto view = playerController_->view();
@@ -589,6 +590,7 @@ void ZVVideoViewController::presentWindow(bool& presented) {
 }
 
 void ZVVideoViewController::failShow() {
+  ZV_ASSERT_ON(runtime().mainQueue());
   guarded(kClass, "showWindow", [&] {
     window_.reset();
     showing_ = showAfterCached_ = invokedShow_ = false;
@@ -602,6 +604,7 @@ std::string ZVVideoViewController::adId() const {
 }
 
 void ZVVideoViewController::hideWindow() {
+  ZV_ASSERT_ON(runtime().mainQueue());
   guarded(kClass, "hideWindow", [&] {
     if (window_) display()->presenter().dismiss(*window_);
     window_.reset();

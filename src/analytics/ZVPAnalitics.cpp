@@ -8,6 +8,7 @@
 #include "analytics/ZVPLog.h"
 #include "analytics/ZVPSessionManager.h"
 #include "platform/dispatch/Runtime.h"
+#include "platform/dispatch/WeakTask.h"
 #include "sdk/Context.h"
 #include "ui/Display.h"
 #include "util/Guard.h"
@@ -77,24 +78,22 @@ void ZVPAnalitics::appOpen() noexcept {
       serial_ = serial;
       parts_ = parts;
     }
-    std::weak_ptr<Parts> weak = parts;
-    serial->async([weak] {
-      backoffice("appOpenDispatch", [&] {
-        auto parts = weak.lock();
-        auto context = parts ? parts->context.lock() : nullptr;
-        if (!context) return;
-        parts->deviceInfoHelper =
-            std::make_shared<ZVPDeviceInfoHelper>(kAppId, std::optional<std::string>());
-        parts->eventSender =
-            std::make_shared<ZVPEventSender>(parts->deviceInfoHelper, parts->eventController);
-        parts->display = ui::Display::of(context);
-        // Shares the display's ownership, pointing at its lifecycle.
-        std::shared_ptr<ui::AppLifecycle> lifecycle(parts->display, &parts->display->lifecycle());
-        parts->sessionManager = std::make_shared<ZVPSessionManager>(context, lifecycle);
-        parts->eventSender->sendAppOpen();
-        parts->sessionManager->appOpen();
-      });
-    });
+    dispatch::asyncWeak(
+        *serial, std::weak_ptr<Parts>(parts), {kClass, "appOpenDispatch", GuardReport::Backoffice},
+        [](Parts& parts) {
+          auto context = parts.context.lock();
+          if (!context) return;
+          parts.deviceInfoHelper =
+              std::make_shared<ZVPDeviceInfoHelper>(kAppId, std::optional<std::string>());
+          parts.eventSender =
+              std::make_shared<ZVPEventSender>(parts.deviceInfoHelper, parts.eventController);
+          parts.display = ui::Display::of(context);
+          // Shares the display's ownership, pointing at its lifecycle.
+          std::shared_ptr<ui::AppLifecycle> lifecycle(parts.display, &parts.display->lifecycle());
+          parts.sessionManager = std::make_shared<ZVPSessionManager>(context, lifecycle);
+          parts.eventSender->sendAppOpen();
+          parts.sessionManager->appOpen();
+        });
   });
 }
 
@@ -110,13 +109,11 @@ void ZVPAnalitics::onSerial(const char* method, Body body) {
   }
   if (!serial) return;
   // Held weakly: queued records must not keep the module alive.
-  std::weak_ptr<Parts> weak = parts;
-  serial->async([method, weak, body = std::move(body)]() mutable {
-    backoffice(method, [&] {
-      auto parts = weak.lock();
-      if (parts && parts->eventSender) body(*parts);
-    });
-  });
+  dispatch::asyncWeak(*serial, std::weak_ptr<Parts>(parts),
+                      {kClass, method, GuardReport::Backoffice},
+                      [body = std::move(body)](Parts& held) mutable {
+                        if (held.eventSender) body(held);
+                      });
 }
 
 bool ZVPAnalitics::onOwnQueue() const {

@@ -27,7 +27,7 @@ class ZVPEventController {
   ZVPEventController(std::shared_ptr<dispatch::Runtime> runtime,
                      const std::filesystem::path& documentsDirectory,
                      std::chrono::nanoseconds timeUnit = std::chrono::seconds(1),
-                     std::shared_ptr<platform::FileIo> io = nullptr);
+                     std::shared_ptr<platform::FileSystem> io = nullptr);
 
   // Appends the record's line (an empty record has none) and starts
   // sending. True when the line is on disk.

@@ -10,7 +10,7 @@ namespace zivora {
 namespace {
 
 EventFileOptions analyticsEventFile(const std::filesystem::path& documentsDirectory,
-                                    std::shared_ptr<platform::FileIo> io) {
+                                    std::shared_ptr<platform::FileSystem> io) {
   return {
       .path = documentsDirectory / ZVPFileSaver::kFileName,
       .maxSize = TS_MAX_EVENT_FILE_SIZE,
@@ -35,7 +35,7 @@ EventFileOptions analyticsEventFile(const std::filesystem::path& documentsDirect
 }  // namespace
 
 ZVPFileSaver::ZVPFileSaver(const std::filesystem::path& documentsDirectory,
-                           std::shared_ptr<platform::FileIo> io)
+                           std::shared_ptr<platform::FileSystem> io)
     : EventFileSaver(analyticsEventFile(documentsDirectory, std::move(io))) {}
 
 }  // namespace zivora

@@ -16,7 +16,7 @@ class ZVPFileSaver : public EventFileSaver {
   static constexpr char kFileName[] = "tsp_events_profiling.dat";
 
   explicit ZVPFileSaver(const std::filesystem::path& documentsDirectory,
-                        std::shared_ptr<platform::FileIo> io = nullptr);
+                        std::shared_ptr<platform::FileSystem> io = nullptr);
 };
 
 }  // namespace zivora

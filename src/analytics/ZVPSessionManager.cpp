@@ -7,6 +7,7 @@
 #include "analytics/ZVPCustomParams.h"
 #include "platform/UserDefaults.h"
 #include "platform/dispatch/Runtime.h"
+#include "platform/dispatch/WeakTask.h"
 #include "sdk/Context.h"
 #include "util/Guard.h"
 #include "util/ZVLog.h"
@@ -92,15 +93,15 @@ void ZVPSessionManager::startUpdate() {
   backoffice("startUpdateDispatch", [&] {
     auto context = context_.lock();
     if (!context) return;
-    std::weak_ptr<ZVPSessionManager> weak = weak_from_this();
-    tick_ =
-        context->runtime().globalQueue().after(std::chrono::seconds(TS_TIME_CHECK_SESSION), [weak] {
-          auto self = weak.lock();
-          // The context has gone (a reset): the session ends with it.
-          if (!self || self->context_.expired()) return;
-          self->validate();
-          self->startUpdate();
-        });
+    tick_ = dispatch::afterWeak(context->runtime().globalQueue(),
+                                std::chrono::seconds(TS_TIME_CHECK_SESSION), weak_from_this(),
+                                {"ZVPSessionManager", "sessionTick", GuardReport::Backoffice},
+                                [](ZVPSessionManager& self) {
+                                  // The context has gone (a reset): the session ends with it.
+                                  if (self.context_.expired()) return;
+                                  self.validate();
+                                  self.startUpdate();
+                                });
   });
 }
 

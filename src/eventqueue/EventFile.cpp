@@ -45,7 +45,7 @@ std::optional<std::int64_t> parseHeader(std::string_view line) {
 // One open descriptor of the event file; closed with the object.
 class EventFile::Handle {
  public:
-  Handle(platform::FileIo& io, int fd) : io_(io), fd_(fd) {}
+  Handle(platform::FileSystem& io, int fd) : io_(io), fd_(fd) {}
   ~Handle() { io_.close(fd_); }
   Handle(const Handle&) = delete;
   Handle& operator=(const Handle&) = delete;
@@ -86,13 +86,13 @@ class EventFile::Handle {
   }
 
  private:
-  platform::FileIo& io_;
+  platform::FileSystem& io_;
   int fd_;
 };
 
 EventFile::EventFile(EventFileOptions options)
     : options_(std::move(options)), mutex_(mutexFor(options_.path)) {
-  if (!options_.io) options_.io = platform::FileIo::posix();
+  if (!options_.io) options_.io = platform::FileSystem::posix();
 }
 
 std::shared_ptr<std::mutex> EventFile::mutexFor(const std::filesystem::path& path) {

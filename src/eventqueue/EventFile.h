@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/FileIo.h"
+#include "platform/FileSystem.h"
 
 namespace zivora {
 
@@ -28,7 +28,7 @@ struct EventFileOptions {
   // Called when a line that can never be sent (empty, not ASCII, a torn
   // tail) is marked consumed, with a description.
   std::function<void(std::string_view message)> logRepair = [](std::string_view) {};
-  std::shared_ptr<platform::FileIo> io = nullptr;  // null: the real system calls
+  std::shared_ptr<platform::FileSystem> io = nullptr;  // null: the real system calls
   // Consumed marks are made durable in groups (syncConsumed()); should
   // nobody sync them, removeFirstLine() does once this many are unsynced.
   int maxUnsyncedConsumed = 32;

@@ -3,7 +3,9 @@
 #include <algorithm>
 
 #include "eventqueue/EventFile.h"
+#include "platform/dispatch/QueueAssert.h"
 #include "platform/dispatch/Runtime.h"
+#include "platform/dispatch/WeakTask.h"
 #include "zivora/ZVConstants.h"
 
 namespace zivora {
@@ -61,15 +63,12 @@ void ResendLoop::trySendEvent() noexcept {
 
 template <class Body>
 void ResendLoop::onSerial(const char* method, Body body) {
-  std::weak_ptr<ResendLoop> weak = weak_from_this();
-  serial_->async([weak, method, body] {
-    if (auto self = weak.lock())
-      guarded(
-          self->options_.className, method, [&] { body(*self); }, self->options_.report);
-  });
+  dispatch::asyncWeak(*serial_, weak_from_this(), {options_.className, method, options_.report},
+                      std::move(body));
 }
 
 void ResendLoop::sendFirstEvent() {
+  ZV_ASSERT_ON(serial_);
   // A back-off is pending: it will try again when it ends.
   if (cancelAll_) return;
   send(saver_->firstEvent());
@@ -99,6 +98,7 @@ void ResendLoop::send(std::optional<std::string> event) {
 }
 
 void ResendLoop::receiveResult(int code) {
+  ZV_ASSERT_ON(serial_);
   if (code == TS_HTTP_STATUS_CODE_OK) {
     cancelAll_ = false;
     delayResendOffline_ = kFirstDelay;
@@ -157,6 +157,7 @@ void ResendLoop::sleepResendThread() {
 // Sleeps on the loop's own queue on purpose: nothing else may be sent
 // meanwhile.
 void ResendLoop::backOff() {
+  ZV_ASSERT_ON(serial_);
   std::int32_t delay = delayResendOffline_;
   runtime_->clock().sleepFor(
       std::chrono::duration_cast<dispatch::Duration>(options_.timeUnit * delay));

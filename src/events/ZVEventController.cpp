@@ -17,7 +17,7 @@ int postToAdServer(const std::string& event) {
 ZVEventController::ZVEventController(std::shared_ptr<dispatch::Runtime> runtime,
                                      const std::filesystem::path& documentsDirectory,
                                      std::chrono::nanoseconds timeUnit,
-                                     std::shared_ptr<platform::FileIo> io)
+                                     std::shared_ptr<platform::FileSystem> io)
     : saver_(documentsDirectory, std::move(io)),
       loop_(std::make_shared<ResendLoop>(std::move(runtime), saver_.file(),
                                          ResendLoopOptions{

@@ -23,7 +23,7 @@ class ZVEventController {
   ZVEventController(std::shared_ptr<dispatch::Runtime> runtime,
                     const std::filesystem::path& documentsDirectory,
                     std::chrono::nanoseconds timeUnit = std::chrono::seconds(1),
-                    std::shared_ptr<platform::FileIo> io = nullptr);
+                    std::shared_ptr<platform::FileSystem> io = nullptr);
 
   bool sendEvent(const std::string& json) noexcept { return loop_->sendEvent(json); }
   void serverConnected() noexcept { loop_->serverConnected(); }

@@ -9,6 +9,7 @@
 #include "analytics/ZVPAnalitics.h"
 #include "events/ZVSendRequest.h"
 #include "platform/dispatch/Runtime.h"
+#include "platform/dispatch/WeakTask.h"
 #include "sdk/Context.h"
 #include "sdk/ZVConfiguration.h"
 #include "util/Crypto.h"
@@ -81,10 +82,7 @@ std::shared_ptr<ZVEventSender> ZVEventSender::shared() noexcept {
 
 template <class Body>
 void ZVEventSender::onSerial(const char* className, const char* method, Body body) {
-  std::weak_ptr<ZVEventSender> weak = weak_from_this();
-  serial_->async([weak, className, method, body = std::move(body)]() mutable {
-    if (auto self = weak.lock()) guarded(className, method, [&] { body(*self); });
-  });
+  dispatch::asyncWeak(*serial_, weak_from_this(), {className, method}, std::move(body));
 }
 
 void ZVEventSender::purchaseEvent(double price, std::optional<std::string> currency,

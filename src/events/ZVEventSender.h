@@ -29,7 +29,7 @@ class ZVEventSender : public std::enable_shared_from_this<ZVEventSender> {
     // The store receipt attached by purchaseEvent(); empty: there is none.
     std::filesystem::path receiptFile;
     std::chrono::nanoseconds timeUnit = std::chrono::seconds(1);
-    std::shared_ptr<platform::FileIo> io = nullptr;
+    std::shared_ptr<platform::FileSystem> io = nullptr;
   };
 
   ZVEventSender(std::shared_ptr<dispatch::Runtime> runtime, Options options);

@@ -7,7 +7,7 @@ namespace zivora {
 namespace {
 
 EventFileOptions adEventFile(const std::filesystem::path& documentsDirectory,
-                             std::shared_ptr<platform::FileIo> io) {
+                             std::shared_ptr<platform::FileSystem> io) {
   return {
       .path = documentsDirectory / ZVFileSaver::kFileName,
       .maxSize = TS_MAX_EVENT_FILE_SIZE,
@@ -34,7 +34,7 @@ EventFileOptions adEventFile(const std::filesystem::path& documentsDirectory,
 }  // namespace
 
 ZVFileSaver::ZVFileSaver(const std::filesystem::path& documentsDirectory,
-                         std::shared_ptr<platform::FileIo> io)
+                         std::shared_ptr<platform::FileSystem> io)
     : EventFileSaver(adEventFile(documentsDirectory, std::move(io))) {}
 
 }  // namespace zivora

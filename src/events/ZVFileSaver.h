@@ -14,7 +14,7 @@ class ZVFileSaver : public EventFileSaver {
   static constexpr char kFileName[] = "ts_events.dat";
 
   explicit ZVFileSaver(const std::filesystem::path& documentsDirectory,
-                       std::shared_ptr<platform::FileIo> io = nullptr);
+                       std::shared_ptr<platform::FileSystem> io = nullptr);
 };
 
 }  // namespace zivora

@@ -1,10 +1,9 @@
 #include "resources/ZVAssetLoaderDelegate.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <vector>
 
+#include "platform/FileSystem.h"
 #include "platform/dispatch/Runtime.h"
 #include "resources/ZVFileInfoStatus.h"
 #include "resources/ZVResourceManager.h"
@@ -31,9 +30,10 @@ std::shared_ptr<ZVResourceManager> manager() { return ZVResourceManager::default
 class CacheFileReader {
  public:
   explicit CacheFileReader(const std::string& fileName)
-      : fd_(manager() ? manager()->fileHandler(fileName) : -1) {}
+      : files_(ZVResourceManager::fileSystem()),
+        fd_(manager() ? manager()->fileHandler(fileName) : -1) {}
   ~CacheFileReader() {
-    if (fd_ >= 0) ::close(fd_);
+    if (fd_ >= 0) files_->close(fd_);
   }
   CacheFileReader(const CacheFileReader&) = delete;
   CacheFileReader& operator=(const CacheFileReader&) = delete;
@@ -42,8 +42,8 @@ class CacheFileReader {
     if (fd_ < 0) return false;
     std::size_t done = 0;
     while (done < bytes.size()) {
-      const ssize_t got =
-          ::pread(fd_, bytes.data() + done, bytes.size() - done, static_cast<off_t>(offset + done));
+      const ssize_t got = files_->pread(fd_, bytes.data() + done, bytes.size() - done,
+                                        static_cast<off_t>(offset + done));
       if (got <= 0) return false;
       done += static_cast<std::size_t>(got);
     }
@@ -51,6 +51,7 @@ class CacheFileReader {
   }
 
  private:
+  std::shared_ptr<platform::FileSystem> files_;
   int fd_;
 };
 

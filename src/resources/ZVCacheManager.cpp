@@ -1,13 +1,11 @@
 #include "resources/ZVCacheManager.h"
 
-#include <dirent.h>
 #include <errno.h>
-#include <fcntl.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <vector>
 
+#include "platform/FileSystem.h"
 #include "resources/ZVReserveManager.h"
 #include "resources/ZVResourceManager.h"
 #include "sdk/Context.h"
@@ -33,19 +31,7 @@ void ZVCacheManager::initialize() {
     auto context = Context::current();
     if (!context) return;
     const std::string directory = context->paths().cacheDirectory().string();
-    DIR* dir = ::opendir(directory.c_str());
-    if (!dir) return;
-    std::vector<std::string> names;
-    while (const dirent* entry = ::readdir(dir)) {
-      if (entry->d_name[0] == '.') continue;
-      struct stat info {};
-      if (::fstatat(::dirfd(dir), entry->d_name, &info, AT_SYMLINK_NOFOLLOW) != 0 ||
-          !S_ISREG(info.st_mode)) {
-        continue;
-      }
-      names.emplace_back(entry->d_name);
-    }
-    ::closedir(dir);
+    const auto names = context->files().regularFiles(directory.c_str());
     for (const auto& name : names) updateInformationOfFile(name);
   });
 }
@@ -55,9 +41,11 @@ void ZVCacheManager::updateInformationOfFile(const std::string& fileName) {
     auto manager = ZVResourceManager::defaultManager();
     if (!manager) return;
     const std::string path = manager->pathToFile(fileName);
-    struct stat info {};
-    const bool found = ::stat(path.c_str(), &info) == 0;
-    const bool missing = !found && errno == ENOENT;
+    platform::FileStatus info;
+    const bool stated = ZVResourceManager::fileSystem()->status(path.c_str(), info) == 0;
+    // Anything but a regular file under the name is not a cache file.
+    const bool found = stated && info.regular;
+    const bool missing = stated ? !found : errno == ENOENT;
     std::lock_guard lock(mutex_);
     if (!found) {
       if (!missing) {
@@ -69,8 +57,8 @@ void ZVCacheManager::updateInformationOfFile(const std::string& fileName) {
       return;
     }
     ZVCacheFile& file = files_[fileName];
-    file.setSize(static_cast<std::int64_t>(info.st_size));
-    file.setTimeCreated(static_cast<std::int32_t>(info.st_mtim.tv_sec));
+    file.setSize(info.size);
+    file.setTimeCreated(static_cast<std::int32_t>(info.modified));
     file.setFileName(fileName);
   });
 }

@@ -1,12 +1,11 @@
 #include "resources/ZVFileSyncQueue.h"
 
-#include <unistd.h>
-
 #include <cstring>
 
 #include "platform/FileSystem.h"
 #include "platform/UserDefaults.h"
 #include "platform/dispatch/Runtime.h"
+#include "platform/dispatch/WeakTask.h"
 #include "sdk/Context.h"
 #include "util/Guard.h"
 #include "util/ZVLog.h"
@@ -80,9 +79,8 @@ void ZVFileSyncQueue::post(Job job) {
   // One task per job, each taking the oldest: the queue is serial, so jobs
   // run in the order they came. A job left when the queue drops its work
   // (a shutdown) is done by the destructor.
-  queue_->async([weak = weak_from_this()] {
-    if (auto self = weak.lock()) self->runNext();
-  });
+  dispatch::asyncWeak(*queue_, weak_from_this(), {kClass, "runNext"},
+                      [](ZVFileSyncQueue& self) { self.runNext(); });
 }
 
 bool ZVFileSyncQueue::runNext() {
@@ -102,9 +100,9 @@ bool ZVFileSyncQueue::runNext() {
 }
 
 void ZVFileSyncQueue::sync(const Job& job) {
-  const int result = guarded(kClass, "sync", -1, [&] { return files_->sync(job.fd); });
+  const int result = guarded(kClass, "sync", -1, [&] { return files_->fdatasync(job.fd); });
   const int error = errno;
-  ::close(job.fd);
+  files_->close(job.fd);
   std::lock_guard lock(mutex_);
   if (result == 0) {
     unsynced_.erase(job.fileName);

@@ -1,7 +1,6 @@
 #include "resources/ZVFilesSavedValidator.h"
 
-#include <sys/stat.h>
-
+#include "platform/FileSystem.h"
 #include "platform/UserDefaults.h"
 #include "resources/ZVFileSyncQueue.h"
 #include "resources/ZVResourceManager.h"
@@ -17,9 +16,9 @@ constexpr char kClass[] = "ZVFilesSavedValidator";
 // 0 when the file is missing, as an unreadable size counts; a link in the
 // file's place is not the file, whatever the size of what it points to.
 std::int64_t sizeOnDisk(const std::string& path) {
-  struct stat info {};
-  return ::lstat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode)
-             ? static_cast<std::int64_t>(info.st_size)
+  platform::FileStatus status;
+  return ZVResourceManager::fileSystem()->status(path.c_str(), status) == 0 && status.regular
+             ? status.size
              : 0;
 }
 

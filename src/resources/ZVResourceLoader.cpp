@@ -3,8 +3,6 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
@@ -12,6 +10,8 @@
 #include <utility>
 
 #include "platform/FileSystem.h"
+#include "platform/dispatch/QueueAssert.h"
+#include "platform/dispatch/Runtime.h"
 #include "resources/ZVCacheManager.h"
 #include "resources/ZVFileSyncQueue.h"
 #include "resources/ZVResourceManager.h"
@@ -34,14 +34,15 @@ std::int32_t saturated(std::int64_t value) {
 
 // A cache file is a regular file in the cache directory; a link planted
 // under its name is never followed, neither to resume from nor to write to.
-bool isRegularFile(const std::string& path, struct stat& info) {
-  return ::lstat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
+bool isRegularFile(platform::FileSystem& files, const std::string& path,
+                   platform::FileStatus& status) {
+  return files.status(path.c_str(), status) == 0 && status.regular;
 }
 
 // -1 when there is no file.
-std::int64_t sizeOf(const std::string& path) {
-  struct stat info {};
-  return isRegularFile(path, info) ? static_cast<std::int64_t>(info.st_size) : -1;
+std::int64_t sizeOf(platform::FileSystem& files, const std::string& path) {
+  platform::FileStatus status;
+  return isRegularFile(files, path, status) ? status.size : -1;
 }
 
 bool hasFreeSpace() {
@@ -51,6 +52,12 @@ bool hasFreeSpace() {
 
 void needSpace(std::int64_t bytes) {
   if (auto cache = ZVCacheManager::defaultManager()) cache->needSpace(bytes);
+}
+
+// Transfer events, and the file they write, belong to the main queue.
+void assertOnMainQueue() {
+  auto context = Context::current();
+  if (context && context->hasRuntime()) ZV_ASSERT_ON(context->runtime().mainQueue());
 }
 
 }  // namespace
@@ -79,14 +86,14 @@ class ZVResourceLoader::TaskListener final : public platform::DownloadTaskDelega
   std::uint64_t task_;
 };
 
-ZVResourceLoader::ZVResourceLoader() = default;
+ZVResourceLoader::ZVResourceLoader() : files_(ZVResourceManager::fileSystem()) {}
 
 ZVResourceLoader::~ZVResourceLoader() {
   if (task_) task_->cancel();
   // The context may be going too: no queue to hand the file to.
   if (fd_ >= 0) {
-    ::fdatasync(fd_);
-    ::close(fd_);
+    files_->fdatasync(fd_);
+    files_->close(fd_);
   }
 }
 
@@ -154,7 +161,7 @@ void ZVResourceLoader::startTask(bool ranged) {
   const auto& info = *entity->infoStatus();
   platform::DownloadRequest request{.url = info.url(), .headers = {}};
   if (ranged) {
-    if (const std::int64_t size = sizeOf(info.fileFullPath()); size > 0) {
+    if (const std::int64_t size = sizeOf(*files_, info.fileFullPath()); size > 0) {
       request.headers.emplace_back(TS_HTTP_HEADER_RANGE, fmt::format("bytes={}-", size));
     }
   }
@@ -194,19 +201,18 @@ bool ZVResourceLoader::validateRange(const std::optional<std::string>& contentRa
     auto entity = currentEntity();
     if (!entity) return false;
     auto& info = *entity->infoStatus();
-    struct stat status {};
-    if (!isRegularFile(info.fileFullPath(), status)) {
+    platform::FileStatus status;
+    if (!isRegularFile(*files_, info.fileFullPath(), status)) {
       ZVLog::LogDebug("[ZVResourceLoader][validateRange] File didn't find.");
       return false;
     }
-    const int probe = ::open(info.fileFullPath().c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW);
+    const int probe = files_->open(info.fileFullPath().c_str(), O_WRONLY | O_NOFOLLOW, 0);
     if (probe < 0) {
       ZVLog::LogDebug("[ZVResourceLoader][validateRange] Fail open file.");
       return false;
     }
-    ::close(probe);
-    if (static_cast<std::uint64_t>(static_cast<std::int64_t>(offset)) >
-        static_cast<std::uint64_t>(status.st_size)) {
+    files_->close(probe);
+    if (offset < 0 || static_cast<std::int64_t>(offset) > status.size) {
       ZVLog::LogDebug("[ZVResourceLoader][validateRange] Received offset bigger then file size.");
       return false;
     }
@@ -222,7 +228,7 @@ bool ZVResourceLoader::validateRange(const std::optional<std::string>& contentRa
 
 void ZVResourceLoader::removeFile() {
   guarded(kClass, "removeFile", [&] {
-    if (auto entity = currentEntity()) ::unlink(entity->infoStatus()->fileFullPath().c_str());
+    if (auto entity = currentEntity()) files_->unlink(entity->infoStatus()->fileFullPath().c_str());
   });
 }
 
@@ -292,6 +298,7 @@ void ZVResourceLoader::errorDownload(const std::shared_ptr<ZVFileStatusEntity>& 
 
 bool ZVResourceLoader::didReceiveResponse(std::uint64_t task,
                                           const platform::DownloadResponse& response) {
+  assertOnMainQueue();
   if (!isCurrentTask(task)) return false;
   return guarded(kClass, "didReceiveResponse", false, [&] {
     auto entity = currentEntity();
@@ -345,15 +352,14 @@ void ZVResourceLoader::openFile(bool truncate) {
   auto entity = currentEntity();
   if (!entity) return;
   std::lock_guard lock(fileMutex_);
-  if (fd_ >= 0) ::close(fd_);
+  if (fd_ >= 0) files_->close(fd_);
   const std::string& path = entity->infoStatus()->fileFullPath();
   // Whatever else stands under the name (a link above all) is replaced by
   // a fresh file; O_NOFOLLOW refuses a link planted between the two steps.
-  struct stat info {};
-  if (::lstat(path.c_str(), &info) == 0 && !S_ISREG(info.st_mode)) ::unlink(path.c_str());
-  const int flags =
-      O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW | (truncate ? O_TRUNC : 0);
-  fd_ = ::open(path.c_str(), flags, 0644);
+  platform::FileStatus status;
+  if (files_->status(path.c_str(), status) == 0 && !status.regular) files_->unlink(path.c_str());
+  const int flags = O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | (truncate ? O_TRUNC : 0);
+  fd_ = files_->open(path.c_str(), flags, 0644);
 }
 
 void ZVResourceLoader::closeFile() {
@@ -368,24 +374,22 @@ void ZVResourceLoader::closeFile() {
   // The sync is queued ahead of any record of the file, which is what keeps
   // a record from outliving bytes that never reached the disk.
   if (auto syncs = ZVFileSyncQueue::defaultQueue()) return syncs->syncAndClose(fd, name);
-  ::fdatasync(fd);
-  ::close(fd);
+  files_->fdatasync(fd);
+  files_->close(fd);
 }
 
 bool ZVResourceLoader::writeChunk(std::string_view chunk) {
-  auto context = Context::current();
   std::lock_guard lock(fileMutex_);
-  if (fd_ < 0 || !context) return false;
-  platform::FileSystem& files = context->files();
+  if (fd_ < 0) return false;
   while (!chunk.empty()) {
-    const ssize_t written = files.write(fd_, chunk.data(), chunk.size());
+    const ssize_t written = files_->write(fd_, chunk.data(), chunk.size());
     if (written < 0 && errno == EINTR) continue;
     if (written <= 0) return false;
     chunk.remove_prefix(static_cast<std::size_t>(written));
   }
   // A file unlinked under us would swallow the rest of the download.
-  struct stat info {};
-  return ::fstat(fd_, &info) == 0 && info.st_nlink > 0;
+  platform::FileStatus status;
+  return files_->status(fd_, status) == 0 && status.links > 0;
 }
 
 void ZVResourceLoader::failTransfer() {
@@ -403,6 +407,7 @@ void ZVResourceLoader::failTooLarge(const char* reason) {
 }
 
 void ZVResourceLoader::didReceiveData(std::uint64_t task, std::string_view chunk) {
+  assertOnMainQueue();
   if (!isCurrentTask(task)) return;
   auto entity = currentEntity();
   if (!entity) return;
@@ -440,6 +445,7 @@ void ZVResourceLoader::didReceiveData(std::uint64_t task, std::string_view chunk
 
 void ZVResourceLoader::didCompleteWithError(std::uint64_t task,
                                             const std::optional<std::string>& error) {
+  assertOnMainQueue();
   if (!isCurrentTask(task)) return;
   guarded(kClass, "didCompleteWithError", [&] {
     if (canceled_) return;

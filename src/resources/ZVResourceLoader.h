@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/FileSystem.h"
 #include "platform/StreamingHttpClient.h"
 #include "resources/ZVDownloadDelegate.h"
 #include "resources/ZVFileStatusEntity.h"
@@ -101,6 +102,7 @@ class ZVResourceLoader : public std::enable_shared_from_this<ZVResourceLoader> {
   std::atomic<std::uint64_t> taskNumber_{0};
   std::atomic<int> restartsWithoutBody_{0};
   std::int64_t bytesSinceSpaceCheck_ = 0;
+  std::shared_ptr<platform::FileSystem> files_;
   std::mutex fileMutex_;
   int fd_ = -1;
 };

@@ -2,14 +2,14 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cctype>
 #include <filesystem>
 
 #include "platform/FileSystem.h"
+#include "platform/dispatch/QueueAssert.h"
 #include "platform/dispatch/Runtime.h"
+#include "platform/dispatch/WeakTask.h"
 #include "resources/ZVAssetLoaderDelegate.h"
 #include "resources/ZVCacheManager.h"
 #include "resources/ZVFilesSavedValidator.h"
@@ -60,13 +60,7 @@ bool isSinglePathComponent(const std::string& name) {
 // symlink is never followed and a directory never removed.
 bool removeRegularFile(const std::string& directory, const std::string& name) {
   if (!isSinglePathComponent(name)) return false;
-  int dir = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW);
-  if (dir < 0) return false;
-  struct stat info {};
-  bool removed = ::fstatat(dir, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0 &&
-                 S_ISREG(info.st_mode) && ::unlinkat(dir, name.c_str(), 0) == 0;
-  ::close(dir);
-  return removed;
+  return ZVResourceManager::fileSystem()->removeRegularFile(directory.c_str(), name.c_str()) == 0;
 }
 
 void notifyLoaded(const std::shared_ptr<ZVDownloadDelegate>& delegate, const std::string& name) {
@@ -78,6 +72,12 @@ void notifyLoaded(const std::shared_ptr<ZVDownloadDelegate>& delegate, const std
 std::string ZVResourceManager::convertURLToFileName(std::string_view url) noexcept {
   return guarded(kClass, "convertURLToFileName", std::string(),
                  [&] { return ZVHash::md5Hex(url) + "." + sanitized(pathExtension(url)); });
+}
+
+std::shared_ptr<platform::FileSystem> ZVResourceManager::fileSystem() {
+  auto context = Context::current();
+  if (context && context->runtimeOptions().files) return context->runtimeOptions().files;
+  return platform::FileSystem::posix();
 }
 
 std::shared_ptr<ZVResourceManager> ZVResourceManager::defaultManager() {
@@ -164,15 +164,13 @@ void ZVResourceManager::addInWaitingArray(const std::string& url, const std::str
 void ZVResourceManager::tryDownloadNextFile() {
   guarded(kClass, "tryDownloadNextFile", [&] {
     if (!serialQueue_) return;
-    serialQueue_->async([weak = weak_from_this()] {
-      auto self = weak.lock();
-      if (!self) return;
-      guarded(kClass, "tryDownloadNextFileDispatch", [&] { self->pumpQueue(); });
-    });
+    dispatch::asyncWeak(*serialQueue_, weak_from_this(), {kClass, "tryDownloadNextFileDispatch"},
+                        [](ZVResourceManager& self) { self.pumpQueue(); });
   });
 }
 
 void ZVResourceManager::pumpQueue() {
+  ZV_ASSERT_ON(serialQueue_);
   for (;;) {
     std::shared_ptr<ZVFileStatusEntity> first;
     {
@@ -266,9 +264,9 @@ std::uint64_t ZVResourceManager::getFreeDiskspace() {
 std::int32_t ZVResourceManager::fileSize(const std::string& fileName) {
   return guarded(kClass, "fileSize", std::int32_t{0}, [&]() -> std::int32_t {
     if (isLoaded(fileName)) {
-      struct stat info {};
-      if (::stat(pathToFile(fileName).c_str(), &info) != 0) return 0;
-      return static_cast<std::int32_t>(std::min<std::int64_t>(info.st_size, INT32_MAX));
+      platform::FileStatus status;
+      if (fileSystem()->status(pathToFile(fileName).c_str(), status) != 0) return 0;
+      return static_cast<std::int32_t>(std::min<std::int64_t>(status.size, INT32_MAX));
     }
     std::lock_guard lock(mutex_);
     for (const auto& entity : waiting_) {
@@ -340,7 +338,7 @@ void ZVResourceManager::removeLink(const std::string& fileName) {
 int ZVResourceManager::fileHandler(const std::string& fileName) {
   return guarded(kClass, "fileHandler", -1, [&] {
     // Only the cache's own file is served, never a link's target.
-    return ::open(pathToFile(fileName).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    return fileSystem()->open(pathToFile(fileName).c_str(), O_RDONLY | O_NOFOLLOW, 0);
   });
 }
 

@@ -19,6 +19,9 @@ namespace zivora {
 namespace dispatch {
 class Queue;
 }
+namespace platform {
+class FileSystem;
+}
 class ZVResourceLoader;
 
 // What the player opens for a cached file: the file itself once complete,
@@ -52,6 +55,10 @@ class ZVResourceManager : public ZVDownloadDelegate,
   // The extension is reduced to at most 16 letters and digits, so a name
   // never holds '/', NUL or anything a shell or file system treats specially.
   static std::string convertURLToFileName(std::string_view url) noexcept;
+
+  // The file seam every cache file goes through: the context's, or the real
+  // system calls when there is no context (an object outliving it).
+  static std::shared_ptr<platform::FileSystem> fileSystem();
 
   ZVResourceManager();
   ~ZVResourceManager() override;

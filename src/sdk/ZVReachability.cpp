@@ -3,6 +3,7 @@
 #include <fstream>
 
 #include "platform/dispatch/Queue.h"
+#include "platform/dispatch/WeakTask.h"
 #include "sdk/Defaults.h"
 #include "util/Guard.h"
 
@@ -60,11 +61,9 @@ bool ZVReachability::startNotifier(std::shared_ptr<dispatch::Queue> queue) noexc
       std::lock_guard lock(mutex_);
       lastStatus_ = currentReachabilityStatus();
     }
-    std::weak_ptr<ZVReachability> weak = weak_from_this();
     std::lock_guard lock(mutex_);
-    timer_ = queue->every(kPollInterval, [weak] {
-      if (auto self = weak.lock()) guarded(kClass, "startNotifier", [&] { self->poll(); });
-    });
+    timer_ = dispatch::everyWeak(*queue, kPollInterval, weak_from_this(), {kClass, "startNotifier"},
+                                 [](ZVReachability& self) { self.poll(); });
     return true;
   });
 }

@@ -14,6 +14,7 @@
 #include "events/ZVEventSender.h"
 #include "events/ZVSendRequest.h"
 #include "platform/dispatch/Runtime.h"
+#include "platform/dispatch/WeakTask.h"
 #include "resources/ZVResourceManager.h"
 #include "sdk/Defaults.h"
 #include "sdk/InvokeDelegateHelper.h"
@@ -133,25 +134,23 @@ void ZivoraInstance::initOnceWithAppId(const std::string& appId) {
   guarded(kClass, "initOnceWithAppId", [&] {
     appId_ = appId;
     serial_ = context_->runtime().makeSerialQueue("com.zivora.main");
-    std::weak_ptr<ZivoraInstance> weak = shared_from_this();
     // The display opens first, on the one thread that drives it, so that the
     // device facts of the handshake and the first records carry its size.
-    context_->runtime().mainQueue().async([weak, appId] {
-      auto self = weak.lock();
-      if (!self) return;
-      guarded(kClass, "openDisplay", [&] { ui::Display::of(self->context_)->open(); });
-      self->serial_->async([weak, appId] {
-        auto self = weak.lock();
-        if (!self) return;
-        guarded(kClass, "initOnceWithAppIdDispatch", [&] {
-          if (auto configuration = ZVConfiguration::shared()) configuration->setAppId(appId);
-          ZVPAnalitics::sendProfilingEnable(true);
-          ZVPAnalitics::shared().appOpen();
-          self->adSide_->startUp();
-          self->sendInitializeRequest();
-        });
-      });
-    });
+    dispatch::asyncWeak(context_->runtime().mainQueue(), weak_from_this(),
+                        {kClass, "openDisplayDispatch"}, [appId](ZivoraInstance& self) {
+                          guarded(kClass, "openDisplay",
+                                  [&] { ui::Display::of(self.context_)->open(); });
+                          dispatch::asyncWeak(*self.serial_, self.weak_from_this(),
+                                              {kClass, "initOnceWithAppIdDispatch"},
+                                              [appId](ZivoraInstance& instance) {
+                                                if (auto configuration = ZVConfiguration::shared())
+                                                  configuration->setAppId(appId);
+                                                ZVPAnalitics::sendProfilingEnable(true);
+                                                ZVPAnalitics::shared().appOpen();
+                                                instance.adSide_->startUp();
+                                                instance.sendInitializeRequest();
+                                              });
+                        });
   });
 }
 
@@ -176,9 +175,10 @@ void ZivoraInstance::sendInitializeRequest() {
     ZVSendRequest::sendPost(*body, [&, weak](const nlohmann::json* reply, int code) {
       std::optional<nlohmann::json> copy;
       if (reply) copy = *reply;
-      serial_->async([weak, copy = std::move(copy), code]() mutable {
-        if (auto self = weak.lock()) self->receiveInitializeReply(std::move(copy), code);
-      });
+      dispatch::asyncWeak(*serial_, weak, {kClass, "receiveInitializeReplyDispatch"},
+                          [copy = std::move(copy), code](ZivoraInstance& self) mutable {
+                            self.receiveInitializeReply(std::move(copy), code);
+                          });
     });
     return true;
   });
@@ -318,15 +318,11 @@ void ZivoraInstance::repeateRequestAfterError() {
   guarded(kClass, "repeateRequestAfterError", [&] {
     if (failRequest_ >= 1) notifyAboutError();
     delayRequestBlock_.cancel();
-    std::weak_ptr<ZivoraInstance> weak = shared_from_this();
-    delayRequestBlock_ =
-        serial_->after(retryDelay(failRequest_, context_->runtimeOptions().retryTimeUnit), [weak] {
-          auto self = weak.lock();
-          if (!self) return;
-          guarded(kClass, "repeateRequestAfterErrorDispatch", [&] {
-            self->waitInitializeResponse_ = false;
-            self->sendInitializeRequest();
-          });
+    delayRequestBlock_ = dispatch::afterWeak(
+        *serial_, retryDelay(failRequest_, context_->runtimeOptions().retryTimeUnit),
+        weak_from_this(), {kClass, "repeateRequestAfterErrorDispatch"}, [](ZivoraInstance& self) {
+          self.waitInitializeResponse_ = false;
+          self.sendInitializeRequest();
         });
     ++failRequest_;
   });
@@ -446,14 +442,11 @@ bool ZivoraInstance::isReadyVideo(const std::string& placement) {
 void ZivoraInstance::purchaseEvent(double amount, const std::string& currency,
                                    const std::string& transactionId,
                                    std::optional<std::string> receipt) {
-  std::weak_ptr<ZivoraInstance> weak = shared_from_this();
-  serial_->async([weak, amount, currency, transactionId, receipt = std::move(receipt)] {
-    auto self = weak.lock();
-    if (!self) return;
-    guarded(kClass, "purchaseEventDispatch", [&] {
-      if (!self->refused()) self->adSide_->purchaseEvent(amount, currency, transactionId, receipt);
-    });
-  });
+  dispatch::asyncWeak(
+      *serial_, weak_from_this(), {kClass, "purchaseEventDispatch"},
+      [amount, currency, transactionId, receipt = std::move(receipt)](ZivoraInstance& self) {
+        if (!self.refused()) self.adSide_->purchaseEvent(amount, currency, transactionId, receipt);
+      });
 }
 
 void ZivoraInstance::requestMotivatedRewards() {

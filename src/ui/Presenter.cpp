@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "platform/dispatch/QueueAssert.h"
+
 namespace zivora::ui {
 
 std::shared_ptr<Presenter> lockPresenter(const std::weak_ptr<Presenter>& presenter) {
@@ -12,7 +14,10 @@ std::shared_ptr<Presenter> lockPresenter(const std::weak_ptr<Presenter>& present
 }
 
 Presenter::Presenter(Screen screen, dispatch::Queue& mainQueue, dispatch::Clock& clock)
-    : screen_(screen), animator_(mainQueue, clock), canvas_(screen.size, screen.scale) {}
+    : mainQueue_(mainQueue),
+      screen_(screen),
+      animator_(mainQueue, clock),
+      canvas_(screen.size, screen.scale) {}
 
 Presenter::~Presenter() = default;
 
@@ -31,6 +36,7 @@ void Presenter::enableVideoPlanes() {
 }
 
 void Presenter::present(std::shared_ptr<Window> window) {
+  ZV_ASSERT_ON(mainQueue_);
   if (!window) return;
   dismiss(*window);
   windows_.push_back(std::move(window));
@@ -39,6 +45,7 @@ void Presenter::present(std::shared_ptr<Window> window) {
 }
 
 void Presenter::dismiss(const Window& window) {
+  ZV_ASSERT_ON(mainQueue_);
   auto found = std::find_if(windows_.begin(), windows_.end(),
                             [&](const std::shared_ptr<Window>& w) { return w.get() == &window; });
   if (found == windows_.end()) return;
@@ -48,6 +55,7 @@ void Presenter::dismiss(const Window& window) {
 }
 
 bool Presenter::tap(Point point) {
+  ZV_ASSERT_ON(mainQueue_);
   if (windows_.empty()) return false;
   // The topmost window is modal: a tap it does not take goes nowhere.
   auto top = windows_.back();
@@ -55,12 +63,14 @@ bool Presenter::tap(Point point) {
 }
 
 bool Presenter::performAction(ScreenAction action) {
+  ZV_ASSERT_ON(mainQueue_);
   if (windows_.empty()) return false;
   auto top = windows_.back();
   return top->performAction(action);
 }
 
 bool Presenter::renderFrame(bool force) {
+  ZV_ASSERT_ON(mainQueue_);
   const bool changed = stackChanged_ || std::any_of(windows_.begin(), windows_.end(),
                                                     [](const std::shared_ptr<Window>& w) {
                                                       return w->needsDisplay();

@@ -53,6 +53,7 @@ class Presenter {
   virtual void windowsChanged() {}
 
  private:
+  dispatch::Queue& mainQueue_;
   Screen screen_;
   Animator animator_;
   Canvas canvas_;

@@ -4,7 +4,9 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "platform/dispatch/QueueAssert.h"
 #include "platform/dispatch/Runtime.h"
+#include "platform/dispatch/WeakTask.h"
 #include "platform/media/MediaAsset.h"
 #include "resources/ZVAssetLoaderDelegate.h"
 #include "resources/ZVFileInfoStatus.h"
@@ -120,6 +122,7 @@ void ZVPlayerController::onMain(dispatch::Task task) {
 }
 
 std::shared_ptr<ZVVideoView> ZVPlayerController::makeView() {
+  ZV_ASSERT_ON(context()->runtime().mainQueue());
   auto view = std::make_shared<ZVVideoView>(makeEnvironment());
   view->setDelegate(weak_from_this());
   std::lock_guard lock(mutex_);
@@ -216,9 +219,8 @@ void ZVPlayerController::receiveData(std::int64_t bytes) {
   guarded(kClass, "receiveData", [&] {
     auto& main = context()->runtime().mainQueue();
     if (!main.isCurrent()) {
-      main.async([weak = weak_from_this(), bytes] {
-        if (auto self = weak.lock()) self->receiveData(bytes);
-      });
+      dispatch::asyncWeak(main, weak_from_this(), {kClass, "receiveDataDispatch"},
+                          [bytes](ZVPlayerController& self) { self.receiveData(bytes); });
       return;
     }
     progress();
@@ -229,9 +231,8 @@ void ZVPlayerController::finishLoading(const std::string& fileName) {
   guarded(kClass, "finishLoading", [&] {
     auto& main = context()->runtime().mainQueue();
     if (!main.isCurrent()) {
-      main.async([weak = weak_from_this(), fileName] {
-        if (auto self = weak.lock()) self->finishLoading(fileName);
-      });
+      dispatch::asyncWeak(main, weak_from_this(), {kClass, "finishLoadingDispatch"},
+                          [fileName](ZVPlayerController& self) { self.finishLoading(fileName); });
       return;
     }
     progress();
@@ -240,6 +241,7 @@ void ZVPlayerController::finishLoading(const std::string& fileName) {
 }
 
 void ZVPlayerController::progress() {
+  ZV_ASSERT_ON(context()->runtime().mainQueue());
   if (needPrepareVideoView_ && isPreparedFile()) {
     needPrepareVideoView_ = false;
     if (auto videoView = view()) videoView->prepareItem(videoFileName(), media::MediaTime::zero());
@@ -256,8 +258,18 @@ void ZVPlayerController::resumeIfBuffered() {
   }
 }
 
-void ZVPlayerController::errorLoadingResource(const std::string& fileName, std::int32_t) {
+// A transfer that fails before it starts (no free space) is reported on
+// the download queue; the view is stopped on the main queue all the same.
+void ZVPlayerController::errorLoadingResource(const std::string& fileName, std::int32_t error) {
   guarded(kClass, "errorLoadingResource", [&] {
+    auto& main = context()->runtime().mainQueue();
+    if (!main.isCurrent()) {
+      dispatch::asyncWeak(main, weak_from_this(), {kClass, "errorLoadingResourceDispatch"},
+                          [fileName, error](ZVPlayerController& self) {
+                            self.errorLoadingResource(fileName, error);
+                          });
+      return;
+    }
     if (resources()->isLoaded(fileName)) return;
     if (auto videoView = view()) videoView->stop();
     if (auto d = delegate()) d->errorPlayingVideo(0);
@@ -285,12 +297,10 @@ void ZVPlayerController::didShowView() {
     if (!videoView) return;
     // The close button comes at the latest 5 s after the video's nominal
     // end, even when playback stalled on the way.
-    std::weak_ptr<ZVVideoView> weakView = videoView;
-    context()->runtime().mainQueue().after(closeButtonDelay(videoView->getDuration()), [weakView] {
-      guarded(kClass, "didShowViewDispatch", [&] {
-        if (auto shown = weakView.lock()) shown->showCloseButton();
-      });
-    });
+    dispatch::afterWeak(context()->runtime().mainQueue(),
+                        closeButtonDelay(videoView->getDuration()),
+                        std::weak_ptr<ZVVideoView>(videoView), {kClass, "didShowViewDispatch"},
+                        [](ZVVideoView& shown) { shown.showCloseButton(); });
   });
 }
 

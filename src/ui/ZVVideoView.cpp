@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <chrono>
 
+#include "platform/dispatch/QueueAssert.h"
+#include "platform/dispatch/WeakTask.h"
 #include "util/Guard.h"
 #include "util/Upcalls.h"
 #include "util/ZVLog.h"
@@ -156,6 +158,7 @@ void ZVVideoView::layoutControls() {
 // --- Sound ---------------------------------------------------------------------
 
 void ZVVideoView::soundEnable(bool enable) {
+  ZV_ASSERT_ON(environment_.mainQueue);
   guarded("ZVVideoView", "soundEnable", [&] {
     soundOn_ = enable;
     if (playVideo_) playVideo_->setMuted(!enable);
@@ -171,6 +174,7 @@ void ZVVideoView::validateSoundButton() {
 }
 
 void ZVVideoView::soundSwitchHandler() {
+  ZV_ASSERT_ON(environment_.mainQueue);
   guarded("ZVVideoView", "soundSwitchHandler", [&] {
     soundOn_ = !soundOn_;
     soundEnable(soundOn_);
@@ -181,12 +185,14 @@ void ZVVideoView::soundSwitchHandler() {
 // --- Items and observers ---------------------------------------------------------
 
 void ZVVideoView::allowSkipAfer(float seconds) {
+  ZV_ASSERT_ON(environment_.mainQueue);
   guarded("ZVVideoView", "allowSkipAfer", [&] {
     if (skipButton_) skipButton_->setDuration(seconds);
   });
 }
 
 void ZVVideoView::prepareItem(const std::string& fileName, MediaTime time) {
+  ZV_ASSERT_ON(environment_.mainQueue);
   guarded("ZVVideoView", "prepareItem", [&] {
     fileName_ = fileName;
     if (playerItem_) unregistObservers(playerItem_);
@@ -255,13 +261,12 @@ void ZVVideoView::observeStatus(media::MediaItemStatus status) {
       playerView_ = fresh;
       fresh->setPlayer(playVideo_);
       play();
-      std::weak_ptr<ZVVideoView> weak = weakSelf();
-      environment_.mainQueue->after(kDropCachedPlayerView, [weak] {
-        auto self = weak.lock();
-        if (!self || !self->playerViewCache_) return;
-        self->playerViewCache_->removeFromSuperview();
-        self->playerViewCache_.reset();
-      });
+      dispatch::afterWeak(*environment_.mainQueue, kDropCachedPlayerView, weakSelf(),
+                          {"ZVVideoView", "dropCachedPlayerView"}, [](ZVVideoView& self) {
+                            if (!self.playerViewCache_) return;
+                            self.playerViewCache_->removeFromSuperview();
+                            self.playerViewCache_.reset();
+                          });
       return;
     }
     if (!ready) {
@@ -295,6 +300,7 @@ float ZVVideoView::remainingTime() const { return playVideo_ ? duration_ - curre
 // --- Showing and playing ----------------------------------------------------------
 
 void ZVVideoView::show(const std::string& fileName) {
+  ZV_ASSERT_ON(environment_.mainQueue);
   guarded("ZVVideoView", "show", [&] {
     fileName_ = fileName;
     if (!playerItem_ || !playVideo_) prepareItem(fileName, MediaTime::zero());
@@ -366,10 +372,9 @@ void ZVVideoView::resumeApp() {
 void ZVVideoView::startUpdateTimer() {
   timerProgress_->setDuration(duration_);
   stopUpdateTimer();
-  std::weak_ptr<ZVVideoView> weak = weakSelf();
-  timerUpdateUI_ = environment_.mainQueue->every(kUpdateInterval, [weak] {
-    if (auto self = weak.lock()) self->updateTimer();
-  });
+  timerUpdateUI_ = dispatch::everyWeak(*environment_.mainQueue, kUpdateInterval, weakSelf(),
+                                       {"ZVVideoView", "updateTimer"},
+                                       [](ZVVideoView& self) { self.updateTimer(); });
 }
 
 void ZVVideoView::stopUpdateTimer() { cancel(timerUpdateUI_); }
@@ -388,11 +393,9 @@ void ZVVideoView::updateTimer() {
 
 void ZVVideoView::startAllowSkipTimer() {
   if (timerAllowSkip_) return;
-  std::weak_ptr<ZVVideoView> weak = weakSelf();
-  timerAllowSkip_ = environment_.mainQueue->after(
-      seconds(remainingTime() + TS_ADDITION_TIME_FOR_SHOW_CLOSE_BUTTON), [weak] {
-        if (auto self = weak.lock()) self->allowSkip();
-      });
+  timerAllowSkip_ = dispatch::afterWeak(
+      *environment_.mainQueue, seconds(remainingTime() + TS_ADDITION_TIME_FOR_SHOW_CLOSE_BUTTON),
+      weakSelf(), {"ZVVideoView", "allowSkip"}, [](ZVVideoView& self) { self.allowSkip(); });
 }
 
 void ZVVideoView::stopAllowSkipTimer() {
@@ -472,16 +475,15 @@ void ZVVideoView::hideUI() {
 
 void ZVVideoView::shiftDelayHideUI() {
   cancel(timerHideUI_);
-  std::weak_ptr<ZVVideoView> weak = weakSelf();
-  timerHideUI_ = environment_.mainQueue->after(kHideUIDelay, [weak] {
-    auto self = weak.lock();
-    if (!self) return;
-    self->timerHideUI_.reset();
-    self->hideUI();
-  });
+  timerHideUI_ = dispatch::afterWeak(*environment_.mainQueue, kHideUIDelay, weakSelf(),
+                                     {"ZVVideoView", "hideUIDelay"}, [](ZVVideoView& self) {
+                                       self.timerHideUI_.reset();
+                                       self.hideUI();
+                                     });
 }
 
 void ZVVideoView::swithUIHandler() {
+  ZV_ASSERT_ON(environment_.mainQueue);
   guarded("ZVVideoView", "swithUIHandler", [&] {
     if (showButtons_) {
       hideUI();
@@ -492,6 +494,7 @@ void ZVVideoView::swithUIHandler() {
 }
 
 void ZVVideoView::skipVideoHandler() {
+  ZV_ASSERT_ON(environment_.mainQueue);
   guarded("ZVVideoView", "skipVideoHandler", [&] {
     shiftDelayHideUI();
     if (!skipButton_->isReady()) return;
@@ -500,10 +503,12 @@ void ZVVideoView::skipVideoHandler() {
 }
 
 void ZVVideoView::closeHandler() {
+  ZV_ASSERT_ON(environment_.mainQueue);
   guarded("ZVVideoView", "closeHandler", [&] { info("closeHandler", "Close video by button."); });
 }
 
 void ZVVideoView::showCloseButton() {
+  ZV_ASSERT_ON(environment_.mainQueue);
   guarded("ZVVideoView", "showCloseButton", [&] {
     if (closeButton_) closeButton_->setHidden(false);
   });
@@ -514,10 +519,9 @@ void ZVVideoView::showCloseButton() {
 void ZVVideoView::startCheckPlaing() {
   playTime_ = playVideo_->currentTime();
   cancel(delayBlockForPlay_);
-  std::weak_ptr<ZVVideoView> weak = weakSelf();
-  delayBlockForPlay_ = environment_.mainQueue->after(kFirstStartCheck, [weak] {
-    if (auto self = weak.lock()) self->delayedBlockForPlay();
-  });
+  delayBlockForPlay_ = dispatch::afterWeak(*environment_.mainQueue, kFirstStartCheck, weakSelf(),
+                                           {"ZVVideoView", "delayedBlockForPlay"},
+                                           [](ZVVideoView& self) { self.delayedBlockForPlay(); });
 }
 
 void ZVVideoView::delayedBlockForPlay() {
@@ -568,6 +572,7 @@ void ZVVideoView::playerItemFailedToPlayToEndTime() {
 }
 
 void ZVVideoView::continuePlayingAfterError() {
+  ZV_ASSERT_ON(environment_.mainQueue);
   guarded("ZVVideoView", "continuePlayingAfterError", [&] {
     continuePlayAfterError_ = true;
     if (playerViewCache_) {
@@ -590,6 +595,7 @@ void ZVVideoView::itemDidFinishPlaying() {
 // --- Leaving ------------------------------------------------------------------------
 
 void ZVVideoView::hide() {
+  ZV_ASSERT_ON(environment_.mainQueue);
   guarded("ZVVideoView", "hide", [&] {
     if (playVideo_) playVideo_->pause();
     animateHide();
@@ -622,6 +628,7 @@ void ZVVideoView::animateHide() {
 }
 
 void ZVVideoView::stop() {
+  ZV_ASSERT_ON(environment_.mainQueue);
   guarded("ZVVideoView", "stop", [&] {
     continuePlayAfterError_ = false;
     // The crossed pairing is deliberate: a pending second start check is

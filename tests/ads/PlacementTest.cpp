@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cctype>
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <set>
 
@@ -22,6 +23,7 @@
 #include "support/FakeMediaItem.h"
 #include "support/FakeMediaPlayer.h"
 #include "support/FakeStreamingClient.h"
+#include "support/Files.h"
 #include "support/MemoryPresenter.h"
 #include "support/RecordingHost.h"
 #include "support/ScopedContext.h"
@@ -140,8 +142,10 @@ class PlacementTest : public ::testing::Test {
     runtime_->advanceBy(1s);
   }
 
+  // Taps arrive on the main queue, as the window's events do.
   bool act(ui::ScreenAction action) {
-    bool acted = presenter().performAction(action);
+    bool acted = false;
+    runtime_->mainQueue().async([&] { acted = presenter().performAction(action); });
     runtime_->runUntilIdle();
     runtime_->advanceBy(1s);
     return acted;
@@ -459,6 +463,61 @@ TEST_F(PlacementTest, NoFreeSpaceFailsWithTwo) {
   EXPECT_EQ(calls(), Calls{"videoDidFailToLoad rewarded 2"});
 }
 
+// A write that fails under the download (the disk filling in the middle of
+// a chunk, the file unlinked under the writer) reaches the host as a failed
+// load, never as a cached ad; short writes lose nothing. Once the fault is
+// gone the video is downloaded whole.
+TEST_F(PlacementTest, WriteFaultsFailTheLoadAtTheHostAndLoseNoBytes) {
+  const auto videoFile = [this] {
+    std::filesystem::path largest;
+    for (const auto& entry :
+         std::filesystem::directory_iterator(root_.path() / "Caches" / "Zivora"))
+      if (largest.empty() || entry.file_size() > std::filesystem::file_size(largest))
+        largest = entry.path();
+    return largest;
+  };
+  struct Fault {
+    const char* name;
+    std::function<void()> arrange;
+  };
+  const Fault faults[] = {
+      {"disk full mid-chunk", [this] { disk_->diskFullAfter = disk_->written + 250'000; }},
+      // Every attempt loses its cache file a quarter of a megabyte in; the
+      // event files written meanwhile are left alone.
+      {"unlinked under the writer",
+       [this] {
+         const std::int64_t from = disk_->written;
+         disk_->beforeWrite = [this, from](int fd) {
+           if (disk_->written - from < 250'000) return;
+           std::error_code error;
+           const auto path =
+               std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd), error);
+           if (!error && path.parent_path() == root_.path() / "Caches" / "Zivora")
+             std::filesystem::remove(path, error);
+         };
+       }},
+  };
+  for (const Fault& fault : faults) {
+    SCOPED_TRACE(fault.name);
+    fault.arrange();
+    host_->calls.clear();
+    side_->cacheVideo(kPlacement);
+    serveDownloads();
+    runtime_->advanceBy(5s);
+    serveDownloads();
+    EXPECT_EQ(calls(), Calls{"videoDidFailToLoad rewarded 3"});
+    disk_->diskFullAfter.reset();
+    disk_->beforeWrite = nullptr;
+    runtime_->advanceBy(5s);
+  }
+
+  host_->calls.clear();
+  disk_->shortWrites(777);
+  cacheReady();
+  EXPECT_EQ(calls(), Calls{"videoDidCache rewarded"});
+  EXPECT_EQ(test::readFile(videoFile()), content_[kVideo]);
+}
+
 TEST_F(PlacementTest, TwoPlacementsHaveIndependentControllers) {
   side_->cacheVideo("a");
   side_->showVideo("b");
@@ -477,7 +536,12 @@ class ClickTest : public PlacementTest {
     showAndDisplay();
     playToEnd();
   }
-  void tapCallToAction() { presenter().performAction(ui::ScreenAction::CallToAction); }
+  // Queued on the main queue, not run: a second tap, or a close, lands
+  // before the click request the first one posts.
+  void tapCallToAction() {
+    runtime_->mainQueue().async(
+        [this] { presenter().performAction(ui::ScreenAction::CallToAction); });
+  }
 };
 
 TEST_F(ClickTest, ADoubleTapSendsOneClickAndAnAcknowledgedClickOpensAgainWithoutRequest) {

@@ -8,9 +8,10 @@
 
 #include "eventqueue/EventFile.h"
 #include "events/ZVFileSaver.h"
-#include "platform/FileIo.h"
+#include "platform/FileSystem.h"
+#include "support/FakeFileSystem.h"
 #include "support/Files.h"
-#include "support/ForwardingFileIo.h"
+#include "support/ForwardingFileSystem.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
 
@@ -38,67 +39,13 @@ std::vector<std::string> drain(EventFile& file) {
   return events;
 }
 
-// The real system calls with faults on demand:
-//   crashAfter(n)   the next n bytes are written, then the "process dies":
-//                   the write stops there and every later call fails
-//   failWrites(e)   every write fails with errno e (ENOSPC: a full disk)
-//   shortWrites(n)  no single write puts more than n bytes
-class FaultyFileIo final : public platform::FileIo {
- public:
-  void crashAfter(std::size_t bytes) { crashBudget_ = bytes; }
-  void failWrites(int error) { writeError_ = error; }
-  void shortWrites(std::size_t bytes) { maxWrite_ = bytes; }
-
-  int open(const char* path, int flags, mode_t mode) override {
-    return dead() ? -1 : real_.open(path, flags, mode);
-  }
-  ssize_t pread(int fd, void* buffer, std::size_t size, off_t offset) override {
-    return dead() ? -1 : real_.pread(fd, buffer, size, offset);
-  }
-  ssize_t pwrite(int fd, const void* buffer, std::size_t size, off_t offset) override {
-    if (dead()) return -1;
-    if (writeError_ != 0) {
-      errno = writeError_;
-      return -1;
-    }
-    if (maxWrite_ > 0) size = std::min(size, maxWrite_);
-    if (!crashBudget_) return real_.pwrite(fd, buffer, size, offset);
-    const std::size_t allowed = std::min(size, *crashBudget_);
-    if (allowed > 0) real_.pwrite(fd, buffer, allowed, offset);
-    *crashBudget_ -= allowed;
-    if (*crashBudget_ > 0) return static_cast<ssize_t>(allowed);
-    crashed_ = true;
-    errno = EIO;
-    return -1;
-  }
-  off_t size(int fd) override { return dead() ? -1 : real_.size(fd); }
-  int ftruncate(int fd, off_t size) override { return dead() ? -1 : real_.ftruncate(fd, size); }
-  int fdatasync(int fd) override { return dead() ? -1 : real_.fdatasync(fd); }
-  // A dead process still has its descriptors closed by the kernel.
-  int close(int fd) override { return real_.close(fd); }
-  int unlink(const char* path) override { return dead() ? -1 : real_.unlink(path); }
-  int syncDirectory(const char* path) override { return dead() ? -1 : real_.syncDirectory(path); }
-
- private:
-  bool dead() {
-    if (crashed_) errno = EIO;
-    return crashed_;
-  }
-
-  platform::FileIo& real_ = *platform::FileIo::posix();
-  std::optional<std::size_t> crashBudget_;
-  int writeError_ = 0;
-  std::size_t maxWrite_ = 0;
-  bool crashed_ = false;
-};
-
 // The real system calls, keeping the bytes of the one file as they were at
 // its last fdatasync (or as they were made, when it exists already):
 // powerCut() puts the file back to that, or removes it when it was never
 // synced, as a machine losing its page cache would.
-class PowerCutFileIo final : public test::ForwardingFileIo {
+class PowerCutFileSystem final : public test::ForwardingFileSystem {
  public:
-  explicit PowerCutFileIo(fs::path path) : path_(std::move(path)) {
+  explicit PowerCutFileSystem(fs::path path) : path_(std::move(path)) {
     if (fs::exists(path_)) durable_ = test::readFile(path_);
   }
 
@@ -113,7 +60,7 @@ class PowerCutFileIo final : public test::ForwardingFileIo {
   int fdatasync(int fd) override {
     ++syncs_;
     durable_ = test::readFile(path_);
-    return ForwardingFileIo::fdatasync(fd);
+    return ForwardingFileSystem::fdatasync(fd);
   }
 
  private:
@@ -124,7 +71,7 @@ class PowerCutFileIo final : public test::ForwardingFileIo {
 
 class EventFileTest : public ::testing::Test {
  protected:
-  EventFile open(std::shared_ptr<platform::FileIo> io = nullptr) {
+  EventFile open(std::shared_ptr<platform::FileSystem> io = nullptr) {
     return EventFile(EventFileOptions{
         .path = path_,
         .logRepair = [this](std::string_view message) { repairs_.emplace_back(message); },
@@ -290,10 +237,10 @@ TEST_F(EventFileTest, CrashAtEveryByteOfAnAppendLosesOnlyTheUnacknowledgedEvent)
     for (std::size_t second = 0; second <= c.size() + 3; second += 3) {
       fs::remove(path_);
       ASSERT_TRUE(open().save(a));
-      auto crashing = std::make_shared<FaultyFileIo>();
+      auto crashing = std::make_shared<test::FakeFileSystem>();
       crashing->crashAfter(first);
       EXPECT_FALSE(open(crashing).save(b));
-      auto crashingAgain = std::make_shared<FaultyFileIo>();
+      auto crashingAgain = std::make_shared<test::FakeFileSystem>();
       crashingAgain->crashAfter(second);
       bool savedC = open(crashingAgain).save(c);
       auto file = open();
@@ -313,12 +260,12 @@ TEST_F(EventFileTest, CrashAtEveryByteOfAnAppendLosesOnlyTheUnacknowledgedEvent)
 TEST_F(EventFileTest, AFullDiskRefusesTheEventAndLeavesTheFileIntact) {
   const std::string a = event(30, 'a'), b = event(30, 'b');
   ASSERT_TRUE(open().save(a));
-  auto full = std::make_shared<FaultyFileIo>();
+  auto full = std::make_shared<test::FakeFileSystem>();
   full->failWrites(ENOSPC);
   EXPECT_FALSE(open(full).save(b));
   EXPECT_EQ(test::readFile(path_), a + "\n");
 
-  auto trickling = std::make_shared<FaultyFileIo>();
+  auto trickling = std::make_shared<test::FakeFileSystem>();
   trickling->shortWrites(3);
   EXPECT_TRUE(open(trickling).save(b));
   auto file = open();
@@ -339,7 +286,7 @@ TEST_F(EventFileTest, APowerCutResendsAtMostTheUnsyncedDeliveredEventsAndLosesNo
   std::size_t worst = 0;
   for (std::size_t delivered = 0; delivered <= events.size(); ++delivered) {
     test::writeFile(path_, bytes);
-    auto io = std::make_shared<PowerCutFileIo>(path_);
+    auto io = std::make_shared<PowerCutFileSystem>(path_);
     auto file = open(io);
     for (std::size_t i = 0; i < delivered; ++i) {
       ASSERT_EQ(file.firstEvent(), events[i]);
@@ -359,7 +306,7 @@ TEST_F(EventFileTest, APowerCutResendsAtMostTheUnsyncedDeliveredEventsAndLosesNo
 }
 
 TEST_F(EventFileTest, SyncConsumedAndEverySaveMakeTheMarksSoFarDurable) {
-  auto io = std::make_shared<PowerCutFileIo>(path_);
+  auto io = std::make_shared<PowerCutFileSystem>(path_);
   auto file = open(io);
   for (char c : std::string("abcdef")) ASSERT_TRUE(file.save(event(30, c)));
   file.removeFirstLine();

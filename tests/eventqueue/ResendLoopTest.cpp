@@ -4,7 +4,7 @@
 
 #include "eventqueue/EventFile.h"
 #include "eventqueue/ResendLoop.h"
-#include "support/ForwardingFileIo.h"
+#include "support/ForwardingFileSystem.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
 #include "support/VirtualRuntime.h"
@@ -103,12 +103,12 @@ TEST_F(ResendLoopTest, OnlyOneRequestIsInFlightAndEventsArrivingMeanwhileFollow)
 }
 
 // When each fdatasync happened, on the virtual clock.
-class SyncTimes final : public test::ForwardingFileIo {
+class SyncTimes final : public test::ForwardingFileSystem {
  public:
   explicit SyncTimes(test::VirtualRuntime& runtime) : runtime_(runtime) {}
   int fdatasync(int fd) override {
     times.push_back(runtime_.elapsed());
-    return ForwardingFileIo::fdatasync(fd);
+    return ForwardingFileSystem::fdatasync(fd);
   }
   std::vector<dispatch::Duration> times;
 

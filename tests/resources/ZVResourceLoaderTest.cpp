@@ -259,7 +259,9 @@ TEST_F(ZVResourceLoaderTest, AFileLargerThanTheCacheFailsWithCodeOneAndLeavesNoP
   }
 }
 
-TEST_F(ZVResourceLoaderTest, AShortWriteFailsWithCodeOneAndLeavesAResumablePrefix) {
+// The disk fills half way through the third chunk: the bytes that made it
+// stay as the resume point, and the next request asks for the rest.
+TEST_F(ZVResourceLoaderTest, ADiskFullMidChunkFailsWithCodeOneAndLeavesAResumablePrefix) {
   const std::string content = pattern(5000);
   files_->diskFullAfter = 2500;
   request();
@@ -275,6 +277,15 @@ TEST_F(ZVResourceLoaderTest, AShortWriteFailsWithCodeOneAndLeavesAResumablePrefi
   EXPECT_EQ(readFile(file()), content);
 }
 
+TEST_F(ZVResourceLoaderTest, ShortWritesAreContinuedAndLoseNoBytes) {
+  const std::string content = pattern(5000);
+  files_->shortWrites(333);
+  request();
+  serve(content);
+  EXPECT_EQ(listener_->events.back(), "finish " + name());
+  EXPECT_EQ(readFile(file()), content);
+}
+
 TEST_F(ZVResourceLoaderTest, AFileRemovedUnderTheTransferEndsItWithCodeOne) {
   writeFile(cache() / "other.png", "keep me");
   auto transfer = request();
@@ -287,6 +298,24 @@ TEST_F(ZVResourceLoaderTest, AFileRemovedUnderTheTransferEndsItWithCodeOne) {
   EXPECT_TRUE(transfer->cancelled);
   EXPECT_EQ(listener_->events.back(), "error " + name() + " 1");
   EXPECT_EQ(readFile(cache() / "other.png"), "keep me");
+}
+
+// The name goes while a chunk is being written: the bytes land in an
+// orphaned inode, and the transfer must fail rather than finish as a file
+// that is not on disk.
+TEST_F(ZVResourceLoaderTest, AFileUnlinkedInTheMiddleOfAChunkFailsWithCodeOneAndIsNotLoaded) {
+  auto transfer = request();
+  client_->respond(transfer, 200, {{"Content-Length", "3000"}});
+  bool unlinked = false;
+  files_->beforeWrite = [&](int) {
+    if (!unlinked) unlinked = std::filesystem::remove(file());
+  };
+  client_->send(transfer, pattern(3000));
+  runtime_->runUntilIdle();
+  EXPECT_TRUE(unlinked);
+  EXPECT_TRUE(transfer->cancelled);
+  EXPECT_EQ(listener_->events.back(), "error " + name() + " 1");
+  EXPECT_FALSE(manager()->isLoaded(name()));
 }
 
 TEST_F(ZVResourceLoaderTest, LoadWhileBusyIsIgnoredAndACancelledCompletionIsNot) {

@@ -1,7 +1,6 @@
 #include "support/FakeFileSystem.h"
 
 #include <errno.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <stdexcept>
@@ -20,24 +19,88 @@ platform::FreeSpace FakeFileSystem::freeSpace(const std::filesystem::path&) {
   return {};
 }
 
-ssize_t FakeFileSystem::write(int fd, const void* data, std::size_t size) {
-  std::size_t allowed = size;
+bool FakeFileSystem::dead() const {
+  if (crashed_) errno = EIO;
+  return crashed_;
+}
+
+ssize_t FakeFileSystem::allowance(std::size_t size) {
+  if (dead()) return -1;
+  if (writeError_ != 0) {
+    errno = writeError_;
+    return -1;
+  }
+  if (maxWrite_ > 0) size = std::min(size, maxWrite_);
   if (diskFullAfter) {
     const std::int64_t room = std::max<std::int64_t>(0, *diskFullAfter - written);
     if (room == 0) {
       errno = ENOSPC;
       return -1;
     }
-    allowed = std::min<std::size_t>(size, static_cast<std::size_t>(room));
+    size = std::min<std::size_t>(size, static_cast<std::size_t>(room));
   }
-  const ssize_t done = ::write(fd, data, allowed);
-  if (done > 0) written += done;
-  return done;
+  return static_cast<ssize_t>(size);
 }
 
-int FakeFileSystem::sync(int fd) {
+template <class Put>
+ssize_t FakeFileSystem::faultyWrite(int fd, std::size_t size, Put&& put) {
+  if (beforeWrite) beforeWrite(fd);
+  const ssize_t allowed = allowance(size);
+  if (allowed < 0) return -1;
+  if (!crashBudget_) {
+    const ssize_t done = put(static_cast<std::size_t>(allowed));
+    if (done > 0) written += done;
+    return done;
+  }
+  // The bytes before the crash reach the file; the write that crashes
+  // still reports a failure.
+  const std::size_t reached = std::min(static_cast<std::size_t>(allowed), *crashBudget_);
+  if (reached > 0) put(reached);
+  *crashBudget_ -= reached;
+  if (*crashBudget_ > 0) return static_cast<ssize_t>(reached);
+  crashed_ = true;
+  errno = EIO;
+  return -1;
+}
+
+ssize_t FakeFileSystem::write(int fd, const void* data, std::size_t size) {
+  return faultyWrite(
+      fd, size, [&](std::size_t bytes) { return ForwardingFileSystem::write(fd, data, bytes); });
+}
+
+ssize_t FakeFileSystem::pwrite(int fd, const void* buffer, std::size_t size, off_t offset) {
+  return faultyWrite(fd, size, [&](std::size_t bytes) {
+    return ForwardingFileSystem::pwrite(fd, buffer, bytes, offset);
+  });
+}
+
+int FakeFileSystem::fdatasync(int fd) {
+  if (dead()) return -1;
   ++syncs;
   return onSync ? onSync(fd) : 0;
+}
+
+int FakeFileSystem::open(const char* path, int flags, mode_t mode) {
+  return dead() ? -1 : ForwardingFileSystem::open(path, flags, mode);
+}
+ssize_t FakeFileSystem::pread(int fd, void* buffer, std::size_t size, off_t offset) {
+  return dead() ? -1 : ForwardingFileSystem::pread(fd, buffer, size, offset);
+}
+off_t FakeFileSystem::size(int fd) { return dead() ? -1 : ForwardingFileSystem::size(fd); }
+int FakeFileSystem::ftruncate(int fd, off_t size) {
+  return dead() ? -1 : ForwardingFileSystem::ftruncate(fd, size);
+}
+int FakeFileSystem::unlink(const char* path) {
+  return dead() ? -1 : ForwardingFileSystem::unlink(path);
+}
+int FakeFileSystem::syncDirectory(const char* path) {
+  return dead() ? -1 : ForwardingFileSystem::syncDirectory(path);
+}
+int FakeFileSystem::status(const char* path, platform::FileStatus& status) {
+  return dead() ? -1 : ForwardingFileSystem::status(path, status);
+}
+int FakeFileSystem::status(int fd, platform::FileStatus& status) {
+  return dead() ? -1 : ForwardingFileSystem::status(fd, status);
 }
 
 }  // namespace zivora::test

@@ -136,7 +136,7 @@ class PlayerControllerTest : public ::testing::Test {
     item().postStatus(MediaItemStatus::ReadyToPlay);
     runtime_->runUntilIdle();
     media_->lastPlayer()->setCurrentTime(MediaTime::fromSeconds(startedAt));
-    controller_->play();
+    runtime_->runOnMain([&] { controller_->play(); });
     runtime_->advanceBy(400ms);
   }
   void stall() {
@@ -270,6 +270,7 @@ TEST_F(PlayerControllerTest, AStallResumesWhenTheDownloadCompletesBeforeABufferM
 TEST_F(PlayerControllerTest, ItemFailuresAlwaysFailPlaybackDownloadErrorsOnlyForAnIncompleteFile) {
   prepareComplete();
   controller_->errorLoadingResource(name_, 1);
+  runtime_->runUntilIdle();
   EXPECT_TRUE(delegate_->calls.empty());
   item().postStatus(MediaItemStatus::Failed);
   runtime_->runUntilIdle();
@@ -278,7 +279,9 @@ TEST_F(PlayerControllerTest, ItemFailuresAlwaysFailPlaybackDownloadErrorsOnlyFor
 
   ZVFilesSavedValidator::defaultValidator()->remove(name_);
   ASSERT_FALSE(manager()->isLoaded(name_));
+  // Off the main queue, as a transfer refused for want of space reports it.
   controller_->errorLoadingResource(name_, 1);
+  runtime_->runUntilIdle();
   EXPECT_EQ(delegate_->calls, std::vector<std::string>{"errorPlayingVideo:0"});
   EXPECT_TRUE(item().asset()->isLoadingCancelled());  // the view stopped
 }
@@ -305,7 +308,7 @@ TEST_F(PlayerControllerTest, PlayHandsTheSettingsToTheViewAndShowsIt) {
   EXPECT_TRUE(media_->lastPlayer()->isMuted());
   EXPECT_EQ(delegate_->calls, (std::vector<std::string>{"playerControllerPrepared",
                                                         "videoWindowWillDisplay", "didShowView"}));
-  view->hide();
+  runtime_->runOnMain([&] { view->hide(); });
   runtime_->advanceBy(200ms);
   EXPECT_EQ(delegate_->calls.back(), "didHideView");
 }
@@ -335,7 +338,7 @@ TEST_F(PlayerControllerTest, StopClearsTheStallAndStopsTheView) {
   arrive(3000001);
   readyAndPlay(30);
   stall();
-  controller_->stop();
+  runtime_->runOnMain([&] { controller_->stop(); });
   EXPECT_TRUE(item().asset()->isLoadingCancelled());
   arrive(5000000);
   EXPECT_EQ(media_->items().size(), 1u);  // no resume after stop

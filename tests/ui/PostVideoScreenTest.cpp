@@ -63,7 +63,7 @@ class PostVideoScreenTest : public ::testing::Test {
 
   void show(nlohmann::json configuration) {
     controller_->initWithConfiguration(std::move(configuration));
-    controller_->show();
+    runtime_.runOnMain([&] { controller_->show(); });
   }
 
   std::shared_ptr<View> panel() { return controller_->view()->motivatedPanel(); }
@@ -85,7 +85,7 @@ TEST_F(PostVideoScreenTest, WithoutMotivationOnlyTheImageAndCloseButtonShow) {
   EXPECT_EQ(controller_->view()->subviews().size(), 2u);
   EXPECT_EQ(panel(), nullptr);
   EXPECT_EQ(controller_->view()->closeButton()->frame(), (Rect{{580, 0}, {60, 60}}));
-  presenter_->renderFrame();
+  runtime_.runOnMain([&] { presenter_->renderFrame(); });
   EXPECT_TRUE(test::matchesReference(presenter_->canvas(), "post-video-plain"));
 }
 
@@ -117,7 +117,7 @@ TEST_F(PostVideoScreenTest, RendersThePanelWithTheServersColours) {
            {"buttonColor", "#2979FF"},
            {"buttonTextColor", "#fff"},
            {"titleColor", "#FFD54F"}}));
-  presenter_->renderFrame();
+  runtime_.runOnMain([&] { presenter_->renderFrame(); });
   EXPECT_TRUE(test::matchesReference(presenter_->canvas(), "post-video-motivated"));
 }
 
@@ -132,25 +132,26 @@ TEST_F(PostVideoScreenTest, AnInvalidColourStopsThePanelAtThatElement) {
   EXPECT_EQ(exceptions[0].className, "ZVPostVideoView");
   EXPECT_EQ(exceptions[0].method, "setMotivatedView");
   // The screen still works: it closes.
-  EXPECT_TRUE(presenter_->performAction(ScreenAction::Close));
+  runtime_.runOnMain([&] { EXPECT_TRUE(presenter_->performAction(ScreenAction::Close)); });
 }
 
 TEST_F(PostVideoScreenTest, ImageAndInstallButtonAreClicksThatKeepTheScreen) {
   show(ad({{"title", "Earn"}}));
-  presenter_->tap({300, 100});                            // the image
-  presenter_->tap({580, 320});                            // the install button
-  presenter_->performAction(ScreenAction::CallToAction);  // the controller's A button
+  runtime_.runOnMain([&] { presenter_->tap({300, 100}); });  // the image
+  runtime_.runOnMain([&] { presenter_->tap({580, 320}); });  // the install button
+  // The controller's A button.
+  runtime_.runOnMain([&] { presenter_->performAction(ScreenAction::CallToAction); });
   EXPECT_EQ(delegate_->calls, (std::vector<std::string>{"tapTarget", "tapTarget", "tapTarget"}));
   EXPECT_TRUE(controller_->isShowing());
 }
 
 TEST_F(PostVideoScreenTest, CloseSlidesOutThenReleasesTheWindow) {
   show(ad());
-  presenter_->tap({610, 30});
+  runtime_.runOnMain([&] { presenter_->tap({610, 30}); });
   EXPECT_EQ(delegate_->calls,
             (std::vector<std::string>{"tapClosePostVideo", "videoWindowWillClose"}));
   // Taps during the slide-out go nowhere.
-  presenter_->tap({300, 100});
+  runtime_.runOnMain([&] { presenter_->tap({300, 100}); });
   runtime_.advanceBy(100ms);
   EXPECT_GT(controller_->view()->translation().y, 0);
   EXPECT_LT(controller_->view()->translation().y, 360);
@@ -166,7 +167,7 @@ TEST_F(PostVideoScreenTest, MissingImagesLeaveEmptyViewsThatStillWork) {
   controller_ = makeController("absent.png");
   show({{"imageURL", "absent.png"}});
   EXPECT_FALSE(controller_->view()->imageView()->hasImage());
-  presenter_->tap({610, 30});
+  runtime_.runOnMain([&] { presenter_->tap({610, 30}); });
   EXPECT_EQ(delegate_->calls.front(), "tapClosePostVideo");
 }
 

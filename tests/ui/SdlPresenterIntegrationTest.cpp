@@ -113,9 +113,9 @@ TEST_F(SdlPresenterTest, WindowEventsReportTheBackgroundOnce) {
 
 TEST_F(SdlPresenterTest, FramesAreDrawnOnlyWhenSomethingChangedAndStopWithTheLastWindow) {
   runtime_.advanceBy(20ms);
-  EXPECT_FALSE(presenter_->renderFrame());
+  runtime_.runOnMain([&] { EXPECT_FALSE(presenter_->renderFrame()); });
   cta_->setBackgroundColor(Color::white());
-  EXPECT_TRUE(presenter_->renderFrame());
+  runtime_.runOnMain([&] { EXPECT_TRUE(presenter_->renderFrame()); });
   runtime_.runOnMain([&] { presenter_->dismiss(*window_); });
   EXPECT_EQ(runtime_.pendingTaskCount(), 0u);
 }

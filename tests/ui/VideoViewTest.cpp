@@ -65,7 +65,7 @@ class VideoViewTest : public ::testing::Test {
         std::nullopt});
     view_->setDelegate(delegate_);
     window_->addSubview(view_);
-    presenter_->present(window_);
+    runtime_->runOnMain([&] { presenter_->present(window_); });
   }
 
   std::shared_ptr<dispatch::Queue> mainQueue() {
@@ -103,9 +103,9 @@ class VideoViewTest : public ::testing::Test {
 
   // Prepares a video of `duration` seconds, shows it and lets the slide-in end.
   void showVideo(double duration = 15) {
-    view_->prepareItem("v.mp4", MediaTime::zero());
+    runtime_->runOnMain([&] { view_->prepareItem("v.mp4", MediaTime::zero()); });
     ready(duration);
-    view_->show("v.mp4");
+    runtime_->runOnMain([&] { view_->show("v.mp4"); });
     runtime_->advanceBy(400ms);
   }
 
@@ -145,13 +145,13 @@ class VideoViewTest : public ::testing::Test {
 };
 
 TEST_F(VideoViewTest, ReadyAndFailedItemsReachTheOwner) {
-  view_->prepareItem("v.mp4", MediaTime::fromSeconds(2.5));
+  runtime_->runOnMain([&] { view_->prepareItem("v.mp4", MediaTime::fromSeconds(2.5)); });
   EXPECT_EQ(item().asset()->url(), "file:///cache/v.mp4");
   EXPECT_EQ(item().seeks(), std::vector<MediaTime>{MediaTime::fromSeconds(2.5)});
   ready(15);
   EXPECT_TRUE(view_->isReady());
   EXPECT_EQ(view_->getDuration(), 15.0f);
-  view_->prepareItem("broken.mp4", MediaTime::zero());
+  runtime_->runOnMain([&] { view_->prepareItem("broken.mp4", MediaTime::zero()); });
   item().postStatus(media::MediaItemStatus::Failed);
   runtime_->runUntilIdle();
   EXPECT_EQ(delegate_->calls,
@@ -162,9 +162,9 @@ TEST_F(VideoViewTest, ReadyAndFailedItemsReachTheOwner) {
 }
 
 TEST_F(VideoViewTest, SlidesInThenPlaysAndHidesTheControlsAfterAPause) {
-  view_->prepareItem("v.mp4", MediaTime::zero());
+  runtime_->runOnMain([&] { view_->prepareItem("v.mp4", MediaTime::zero()); });
   ready(15);
-  view_->show("v.mp4");
+  runtime_->runOnMain([&] { view_->show("v.mp4"); });
   EXPECT_EQ(view_->translation().y, 360);
   EXPECT_EQ(player().playCount(), 0);
   runtime_->advanceBy(400ms);
@@ -183,7 +183,7 @@ TEST_F(VideoViewTest, SlidesInThenPlaysAndHidesTheControlsAfterAPause) {
   // The countdown follows the player: 3.5 s into 15 s shows 12.
   EXPECT_EQ(view_->timerProgress()->label()->text(), "12");
   // A tap anywhere brings them back.
-  presenter_->tap({320, 180});
+  runtime_->runOnMain([&] { presenter_->tap({320, 180}); });
   EXPECT_TRUE(view_->controlsShown());
 }
 
@@ -224,7 +224,7 @@ TEST_F(VideoViewTest, TheSecondStartCheckReportsEvenWhenTheViewHasGone) {
 }
 
 TEST_F(VideoViewTest, AnAdThatForbidsSkippingCanBeClosedFiveSecondsAfterItsEnd) {
-  view_->allowSkipAfer(-1);
+  runtime_->runOnMain([&] { view_->allowSkipAfer(-1); });
   EXPECT_TRUE(view_->skipButton()->isHidden());
   showVideo(15);
   playFor(19.9);
@@ -236,16 +236,16 @@ TEST_F(VideoViewTest, AnAdThatForbidsSkippingCanBeClosedFiveSecondsAfterItsEnd) 
 }
 
 TEST_F(VideoViewTest, TheSkipControlActsOnlyWhenReady) {
-  view_->allowSkipAfer(5);
+  runtime_->runOnMain([&] { view_->allowSkipAfer(5); });
   showVideo(15);
   playFor(3);
-  view_->skipVideoHandler();
+  runtime_->runOnMain([&] { view_->skipVideoHandler(); });
   EXPECT_FALSE(called("tapCloseView"));
   playFor(3);  // the tap kept the controls up past the first 3.5 s
   EXPECT_TRUE(view_->controlsShown());
-  presenter_->performAction(ScreenAction::Skip);
-  EXPECT_FALSE(called("tapCloseView"));  // hidden controls take no keys...
-  view_->skipVideoHandler();             // ...but the control itself is ready
+  runtime_->runOnMain([&] { presenter_->performAction(ScreenAction::Skip); });
+  EXPECT_FALSE(called("tapCloseView"));                     // hidden controls take no keys...
+  runtime_->runOnMain([&] { view_->skipVideoHandler(); });  // ...but the control itself is ready
   EXPECT_TRUE(called("tapCloseView"));
 }
 
@@ -261,7 +261,7 @@ TEST_F(VideoViewTest, AStallIsReportedOnceAndPlaybackResumesWhereItStopped) {
   EXPECT_EQ(player().rate(), 0);
 
   auto oldPicture = view_->getPlayerView();
-  view_->continuePlayingAfterError();
+  runtime_->runOnMain([&] { view_->continuePlayingAfterError(); });
   EXPECT_EQ(item().seeks().back(), stoppedAt);
   ready(15);
   // No second "prepared": the resume goes straight back to playing.
@@ -277,7 +277,7 @@ TEST_F(VideoViewTest, AStallIsReportedOnceAndPlaybackResumesWhereItStopped) {
 }
 
 TEST_F(VideoViewTest, TheBackgroundPausesAndTheLateSkipCountsFromTheRemainingTime) {
-  view_->allowSkipAfer(-1);
+  runtime_->runOnMain([&] { view_->allowSkipAfer(-1); });
   showVideo(15);
   playFor(5);
   lifecycle_->post(AppLifecycle::Event::DidEnterBackground);
@@ -299,12 +299,12 @@ TEST_F(VideoViewTest, EndSlideOutAndStop) {
   runtime_->runUntilIdle();
   EXPECT_TRUE(called("finishedPlaying"));
   EXPECT_FALSE(item().hasObserver());
-  view_->hide();
+  runtime_->runOnMain([&] { view_->hide(); });
   runtime_->advanceBy(100ms);
   EXPECT_FALSE(called("didHideView"));
   runtime_->advanceBy(120ms);
   EXPECT_TRUE(called("didHideView"));
-  view_->stop();
+  runtime_->runOnMain([&] { view_->stop(); });
   EXPECT_TRUE(item().asset()->isLoadingCancelled());
 }
 
@@ -312,7 +312,7 @@ TEST_F(VideoViewTest, StopLeavesAPendingSecondStartCheckToRun) {
   stuck_ = true;
   showVideo();
   runtime_->advanceBy(1500ms);  // the second check is now pending
-  view_->stop();
+  runtime_->runOnMain([&] { view_->stop(); });
   runtime_->advanceBy(500ms);
   EXPECT_TRUE(called("failDuringPlayVideo:false"));
 }
@@ -325,8 +325,8 @@ TEST_F(VideoViewTest, AViewWhosePresenterHasGoneKeepsItsTimersHarmless) {
   window_.reset();
   presenter_.reset();
   ASSERT_TRUE(gone.expired());
-  view_->hide();
-  view_->swithUIHandler();
+  runtime_->runOnMain([&] { view_->hide(); });
+  runtime_->runOnMain([&] { view_->swithUIHandler(); });
   runtime_->advanceBy(10s);
   EXPECT_FALSE(called("didHideView"));
 }
@@ -339,14 +339,14 @@ TEST_F(VideoViewTest, RendersThePictureUnderTheControls) {
       [](const std::string& file) { return media::MediaAsset::fromFile(file); },
       [&](const std::string& url) { return images.path() / url; }, "on.png", "off.png"});
   window_->addSubview(view_);
-  view_->allowSkipAfer(5);
+  runtime_->runOnMain([&] { view_->allowSkipAfer(5); });
   showVideo(15);
   deliverFrame(320, 180);
   playFor(1);
-  presenter_->renderFrame();
+  runtime_->runOnMain([&] { presenter_->renderFrame(); });
   EXPECT_TRUE(test::matchesReference(presenter_->canvas(), "video-view-controls"));
   playFor(4);
-  presenter_->renderFrame();
+  runtime_->runOnMain([&] { presenter_->renderFrame(); });
   EXPECT_TRUE(test::matchesReference(presenter_->canvas(), "video-view-plain"));
 }
 
@@ -355,22 +355,22 @@ TEST_F(VideoViewTest, RendersThePictureUnderTheControls) {
 // going and the skip control turning opaque, the screen must stay what a
 // full redraw gives.
 TEST_F(VideoViewTest, ComposingOnlyWhatChangedLeavesTheScreenAsAFullRedraw) {
-  view_->allowSkipAfer(2);
-  view_->prepareItem("v.mp4", MediaTime::zero());
+  runtime_->runOnMain([&] { view_->allowSkipAfer(2); });
+  runtime_->runOnMain([&] { view_->prepareItem("v.mp4", MediaTime::zero()); });
   ready(15);
   deliverFrame(320, 180);
-  view_->show("v.mp4");
+  runtime_->runOnMain([&] { view_->show("v.mp4"); });
   for (int step = 0; step < 120; ++step) {
     if (player().rate() != 0) player().advanceBy(MediaTime::fromSeconds(0.05));
     if (step % 3 != 2) deliverFrame(320, 180, static_cast<std::uint8_t>(step * 2));
     runtime_->advanceBy(50ms);
-    presenter_->renderFrame();
+    runtime_->runOnMain([&] { presenter_->renderFrame(); });
     ASSERT_TRUE(composedAsDrawnAfresh()) << "after " << (step + 1) * 50 << " ms";
   }
   EXPECT_FALSE(view_->controlsShown());
-  presenter_->tap({320, 180});
+  runtime_->runOnMain([&] { presenter_->tap({320, 180}); });
   runtime_->advanceBy(200ms);  // half-way in
-  presenter_->renderFrame();
+  runtime_->runOnMain([&] { presenter_->renderFrame(); });
   EXPECT_TRUE(composedAsDrawnAfresh());
 }
 
@@ -379,12 +379,12 @@ TEST_F(VideoViewTest, ControlsTickingOffTheScreenDoNotRecomposeIt) {
   deliverFrame(320, 180);
   playFor(4.5);  // the controls came up and went away again
   ASSERT_FALSE(view_->controlsShown());
-  presenter_->renderFrame();
+  runtime_->runOnMain([&] { presenter_->renderFrame(); });
   playFor(0.05);  // the countdown and the skip ring move, out of sight
   EXPECT_TRUE(window_->needsDisplay());
-  EXPECT_FALSE(presenter_->renderFrame());
+  runtime_->runOnMain([&] { EXPECT_FALSE(presenter_->renderFrame()); });
   deliverFrame(320, 180, 0x40);
-  EXPECT_TRUE(presenter_->renderFrame());
+  runtime_->runOnMain([&] { EXPECT_TRUE(presenter_->renderFrame()); });
   EXPECT_TRUE(composedAsDrawnAfresh());
 }
 

@@ -1,7 +1,6 @@
 #include "QuotaFileSystem.h"
 
 #include <errno.h>
-#include <unistd.h>
 
 #include <algorithm>
 
@@ -39,9 +38,8 @@ ssize_t QuotaFileSystem::write(int fd, const void* data, std::size_t size) {
     errno = ENOSPC;
     return -1;
   }
-  return ::write(fd, data, static_cast<std::size_t>(std::min<std::uint64_t>(size, left)));
+  return PosixFileSystem::write(fd, data,
+                                static_cast<std::size_t>(std::min<std::uint64_t>(size, left)));
 }
-
-int QuotaFileSystem::sync(int fd) { return ::fdatasync(fd); }
 
 }  // namespace testhost

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <filesystem>
 
-#include "platform/FileSystem.h"
+#include "platform/linux/PosixFileSystem.h"
 
 namespace testhost {
 
@@ -13,13 +13,12 @@ namespace testhost {
 // fit is cut short or fails with ENOSPC, as on a full disk. It lets a soak
 // fill the cache's disk without mount rights and without filling the
 // machine's real disk.
-class QuotaFileSystem final : public zivora::platform::FileSystem {
+class QuotaFileSystem final : public zivora::platform::PosixFileSystem {
  public:
   QuotaFileSystem(std::filesystem::path root, std::uint64_t capacity);
 
   zivora::platform::FreeSpace freeSpace(const std::filesystem::path& path) override;
   ssize_t write(int fd, const void* data, std::size_t size) override;
-  int sync(int fd) override;
 
  private:
   std::uint64_t bytesLeft() const;

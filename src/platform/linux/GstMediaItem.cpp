@@ -9,6 +9,7 @@
 #include <optional>
 #include <vector>
 
+#include "platform/dispatch/WeakTask.h"
 #include "platform/linux/GstreamerInit.h"
 #include "util/Guard.h"
 
@@ -49,11 +50,8 @@ struct GstMediaItem::Streaming {
 
   template <class Member, class... Args>
   void post(const char* method, Member member, Args... args) {
-    mainQueue->async([weak = item, method, member, args...] {
-      if (auto item = weak.lock()) {
-        guarded("GstMediaItem", method, [&] { ((*item).*member)(args...); });
-      }
-    });
+    dispatch::asyncWeak(*mainQueue, item, {"GstMediaItem", method},
+                        [member, args...](GstMediaItem& target) { (target.*member)(args...); });
   }
 
   // Takes the sample when nobody watches the pictures.
@@ -506,18 +504,17 @@ void GstMediaItem::asyncDone() {
 }
 
 void GstMediaItem::armPrerollWatchdog(dispatch::Duration timeout) {
-  prerollWatchdog_ = mainQueue_.after(timeout, [weak = weak_from_this(), timeout] {
-    auto item = weak.lock();
-    if (!item || item->status_ != MediaItemStatus::Unknown) return;
-    guarded("GstMediaItem", "prerollWatchdog", [&] {
-      const auto& source = item->streaming_->source;
-      if (source && source->isWaitingForBytes()) {
-        item->armPrerollWatchdog(timeout);  // the loader, not the pipeline, holds it up
-      } else {
-        item->failed("The media did not become ready in time.");
-      }
-    });
-  });
+  prerollWatchdog_ = dispatch::afterWeak(
+      mainQueue_, timeout, weak_from_this(), {"GstMediaItem", "prerollWatchdog"},
+      [timeout](GstMediaItem& item) {
+        if (item.status_ != MediaItemStatus::Unknown) return;
+        const auto& source = item.streaming_->source;
+        if (source && source->isWaitingForBytes()) {
+          item.armPrerollWatchdog(timeout);  // the loader, not the pipeline, holds it up
+        } else {
+          item.failed("The media did not become ready in time.");
+        }
+      });
 }
 
 void GstMediaItem::becomeReady() {
