@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <map>
 #include <system_error>
+#include <utility>
 
 #include "util/ZVLog.h"
 
@@ -42,11 +43,14 @@ std::optional<std::int64_t> parseHeader(std::string_view line) {
 
 }  // namespace
 
-// One open descriptor of the event file; closed with the object.
+// One open descriptor of the event file; closed with the object unless it
+// is only borrowed (the descriptor the object keeps for draining).
 class EventFile::Handle {
  public:
-  Handle(platform::FileSystem& io, int fd) : io_(io), fd_(fd) {}
-  ~Handle() { io_.close(fd_); }
+  Handle(platform::FileSystem& io, int fd, bool owned = true) : io_(io), fd_(fd), owned_(owned) {}
+  ~Handle() {
+    if (owned_) io_.close(fd_);
+  }
   Handle(const Handle&) = delete;
   Handle& operator=(const Handle&) = delete;
 
@@ -88,11 +92,23 @@ class EventFile::Handle {
  private:
   platform::FileSystem& io_;
   int fd_;
+  bool owned_;
 };
 
 EventFile::EventFile(EventFileOptions options)
     : options_(std::move(options)), mutex_(mutexFor(options_.path)) {
   if (!options_.io) options_.io = platform::FileSystem::posix();
+}
+
+EventFile::EventFile(EventFile&& other) noexcept
+    : options_(std::move(other.options_)),
+      mutex_(other.mutex_),
+      consumedMarks_(other.consumedMarks_),
+      syncedMarks_(other.syncedMarks_),
+      drainFd_(std::exchange(other.drainFd_, -1)) {}
+
+EventFile::~EventFile() {
+  if (drainFd_ >= 0) options_.io->close(drainFd_);
 }
 
 std::shared_ptr<std::mutex> EventFile::mutexFor(const std::filesystem::path& path) {
@@ -266,16 +282,14 @@ std::optional<EventFile::Line> EventFile::firstLiveLineFrom(Handle& file, std::i
 std::optional<std::string> EventFile::firstEvent() noexcept {
   try {
     std::lock_guard lock(*mutex_);
-    int fd = options_.io->open(options_.path.c_str(), O_RDWR, 0);
-    if (fd < 0) {
-      if (errno == ENOENT) return std::nullopt;
-      fail("open");
-    }
-    Handle file(*options_.io, fd);
+    int fd = drainDescriptor();
+    if (fd < 0) return std::nullopt;
+    Handle file(*options_.io, fd, false);
     std::int64_t size = file.size();
     if (size == 0) return std::nullopt;
     if (auto line = firstLiveLine(file, size)) return std::move(line->text);
   } catch (const std::exception& error) {
+    forgetDrainDescriptor();
     options_.logError("getFirstEvent", error.what());
   }
   return std::nullopt;
@@ -296,12 +310,9 @@ std::optional<std::string> EventFile::removeFirstLineAndReadNext() noexcept {
 std::optional<std::string> EventFile::consume(bool readNext) noexcept {
   try {
     std::lock_guard lock(*mutex_);
-    int fd = options_.io->open(options_.path.c_str(), O_RDWR, 0);
-    if (fd < 0) {
-      if (errno == ENOENT) return std::nullopt;
-      fail("open");
-    }
-    Handle file(*options_.io, fd);
+    int fd = drainDescriptor();
+    if (fd < 0) return std::nullopt;
+    Handle file(*options_.io, fd, false);
     std::int64_t size = file.size();
     if (size == 0) return std::nullopt;
     auto line = firstLiveLine(file, size);
@@ -321,6 +332,7 @@ std::optional<std::string> EventFile::consume(bool readNext) noexcept {
     const std::int64_t next = line->start + static_cast<std::int64_t>(line->text.size()) + 1;
     if (auto after = firstLiveLineFrom(file, next, size)) return std::move(after->text);
   } catch (const std::exception& error) {
+    forgetDrainDescriptor();
     options_.logError("removeFirstLine", error.what());
   }
   return std::nullopt;
@@ -383,7 +395,45 @@ void EventFile::removeFile() noexcept {
   }
 }
 
+// The descriptor that reads and consumes stays open from one call to the
+// next: a drain would otherwise open and close the file for every event.
+// One whose file has lost its name (deleted, or replaced under the path) is
+// dropped for the file now at the path. -1 when there is no file; throws
+// when it cannot be opened.
+int EventFile::drainDescriptor() {
+  if (drainFd_ >= 0) {
+    platform::FileStatus status;
+    if (options_.io->status(drainFd_, status) == 0 && status.links > 0) return drainFd_;
+    dropDrainDescriptor();
+  }
+  int fd = options_.io->open(options_.path.c_str(), O_RDWR, 0);
+  if (fd < 0) {
+    if (errno == ENOENT) return -1;
+    fail("open");
+  }
+  drainFd_ = fd;
+  return fd;
+}
+
+void EventFile::dropDrainDescriptor() noexcept {
+  if (drainFd_ < 0) return;
+  options_.io->close(drainFd_);
+  drainFd_ = -1;
+}
+
+// After a failure the descriptor is not trusted any further. The path's
+// mutex is no longer held where a failure is caught.
+void EventFile::forgetDrainDescriptor() noexcept {
+  try {
+    std::lock_guard lock(*mutex_);
+    dropDrainDescriptor();
+  } catch (...) {
+    // Without the mutex the descriptor stays; the next call checks it anyway.
+  }
+}
+
 void EventFile::unlinkFile() {
+  dropDrainDescriptor();
   if (options_.io->unlink(options_.path.c_str()) != 0 && errno != ENOENT)
     ZVLog::system("Error remove file");
 }

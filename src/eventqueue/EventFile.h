@@ -53,11 +53,19 @@ struct EventFileOptions {
 // written before it, too).
 //
 // Every operation on one path holds that path's process-wide mutex, so a
-// save never lands in a file that a reader has just unlinked. No operation
-// throws: failures are logged and answer the neutral value.
+// save never lands in a file that a reader has just unlinked. Reads and
+// consumptions keep one descriptor open from call to call; a file that
+// loses its name under it (deleted, or replaced) is let go for the one at
+// the path. No operation throws: failures are logged and answer the
+// neutral value.
 class EventFile {
  public:
   explicit EventFile(EventFileOptions options);
+  EventFile(EventFile&& other) noexcept;
+  EventFile(const EventFile&) = delete;
+  EventFile& operator=(const EventFile&) = delete;
+  EventFile& operator=(EventFile&&) = delete;
+  ~EventFile();
 
   // Appends `event` as one line and makes it durable. True when the event
   // is on disk; false when it was refused (empty, not ASCII, a line break in
@@ -101,6 +109,9 @@ class EventFile {
   bool setIgnoreLine(Handle& file, const Line& line, std::int64_t size);
   void repairTornTail(Handle& file, std::int64_t size);
   void unlinkFile();
+  int drainDescriptor();
+  void dropDrainDescriptor() noexcept;
+  void forgetDrainDescriptor() noexcept;
 
   EventFileOptions options_;
   std::shared_ptr<std::mutex> mutex_;
@@ -108,6 +119,8 @@ class EventFile {
   // guarded by *mutex_.
   std::int64_t consumedMarks_ = 0;
   std::int64_t syncedMarks_ = 0;
+  // Kept open between reads and consumptions; guarded by *mutex_.
+  int drainFd_ = -1;
 };
 
 }  // namespace zivora

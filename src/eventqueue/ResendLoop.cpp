@@ -123,15 +123,19 @@ std::optional<std::string> ResendLoop::consumeFirstEvent(bool readNext) {
 }
 
 // A full group is synced at once, the first mark of a group after the
-// delay; both on the global queue.
+// delay; both on the global queue. One group sync runs at a time: a disk
+// slower than the drain then gets fewer, larger groups instead of a pile
+// of syncs that compete with the sends, and the group that filled up
+// meanwhile is synced as soon as the running sync ends.
 void ResendLoop::scheduleConsumedSync() {
   const int unsynced = saver_->unsyncedConsumed();
   if (unsynced >= kConsumedSyncGroup) {
     if (!syncQueued_.exchange(true)) {
       runtime_->globalQueue().async([weak = weak_from_this()] {
         if (auto self = weak.lock()) {
-          self->syncQueued_ = false;
           self->syncConsumedInBackground("syncConsumedDispatch");
+          self->syncQueued_ = false;
+          if (self->saver_->unsyncedConsumed() >= kConsumedSyncGroup) self->scheduleConsumedSync();
         }
       });
     }

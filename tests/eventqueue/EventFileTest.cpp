@@ -102,6 +102,32 @@ TEST_F(EventFileTest, ConsumingTheFirstOfTwoEventsWritesTheHeaderInPlace) {
   EXPECT_FALSE(file.firstEvent());
 }
 
+// The reader keeps its descriptor between calls; it must never go on
+// draining (and finally delete) a file that is no longer the one at the
+// path, or the events saved into the new file would be lost.
+TEST_F(EventFileTest, AReaderFollowsAFileDeletedOrReplacedUnderIt) {
+  auto reader = open();
+  const std::string a = event(40, 'a'), b = event(40, 'b'), c = event(40, 'c'), d = event(40, 'd');
+  ASSERT_TRUE(reader.save(a));
+  ASSERT_TRUE(reader.save(b));
+  EXPECT_EQ(reader.firstEvent(), a);
+
+  fs::remove(path_);
+  ASSERT_TRUE(open().save(c));
+  EXPECT_EQ(reader.firstEvent(), c);
+
+  test::writeFile(dir_.path() / "replacement", d + "\n");
+  fs::rename(dir_.path() / "replacement", path_);
+  EXPECT_EQ(reader.firstEvent(), d);
+  ASSERT_TRUE(open().save(a));
+  EXPECT_EQ(reader.removeFirstLineAndReadNext(), a);
+  reader.removeFirstLine();
+  EXPECT_FALSE(fs::exists(path_));
+  EXPECT_FALSE(reader.firstEvent());
+  ASSERT_TRUE(open().save(b));
+  EXPECT_EQ(drain(reader), std::vector<std::string>{b});
+}
+
 TEST_F(EventFileTest, EventsAroundTheChunkSizeReadBackWhole) {
   auto file = open();
   const std::vector<std::string> events{event(255), event(256), event(257),

@@ -127,6 +127,10 @@ int SandboxServer::start() {
   server_->set_tcp_nodelay(true);
   // Idle keep-alive connections hold a worker that stop() has to wait for.
   server_->set_keep_alive_timeout(1);
+  // httplib closes a connection after 5 requests by default, which makes
+  // both sides pay a TLS handshake every fifth request; a client that keeps
+  // its connection should keep it here too.
+  server_->set_keep_alive_max_count(1000000);
   installRoutes();
 
   if (options_.port == 0) {
