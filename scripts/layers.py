@@ -41,10 +41,6 @@ INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"]+)"')
 # which draws with them.
 SYSTEM = re.compile(r'^\s*#\s*include\s+<(SDL|curl/|openssl/|X11/)')
 
-# Files outside platform/linux still allowed to include those libraries.
-# The SDL presenter (window, renderer, input) is the one left; it moves
-# behind the presentation interface next, and this list then goes.
-SYSTEM_EXCEPTIONS = {"ui/SdlPresenter.h", "ui/SdlPresenter.cpp"}
 
 
 def rank_of():
@@ -131,14 +127,14 @@ def violations(src):
 
 
 def system_includes(src):
-    """Includes of SYSTEM libraries outside platform/linux and the
-    SYSTEM_EXCEPTIONS, as printable lines."""
+    """Includes of SYSTEM libraries outside platform/linux, as printable
+    lines."""
     found = []
     for root, _, names in os.walk(src):
         for name in sorted(names):
             path = os.path.join(root, name)
             rel = os.path.relpath(path, src)
-            if rel.startswith("platform/linux/") or rel in SYSTEM_EXCEPTIONS:
+            if rel.startswith("platform/linux/"):
                 continue
             if not name.endswith((".h", ".cpp")):
                 continue

@@ -25,6 +25,7 @@ class RouteSource;
 class SecretStore;
 class StreamingHttpClient;
 class UrlOpener;
+class WindowSurface;
 }  // namespace platform
 
 // The build's own collaborators, for whatever the host or a test leaves out
@@ -50,6 +51,13 @@ std::shared_ptr<platform::SecretStore> secretStore(const std::filesystem::path& 
 std::shared_ptr<platform::KeyValueStore> keyValueStore(const std::filesystem::path& file) noexcept;
 // The system's routing table, watched for changes.
 std::unique_ptr<platform::RouteSource> routeSource();
+// The window ad screens are shown in: the host's `hostWindow` or one of the
+// SDK's own. Null, with the reason in `why`, when the window system cannot
+// start or no window can be made. Main queue only.
+std::unique_ptr<platform::WindowSurface> windowSurface(const HostOptions& host, std::string& why);
+// Whether the window system was started by the host itself. Only reads the
+// window system's own counters, so any thread may ask.
+bool windowSystemStartedByHost();
 
 // Facts of the machine.
 std::string machine();

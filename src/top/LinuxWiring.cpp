@@ -9,6 +9,7 @@
 #include "platform/linux/KeyValueDatabase.h"
 #include "platform/linux/NetlinkRouteSource.h"
 #include "platform/linux/PosixFileSystem.h"
+#include "platform/linux/SdlWindow.h"
 #include "platform/linux/SecretStoreChooser.h"
 #include "platform/linux/ThreadRuntime.h"
 #include "platform/linux/XdgOpener.h"
@@ -59,6 +60,12 @@ std::shared_ptr<platform::KeyValueStore> keyValueStore(const std::filesystem::pa
 std::unique_ptr<platform::RouteSource> routeSource() {
   return platform::NetlinkRouteSource::open();
 }
+
+std::unique_ptr<platform::WindowSurface> windowSurface(const HostOptions& host, std::string& why) {
+  return platform::SdlWindow::open(host, why);
+}
+
+bool windowSystemStartedByHost() { return platform::SdlWindow::videoStartedElsewhere(); }
 
 std::string machine() { return platform::DeviceFacts::machine(); }
 std::string osVersion() { return platform::DeviceFacts::osVersion(); }

@@ -474,7 +474,7 @@ std::size_t ZivoraInstance::pump() { return context_->runtime().pumpMainQueue();
 
 bool ZivoraInstance::handleEvent(const void* sdlEvent) {
   if (!sdlEvent) return false;
-  return ui::Display::of(context_)->handleEvent(*static_cast<const SDL_Event*>(sdlEvent));
+  return ui::Display::of(context_)->handleEvent(sdlEvent);
 }
 
 bool ZivoraInstance::isPresenting() { return ui::Display::of(context_)->isPresenting(); }

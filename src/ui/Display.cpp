@@ -6,7 +6,8 @@
 #include "platform/dispatch/QueueAssert.h"
 #include "platform/dispatch/Runtime.h"
 #include "sdk/Context.h"
-#include "ui/SdlPresenter.h"
+#include "sdk/Defaults.h"
+#include "ui/WindowPresenter.h"
 #include "util/Guard.h"
 #include "util/ZVLog.h"
 #include "zivora/ZVConstants.h"
@@ -31,7 +32,7 @@ std::shared_ptr<Display> Display::of(const std::shared_ptr<Context>& context) {
 
 void Display::checkHost(const HostOptions& host) {
   if (host.mainQueueMode != MainQueueMode::OwnThread) return;
-  if (!SdlPresenter::videoStartedElsewhere() && !host.hostWindow) return;
+  if (!defaults::windowSystemStartedByHost() && !host.hostWindow) return;
   {
     std::lock_guard lock(mutex_);
     hostDrivesSdl_ = true;
@@ -55,7 +56,9 @@ void Display::open() {
     return;
   }
   std::optional<Size> pixels;
-  if (auto* sdl = dynamic_cast<SdlPresenter*>(presenter.get())) pixels = sdl->displayPixels();
+  if (auto* window = dynamic_cast<WindowPresenter*>(presenter.get())) {
+    pixels = window->displayPixels();
+  }
   if (!pixels) {
     const Screen& screen = presenter->screen();
     pixels = Size{screen.size.width * screen.scale, screen.size.height * screen.scale};
@@ -75,8 +78,8 @@ std::shared_ptr<Presenter> Display::makePresenter(const std::shared_ptr<Context>
   }
   auto& runtime = context->runtime();
   std::string why;
-  std::shared_ptr<Presenter> made =
-      SdlPresenter::create(context->host(), runtime.mainQueue(), runtime.clock(), lifecycle_, why);
+  std::shared_ptr<Presenter> made = WindowPresenter::create(context->host(), runtime.mainQueue(),
+                                                            runtime.clock(), lifecycle_, why);
   if (!made) {
     ZVLog::LogWarning(
         "[Zivora] No ad can be shown: the display did not open ({}). Ads fail with "
@@ -123,25 +126,30 @@ bool Display::setPresenter(std::unique_ptr<Presenter> presenter) {
   return true;
 }
 
-bool Display::handleEvent(const SDL_Event& event) {
-  const bool presenting = isPresenting();
-  if (!presenting) return false;
+bool Display::handleEvent(const void* nativeEvent) {
+  const auto presenter = currentPresenter();
+  if (!presenter || presenter->windows().empty()) return false;
   auto context = context_.lock();
   if (!context) return false;
   auto& mainQueue = context->runtime().mainQueue();
   if (mainQueue.isCurrent()) {
-    handleOnMainQueue(event);
-  } else {
-    mainQueue.async([self = shared_from_this(), event] {
-      guarded("Display", "handleEvent", [&] { self->handleOnMainQueue(event); });
-    });
+    handleOnMainQueue(nativeEvent);
+    return true;
   }
+  // Only the window knows what a native event holds, and so how to copy it.
+  auto* window = dynamic_cast<WindowPresenter*>(presenter.get());
+  if (!window) return true;
+  mainQueue.async([self = shared_from_this(), copy = window->copyEvent(nativeEvent)] {
+    guarded("Display", "handleEvent", [&] { self->handleOnMainQueue(copy.get()); });
+  });
   return true;
 }
 
-void Display::handleOnMainQueue(const SDL_Event& event) {
+void Display::handleOnMainQueue(const void* nativeEvent) {
   // Not under the lock while the event runs: a tap may open the next screen.
-  if (auto* sdl = dynamic_cast<SdlPresenter*>(currentPresenter().get())) sdl->handleEvent(event);
+  if (auto* window = dynamic_cast<WindowPresenter*>(currentPresenter().get())) {
+    window->handleEvent(nativeEvent);
+  }
 }
 
 void Display::refreshOrientation() {

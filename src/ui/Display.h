@@ -9,8 +9,6 @@
 #include "ui/Geometry.h"
 #include "ui/Presenter.h"
 
-union SDL_Event;
-
 namespace zivora {
 class Context;
 struct HostOptions;
@@ -26,7 +24,9 @@ namespace zivora::ui {
 // system is not thread-safe, so every SDL call that reaches it (start-up,
 // windows, events, display modes) is made there, and the presenter's and the
 // display's main-queue entry points assert it. Other threads read what the
-// display keeps: its availability, its size and its orientation.
+// display keeps: its availability, its size and its orientation. The window
+// itself is the platform's (made by the top-level wiring); the display only
+// holds the presenter that draws into it.
 class Display : public std::enable_shared_from_this<Display> {
  public:
   enum class Availability {
@@ -65,11 +65,11 @@ class Display : public std::enable_shared_from_this<Display> {
   // changes) once a presenter is in use.
   bool setPresenter(std::unique_ptr<Presenter> presenter);
 
-  // A host's SDL event for the ad screens, from any thread. On the main
-  // queue's thread it is handled at once; from another thread a copy is
-  // handled there. True while an ad screen shows: it is modal, and the
-  // host acts on none of the events meanwhile.
-  bool handleEvent(const SDL_Event& event);
+  // A host's native window event (an SDL_Event*) for the ad screens, from
+  // any thread. On the main queue's thread it is handled at once; from
+  // another thread a copy is handled there. True while an ad screen shows:
+  // it is modal, and the host acts on none of the events meanwhile.
+  bool handleEvent(const void* nativeEvent);
   bool isPresenting() const;
   // Drops the presenter and the screens it shows (the context is going).
   void closeScreens();
@@ -86,7 +86,7 @@ class Display : public std::enable_shared_from_this<Display> {
   std::shared_ptr<Presenter> currentPresenter() const;
   std::shared_ptr<Presenter> makePresenter(const std::shared_ptr<Context>& context);
   void markUnavailable();
-  void handleOnMainQueue(const SDL_Event& event);
+  void handleOnMainQueue(const void* nativeEvent);
 
   std::weak_ptr<Context> context_;
   AppLifecycle lifecycle_;

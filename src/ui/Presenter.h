@@ -14,7 +14,7 @@ namespace zivora::ui {
 // Shows full-screen windows over the host and draws their frames. Windows
 // are drawn in the order they were presented; taps and bound actions go to
 // the topmost. This base draws into memory, which is all a headless run (or
-// a test) needs; the SDL presenter puts the same frames on a display.
+// a test) needs; the window presenter puts the same frames on a display.
 // Main queue only.
 class Presenter {
  public:

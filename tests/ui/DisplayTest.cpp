@@ -14,7 +14,7 @@
 #include "support/ScopedEnv.h"
 #include "support/VirtualRuntime.h"
 #include "ui/Display.h"
-#include "ui/SdlPresenter.h"
+#include "ui/WindowPresenter.h"
 #include "zivora/ZivoraDelegate.h"
 
 namespace zivora::ui {
@@ -74,7 +74,7 @@ TEST_F(DisplayTest, SdlReachedOffTheMainQueueIsCaught) {
   AppLifecycle lifecycle;
   std::string why;
   auto offQueue = [&] {
-    return SdlPresenter::create({}, runtime_->mainQueue(), runtime_->clock(), lifecycle, why);
+    return WindowPresenter::create({}, runtime_->mainQueue(), runtime_->clock(), lifecycle, why);
   };
 #ifdef NDEBUG
   // Release builds log the place and go on.

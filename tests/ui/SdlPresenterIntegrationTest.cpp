@@ -1,9 +1,10 @@
+#include <SDL.h>
 #include <gtest/gtest.h>
 
 #include "support/ScopedContext.h"
 #include "support/ScopedEnv.h"
 #include "support/VirtualRuntime.h"
-#include "ui/SdlPresenter.h"
+#include "ui/WindowPresenter.h"
 
 namespace zivora::ui {
 namespace {
@@ -21,7 +22,7 @@ class SdlPresenterTest : public ::testing::Test {
     std::string why;
     runtime_.runOnMain([&] {
       presenter_ =
-          SdlPresenter::create(options, runtime_.mainQueue(), runtime_.clock(), lifecycle_, why);
+          WindowPresenter::create(options, runtime_.mainQueue(), runtime_.clock(), lifecycle_, why);
     });
     if (!presenter_) GTEST_SKIP() << "SDL's dummy video driver is not available: " << why;
     window_ = std::make_shared<Window>(presenter_->screen().bounds());
@@ -45,7 +46,7 @@ class SdlPresenterTest : public ::testing::Test {
   test::VirtualRuntime runtime_;
   test::ScopedContext context_;
   AppLifecycle lifecycle_;
-  std::unique_ptr<SdlPresenter> presenter_;
+  std::unique_ptr<WindowPresenter> presenter_;
   std::shared_ptr<Window> window_;
   std::shared_ptr<Button> cta_, close_;
   int clicks_ = 0, closes_ = 0;
@@ -134,11 +135,11 @@ TEST(SdlHostWindowTest, DrawsIntoTheHostsWindowAndLeavesItsEventsAlone) {
   {
     HostOptions options;
     options.hostWindow = hostWindow;
-    std::unique_ptr<SdlPresenter> presenter;
+    std::unique_ptr<WindowPresenter> presenter;
     std::string why;
     runtime.runOnMain([&] {
       presenter =
-          SdlPresenter::create(options, runtime.mainQueue(), runtime.clock(), lifecycle, why);
+          WindowPresenter::create(options, runtime.mainQueue(), runtime.clock(), lifecycle, why);
     });
     ASSERT_NE(presenter, nullptr) << why;
     EXPECT_EQ(presenter->screen().size, (Size{160, 120}));
@@ -166,7 +167,7 @@ TEST(SdlHostWindowTest, DrawsIntoTheHostsWindowAndLeavesItsEventsAlone) {
     click.button.button = SDL_BUTTON_LEFT;
     click.button.x = 10;
     click.button.y = 10;
-    runtime.runOnMain([&] { EXPECT_TRUE(presenter->handleEvent(click)); });
+    runtime.runOnMain([&] { EXPECT_TRUE(presenter->handleEvent(&click)); });
     EXPECT_EQ(taps, 1);
   }
   // The host's window and renderer outlive the presenter.

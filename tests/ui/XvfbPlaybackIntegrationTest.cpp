@@ -21,7 +21,7 @@
 #include "support/ScopedEnv.h"
 #include "support/TestMedia.h"
 #include "support/XServer.h"
-#include "ui/SdlPresenter.h"
+#include "ui/WindowPresenter.h"
 #include "ui/ZVVideoView.h"
 
 namespace zivora::ui {
@@ -78,7 +78,7 @@ TEST(XvfbPlaybackIntegrationTest, AVideoPlaysInARealWindowAndShowsItsPicture) {
   auto events = std::make_shared<Events>();
   const auto clip = test::TestMedia::clip();
 
-  std::shared_ptr<SdlPresenter> presenter;
+  std::shared_ptr<WindowPresenter> presenter;
   std::shared_ptr<ZVVideoView> view;
   auto onMain = [&](std::function<void()> body) {
     return test::runOnQueue(runtime->mainQueue(), std::move(body), kPatience);
@@ -91,7 +91,7 @@ TEST(XvfbPlaybackIntegrationTest, AVideoPlaysInARealWindowAndShowsItsPicture) {
     options.screenHeight = 360;
     std::string why;
     presenter =
-        SdlPresenter::create(options, runtime->mainQueue(), runtime->clock(), *lifecycle, why);
+        WindowPresenter::create(options, runtime->mainQueue(), runtime->clock(), *lifecycle, why);
     if (!presenter) return;
     opened = true;
     view = std::make_shared<ZVVideoView>(ZVVideoView::Environment{
@@ -121,7 +121,7 @@ TEST(XvfbPlaybackIntegrationTest, AVideoPlaysInARealWindowAndShowsItsPicture) {
   std::promise<Screenshot> taken;
   runtime->mainQueue().after(1s, [&] {
     Screenshot shot;
-    SDL_Renderer* sdl = SDL_GetRenderer(presenter->window());
+    SDL_Renderer* sdl = SDL_GetRenderer(static_cast<SDL_Window*>(presenter->window()));
     SDL_GetRendererOutputSize(sdl, &shot.width, &shot.height);
     shot.pixels.resize(static_cast<std::size_t>(shot.width) * shot.height);
     if (SDL_RenderReadPixels(sdl, nullptr, SDL_PIXELFORMAT_ARGB8888, shot.pixels.data(),
