@@ -13,7 +13,7 @@ using namespace std::chrono_literals;
 
 // SDL's dummy video driver: a real SDL window and software renderer without
 // a display, so event handling and frame upload run as on a desktop.
-class SdlPresenterTest : public ::testing::Test {
+class SdlWindowTest : public ::testing::Test {
  protected:
   void SetUp() override {
     HostOptions options;
@@ -52,7 +52,7 @@ class SdlPresenterTest : public ::testing::Test {
   int clicks_ = 0, closes_ = 0;
 };
 
-TEST_F(SdlPresenterTest, MouseTouchKeysAndControllerButtonsReachTheControls) {
+TEST_F(SdlWindowTest, MouseTouchKeysAndControllerButtonsReachTheControls) {
   EXPECT_EQ(presenter_->screen().size, (Size{320, 200}));
   SDL_Event click{};
   click.type = SDL_MOUSEBUTTONUP;
@@ -97,7 +97,7 @@ TEST_F(SdlPresenterTest, MouseTouchKeysAndControllerButtonsReachTheControls) {
   EXPECT_EQ(closes_, 2);
 }
 
-TEST_F(SdlPresenterTest, WindowEventsReportTheBackgroundOnce) {
+TEST_F(SdlWindowTest, WindowEventsReportTheBackgroundOnce) {
   std::vector<AppLifecycle::Event> events;
   lifecycle_.addObserver([&](AppLifecycle::Event e) { events.push_back(e); });
   SDL_Event window{};
@@ -112,7 +112,7 @@ TEST_F(SdlPresenterTest, WindowEventsReportTheBackgroundOnce) {
                                                       AppLifecycle::Event::WillEnterForeground}));
 }
 
-TEST_F(SdlPresenterTest, FramesAreDrawnOnlyWhenSomethingChangedAndStopWithTheLastWindow) {
+TEST_F(SdlWindowTest, FramesAreDrawnOnlyWhenSomethingChangedAndStopWithTheLastWindow) {
   runtime_.advanceBy(20ms);
   runtime_.runOnMain([&] { EXPECT_FALSE(presenter_->renderFrame()); });
   cta_->setBackgroundColor(Color::white());
