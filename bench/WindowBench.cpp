@@ -100,16 +100,24 @@ std::string loadAverage() {
   return fmt::format("{:.2f} {:.2f} {:.2f}", load[0], load[1], load[2]);
 }
 
-// The sample host from videoWindowDidDisplay to videoDidDismiss is the
-// playback; Escape then closes the post-video screen and the host ends.
-Run sdkRun(test::XServer& x, const sandbox::SandboxServer& server, const fs::path& data) {
-  Run run;
-  auto demo = test::ChildProcess::start(
+// The sample host showing the large ad in its own window on `x`, its output
+// captured.
+std::unique_ptr<test::ChildProcess> startHost(test::XServer& x,
+                                              const sandbox::SandboxServer& server,
+                                              const fs::path& data) {
+  return test::ChildProcess::start(
       {"env", "-u", "SDL_VIDEODRIVER", "-u", "WAYLAND_DISPLAY", "DISPLAY=" + x.display(),
        ZIVORA_DEMO_EXECUTABLE, "--placement", "large", "--server", server.adEndpoint(),
        "--analytics-server", server.analyticsEndpoint(), "--ca", server.caFile(), "--data-dir",
        data.string(), "--out", (data / "out").string()},
       {.input = {}, .captureOutput = true});
+}
+
+// The sample host from videoWindowDidDisplay to videoDidDismiss is the
+// playback; Escape then closes the post-video screen and the host ends.
+Run sdkRun(test::XServer& x, const sandbox::SandboxServer& server, const fs::path& data) {
+  Run run;
+  auto demo = startHost(x, server, data);
   if (!demo) return {0, 0, "the sample host did not start"};
   std::optional<Clock::time_point> shown;
   std::optional<double> showCpu, dismissCpu;
@@ -196,12 +204,7 @@ void stop(test::ChildProcess& process) {
 // The sample host with the cache `data` already holds: its showVideo comes
 // as soon as the handshake and the ad request are done.
 Run sdkFirstFrame(test::XServer& x, const sandbox::SandboxServer& server, const fs::path& data) {
-  auto demo = test::ChildProcess::start(
-      {"env", "-u", "SDL_VIDEODRIVER", "-u", "WAYLAND_DISPLAY", "DISPLAY=" + x.display(),
-       ZIVORA_DEMO_EXECUTABLE, "--placement", "large", "--server", server.adEndpoint(),
-       "--analytics-server", server.analyticsEndpoint(), "--ca", server.caFile(), "--data-dir",
-       data.string(), "--out", (data / "out").string()},
-      {.input = {}, .captureOutput = true});
+  auto demo = startHost(x, server, data);
   if (!demo) return {0, 0, "the sample host did not start"};
   std::optional<double> first;
   const auto deadline = Clock::now() + kPatience;
