@@ -56,8 +56,13 @@ std::uint32_t pixelAt(const Canvas& canvas, int x, int y) {
   return pixel;
 }
 
+// The presenter belongs to the main queue (it asserts so): the tests run
+// there, and so does its end.
 class VideoPlanesTest : public ::testing::Test {
  protected:
+  ~VideoPlanesTest() override {
+    runtime_.runOnMain([&] { presenter_.reset(); });
+  }
   void show(double scale) {
     presenter_ = std::make_unique<PlanePresenter>(scale, runtime_);
     window_->setBackgroundColor(Color{0, 0, 0, 1});
@@ -85,69 +90,73 @@ class VideoPlanesTest : public ::testing::Test {
 };
 
 TEST_F(VideoPlanesTest, ThePictureLiesBeneathAHoleInTheCanvasAndNewPicturesNeedNoRedraw) {
-  show(2);
-  ASSERT_EQ(planes().size(), 1u);
-  // In canvas pixels, at the presenter's scale.
-  EXPECT_EQ(planes()[0].pixels, (Rect{{0, 0}, {320, 180}}));
-  const Canvas& canvas = presenter_->canvas();
-  EXPECT_EQ(pixelAt(canvas, 160, 90), 0u) << "the picture was drawn into the canvas";
-  EXPECT_EQ(pixelAt(canvas, 40, 40), 0xFFFF0000u) << "the control over it is missing";
+  runtime_.runOnMain([&] {
+    show(2);
+    ASSERT_EQ(planes().size(), 1u);
+    // In canvas pixels, at the presenter's scale.
+    EXPECT_EQ(planes()[0].pixels, (Rect{{0, 0}, {320, 180}}));
+    const Canvas& canvas = presenter_->canvas();
+    EXPECT_EQ(pixelAt(canvas, 160, 90), 0u) << "the picture was drawn into the canvas";
+    EXPECT_EQ(pixelAt(canvas, 40, 40), 0xFFFF0000u) << "the control over it is missing";
 
-  const auto first = planes()[0].picture;
-  presenter_->videoPlanes()->takeChanges();
-  media_->deliverFrame(greyFrame(160, 90));
-  EXPECT_FALSE(presenter_->renderFrame());
-  EXPECT_TRUE(presenter_->videoPlanes()->changed());
-  ASSERT_EQ(planes().size(), 1u);
-  EXPECT_NE(planes()[0].picture, first);
-  EXPECT_TRUE(planes()[0].fresh);
+    const auto first = planes()[0].picture;
+    presenter_->videoPlanes()->takeChanges();
+    media_->deliverFrame(greyFrame(160, 90));
+    EXPECT_FALSE(presenter_->renderFrame());
+    EXPECT_TRUE(presenter_->videoPlanes()->changed());
+    ASSERT_EQ(planes().size(), 1u);
+    EXPECT_NE(planes()[0].picture, first);
+    EXPECT_TRUE(planes()[0].fresh);
 
-  // A picture of another size is laid out again: a redraw, a new place.
-  media_->deliverFrame(greyFrame(160, 45));
-  EXPECT_TRUE(presenter_->renderFrame());
-  ASSERT_EQ(planes().size(), 1u);
-  EXPECT_EQ(planes()[0].pixels, (Rect{{0, 45}, {320, 90}}));
-  EXPECT_EQ(pixelAt(canvas, 160, 20), 0xFF000000u) << "the letterbox is the window's black";
+    // A picture of another size is laid out again: a redraw, a new place.
+    media_->deliverFrame(greyFrame(160, 45));
+    EXPECT_TRUE(presenter_->renderFrame());
+    ASSERT_EQ(planes().size(), 1u);
+    EXPECT_EQ(planes()[0].pixels, (Rect{{0, 45}, {320, 90}}));
+    EXPECT_EQ(pixelAt(canvas, 160, 20), 0xFF000000u) << "the letterbox is the window's black";
+  });
 }
 
 TEST_F(VideoPlanesTest, AViewThatStopsShowingThePictureTakesItsPlaneAway) {
-  show(1);
-  ASSERT_EQ(planes().size(), 1u);
+  runtime_.runOnMain([&] {
+    show(1);
+    ASSERT_EQ(planes().size(), 1u);
 
-  // Drawn through a translucent group, the picture goes into the canvas.
-  window_->setAlpha(0.5);
-  ASSERT_TRUE(presenter_->renderFrame());
-  EXPECT_TRUE(planes().empty());
-  EXPECT_NE(pixelAt(presenter_->canvas(), 80, 45) >> 24, 0u);
-  window_->setAlpha(1);
-  ASSERT_TRUE(presenter_->renderFrame());
-  ASSERT_EQ(planes().size(), 1u);
+    // Drawn through a translucent group, the picture goes into the canvas.
+    window_->setAlpha(0.5);
+    ASSERT_TRUE(presenter_->renderFrame());
+    EXPECT_TRUE(planes().empty());
+    EXPECT_NE(pixelAt(presenter_->canvas(), 80, 45) >> 24, 0u);
+    window_->setAlpha(1);
+    ASSERT_TRUE(presenter_->renderFrame());
+    ASSERT_EQ(planes().size(), 1u);
 
-  // Hidden, the plane goes, and later pictures ask for a redraw again.
-  player_->setHidden(true);
-  ASSERT_TRUE(presenter_->renderFrame());
-  EXPECT_TRUE(planes().empty());
-  media_->deliverFrame(greyFrame(160, 90));
-  EXPECT_TRUE(player_->needsDisplay());
-  player_->setHidden(false);
-  ASSERT_TRUE(presenter_->renderFrame());
-  ASSERT_EQ(planes().size(), 1u);
+    // Hidden, the plane goes, and later pictures ask for a redraw again.
+    player_->setHidden(true);
+    ASSERT_TRUE(presenter_->renderFrame());
+    EXPECT_TRUE(planes().empty());
+    media_->deliverFrame(greyFrame(160, 90));
+    EXPECT_TRUE(player_->needsDisplay());
+    player_->setHidden(false);
+    ASSERT_TRUE(presenter_->renderFrame());
+    ASSERT_EQ(planes().size(), 1u);
 
-  // A change elsewhere leaves the plane alone.
-  control_->setBackgroundColor(Color{0, 0, 1, 1});
-  ASSERT_TRUE(presenter_->renderFrame());
-  EXPECT_EQ(planes().size(), 1u);
+    // A change elsewhere leaves the plane alone.
+    control_->setBackgroundColor(Color{0, 0, 1, 1});
+    ASSERT_TRUE(presenter_->renderFrame());
+    EXPECT_EQ(planes().size(), 1u);
 
-  // So do the window's dismissal and the view's end.
-  presenter_->dismiss(*window_);
-  presenter_->renderFrame();
-  EXPECT_TRUE(planes().empty());
-  presenter_->present(window_);
-  ASSERT_TRUE(presenter_->renderFrame());
-  ASSERT_EQ(planes().size(), 1u);
-  player_->removeFromSuperview();
-  player_.reset();
-  EXPECT_TRUE(planes().empty());
+    // So do the window's dismissal and the view's end.
+    presenter_->dismiss(*window_);
+    presenter_->renderFrame();
+    EXPECT_TRUE(planes().empty());
+    presenter_->present(window_);
+    ASSERT_TRUE(presenter_->renderFrame());
+    ASSERT_EQ(planes().size(), 1u);
+    player_->removeFromSuperview();
+    player_.reset();
+    EXPECT_TRUE(planes().empty());
+  });
 }
 
 }  // namespace
