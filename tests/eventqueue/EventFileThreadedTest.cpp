@@ -10,8 +10,8 @@
 
 #include "eventqueue/EventFile.h"
 #include "eventqueue/ResendLoop.h"
-#include "platform/linux/ThreadRuntime.h"
 #include "support/TempDir.h"
+#include "support/WatchedRuntime.h"
 
 namespace zivora {
 namespace {
@@ -59,7 +59,7 @@ TEST(EventFileThreadedTest, SavesRacingTheDrainingReaderLoseNothing) {
 // of its saver, and nothing is left unsynced once the loop is gone.
 TEST(EventFileThreadedTest, TheLoopDrainsWhileMarksAreSyncedBesideIt) {
   test::TempDir dir;
-  auto runtime = std::make_shared<dispatch::ThreadRuntime>();
+  auto runtime = std::make_shared<test::WatchedRuntime>();
   auto file = std::make_shared<EventFile>(EventFileOptions{.path = dir.path() / "events.dat"});
   constexpr int kPerWriter = 150;
   std::mutex mutex;
@@ -95,10 +95,7 @@ TEST(EventFileThreadedTest, TheLoopDrainsWhileMarksAreSyncedBesideIt) {
   stop = true;
   syncer.join();
   // The last delivery's mark follows its send: wait for the loop to go idle.
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-  while ((loop->hasThread() || file->hasSavedEvents()) &&
-         std::chrono::steady_clock::now() < deadline)
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  EXPECT_TRUE(runtime->waitUntil([&] { return !loop->hasThread() && !file->hasSavedEvents(); }));
   // The loop syncs what is left when it goes.
   loop.reset();
   runtime->shutdown();
