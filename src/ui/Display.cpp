@@ -128,7 +128,7 @@ bool Display::setPresenter(std::unique_ptr<Presenter> presenter) {
 
 bool Display::handleEvent(const void* nativeEvent) {
   const auto presenter = currentPresenter();
-  if (!presenter || presenter->windows().empty()) return false;
+  if (!presenter || !presenter->isShowing()) return false;
   auto context = context_.lock();
   if (!context) return false;
   auto& mainQueue = context->runtime().mainQueue();
@@ -172,7 +172,7 @@ void Display::closeScreens() {
 
 bool Display::isPresenting() const {
   auto presenter = currentPresenter();
-  return presenter && !presenter->windows().empty();
+  return presenter && presenter->isShowing();
 }
 
 }  // namespace zivora::ui

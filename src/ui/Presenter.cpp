@@ -40,6 +40,7 @@ void Presenter::present(std::shared_ptr<Window> window) {
   if (!window) return;
   dismiss(*window);
   windows_.push_back(std::move(window));
+  showing_.store(true, std::memory_order_release);
   stackChanged_ = true;
   windowsChanged();
 }
@@ -50,6 +51,7 @@ void Presenter::dismiss(const Window& window) {
                             [&](const std::shared_ptr<Window>& w) { return w.get() == &window; });
   if (found == windows_.end()) return;
   windows_.erase(found);
+  showing_.store(!windows_.empty(), std::memory_order_release);
   stackChanged_ = true;
   windowsChanged();
 }

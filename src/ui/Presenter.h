@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <vector>
 
@@ -29,6 +30,9 @@ class Presenter {
   void present(std::shared_ptr<Window> window);
   void dismiss(const Window& window);
   const std::vector<std::shared_ptr<Window>>& windows() const { return windows_; }
+  // Whether a window is shown; any thread (a host thread asks it of every
+  // native event it hands the SDK, while the main queue changes the windows).
+  bool isShowing() const { return showing_.load(std::memory_order_acquire); }
 
   // Input, in screen points; false when nothing took it.
   bool tap(Point point);
@@ -58,6 +62,7 @@ class Presenter {
   Animator animator_;
   Canvas canvas_;
   std::vector<std::shared_ptr<Window>> windows_;
+  std::atomic<bool> showing_{false};
   bool stackChanged_ = true;
   std::vector<cairo_rectangle_int_t> lastDamage_;
   std::shared_ptr<VideoPlanes> planes_;
