@@ -36,10 +36,6 @@ class MotivationRewardManagerTest : public ::testing::Test {
         delegate_, [this](const std::vector<std::string>& ids) { removals_.push_back(ids); });
   }
 
-  void failTransport(int times) {
-    for (int i = 0; i < times; ++i) http_->enqueueFailure("Connection refused");
-  }
-
   std::shared_ptr<test::VirtualRuntime> runtime_ = std::make_shared<test::VirtualRuntime>();
   test::TempDir root_;
   std::shared_ptr<test::FakeHttpClient> http_ = std::make_shared<test::FakeHttpClient>();
@@ -61,16 +57,21 @@ TEST_F(MotivationRewardManagerTest, RequestCarriesTheIdsOfAppInstallAndUser) {
   EXPECT_EQ(fields.at("randomUID"), *ZVConfiguration::shared()->randomUID());
 }
 
-TEST_F(MotivationRewardManagerTest, AServerErrorIsPassedOnWithoutRetry) {
+// A server error, or a reply of the wrong shape, fails the fetch at once with
+// its code; a text that is not a number reads as 0, as the server's integer
+// reader does.
+TEST_F(MotivationRewardManagerTest, ErrorsAndWrongShapesFailWithoutRetry) {
   http_->enqueue(200, R"({"error":7})");
-  manager_->requestMotivatedRewards();
+  http_->enqueue(200, R"({"rewards":"many"})");
+  http_->enqueue(200, R"({"error":"bad"})");
+  for (int fetch = 0; fetch < 3; ++fetch) manager_->requestMotivatedRewards();
   runtime_->advanceBy(10s);
-  EXPECT_EQ(delegate_->failures, std::vector<std::uint64_t>{7});
-  EXPECT_EQ(http_->requests().size(), 1u);
+  EXPECT_EQ(delegate_->failures, (std::vector<std::uint64_t>{7, 4, 0}));
+  EXPECT_EQ(http_->requests().size(), 3u);
 }
 
 TEST_F(MotivationRewardManagerTest, FourTransportFailuresGiveUpWithThreeAfterAnotherSecond) {
-  failTransport(4);
+  for (int i = 0; i < 4; ++i) http_->enqueueFailure("Connection refused");
   manager_->requestMotivatedRewards();
   runtime_->runUntilIdle();
   runtime_->advanceBy(3s);
@@ -127,16 +128,6 @@ TEST_F(MotivationRewardManagerTest, RemovalDropsEmptyIdentifiers) {
   manager_->removeMotivatedRewards({"", ""});
   manager_->removeMotivatedRewards({});
   EXPECT_EQ(removals_, (std::vector<std::vector<std::string>>{{"r9"}}));
-}
-
-TEST_F(MotivationRewardManagerTest, RepliesOfTheWrongShapeFail) {
-  http_->enqueue(200, R"({"rewards":"many"})");
-  http_->enqueue(200, R"({"error":"bad"})");
-  manager_->requestMotivatedRewards();
-  manager_->requestMotivatedRewards();
-  runtime_->runUntilIdle();
-  // A text that is not a number reads as 0, as the server's integer reader does.
-  EXPECT_EQ(delegate_->failures, (std::vector<std::uint64_t>{4, 0}));
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -25,7 +26,9 @@ class RecordingHost final : public ZivoraDelegate {
   void videoPostViewDidClick(const std::string& p) override { add("videoPostViewDidClick", p); }
   void videoReceiveReward(const std::string& p) override { add("videoReceiveReward", p); }
 
-  std::size_t count(const std::string& call) const;
+  std::size_t count(const std::string& call) const {
+    return static_cast<std::size_t>(std::count(calls.begin(), calls.end(), call));
+  }
 
   std::vector<std::string> calls;
 

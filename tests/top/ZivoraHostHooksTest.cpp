@@ -75,7 +75,9 @@ class ZivoraHostHooksTest : public ::testing::Test {
   std::shared_ptr<HostEars> ears_ = std::make_shared<HostEars>();
 };
 
-TEST_F(ZivoraHostHooksTest, TheHostsLogHearsEveryLineWithItsLevelAndMayThrow) {
+// The host's log hears every line with its level and may throw; its opener
+// gets only web addresses, and its answer counts.
+TEST_F(ZivoraHostHooksTest, TheHostsLogAndOpenerHearWhatTheSdkSays) {
   start();
   Zivora::initializeWithAppId("again");
   EXPECT_TRUE(heard(ZivoraLogLevel::System, "[Zivora] Warning: Zivora already initialzed!"));
@@ -92,10 +94,7 @@ TEST_F(ZivoraHostHooksTest, TheHostsLogHearsEveryLineWithItsLevelAndMayThrow) {
   ZVLog::LogWarning("[Test] the host fails here");
   ZVLog::LogWarning("[Test] after");
   EXPECT_TRUE(heard(ZivoraLogLevel::Warning, "[Test] after"));
-}
 
-TEST_F(ZivoraHostHooksTest, TheHostsOpenerGetsOnlyWebAddressesAndItsAnswerCounts) {
-  start();
   auto opener = Context::current()->opener();
   EXPECT_TRUE(opener->canOpenURL("https://store.example/app?id=1"));
   EXPECT_TRUE(opener->openURL("https://store.example/app?id=1"));

@@ -24,18 +24,17 @@ namespace zivora {
 namespace {
 
 using namespace std::chrono_literals;
+using Lines = std::vector<std::string>;
 
-constexpr char kNotInitialized[] =
-    "[Zivora] Error: Zivora didn't initialized. \nPlease, Initialize Zivora!";
+constexpr char kDefaultEndpoint[] = "https://api.zivora.example/HandleRequestV3.php";
 
 class ZivoraTest : public ::testing::Test {
  protected:
   ~ZivoraTest() override { ZivoraInstance::reset(); }
 
-  void start(const std::string& appId = "app-1",
-             HostOptions host = HostOptions{.applicationVersion = "3.2"}) {
+  void start(HostOptions host = HostOptions{.applicationVersion = "3.2"}) {
     host.dataRoot = root_.path().string();
-    ZivoraInstance::start(appId, host,
+    ZivoraInstance::start("app-1", host,
                           RuntimeOptions{.runtime = runtime_,
                                          .http = http_,
                                          .log = log_,
@@ -49,8 +48,6 @@ class ZivoraTest : public ::testing::Test {
     for (int i = 0; i < count; ++i) http_->enqueueFailure("Connection refused");
   }
 
-  bool logged(const std::string& text) { return log_->contains(text); }
-
   std::shared_ptr<test::VirtualRuntime> runtime_ = std::make_shared<test::VirtualRuntime>();
   test::TempDir root_;
   std::shared_ptr<test::FakeHttpClient> http_ = std::make_shared<test::FakeHttpClient>();
@@ -63,10 +60,8 @@ class ZivoraTest : public ::testing::Test {
 };
 
 TEST(ZivoraBeforeInitialisation, EveryCallPrintsNotInitialisedAndTheDelegateIsDropped) {
-  // A bare context records the log lines; no SDK instance exists.
   test::ScopedContext scope;
-  auto delegate = std::make_shared<test::RecordingHost>();
-  Zivora::setDelegate(delegate);
+  Zivora::setDelegate(std::make_shared<test::RecordingHost>());
   Zivora::showVideo("p");
   Zivora::cacheVideo("p");
   EXPECT_FALSE(Zivora::isReadyVideo("p"));
@@ -77,23 +72,25 @@ TEST(ZivoraBeforeInitialisation, EveryCallPrintsNotInitialisedAndTheDelegateIsDr
   Zivora::purchaseEvent(-1.0, "USD", "t-1");
   Zivora::logEnable(true);
   EXPECT_EQ(Zivora::delegate(), nullptr);
-  std::vector<std::string> expected(7, kNotInitialized);
+  Lines expected(7, "[Zivora] Error: Zivora didn't initialized. \nPlease, Initialize Zivora!");
   expected.push_back("[Zivora][purchaseEvent] Error: Incorect arguments");
   EXPECT_EQ(scope.log().texts(), expected);
   EXPECT_EQ(Zivora::pump(), 0u);
 }
 
+// A second initialisation only warns: the handshake carries the first app id.
 TEST_F(ZivoraTest, HandshakeBodyCarriesTheAppIdTheIdentityAndTheHostsSettings) {
-  start("app-1", HostOptions{.applicationVersion = "3.2",
-                             .limitAdTracking = true,
-                             .screenWidth = 1280,
-                             .screenHeight = 800,
-                             .gpuType = "GPU X"});
+  start(HostOptions{.applicationVersion = "3.2",
+                    .limitAdTracking = true,
+                    .screenWidth = 1280,
+                    .screenHeight = 800,
+                    .gpuType = "GPU X"});
+  Zivora::initializeWithAppId("second");
   runtime_->runUntilIdle();
+  EXPECT_TRUE(log_->contains("[Zivora] Warning: Zivora already initialzed!"));
   ASSERT_EQ(http_->requests().size(), 1u);
   auto params = http_->lastParams()["getInitialization"];
   EXPECT_EQ(params["appId"], "app-1");
-  EXPECT_EQ(*ZVConfiguration::shared()->appId(), "app-1");
   EXPECT_EQ(adSide_->calls().front(), "startUp");
   auto device = params["deviceInfo"];
   EXPECT_EQ(device["platformId"], 2);
@@ -107,20 +104,12 @@ TEST_F(ZivoraTest, HandshakeBodyCarriesTheAppIdTheIdentityAndTheHostsSettings) {
   EXPECT_FALSE(device.contains("advertisingId"));
   EXPECT_EQ(device["dimensionX"], 800);
   EXPECT_EQ(device["dimensionY"], 1280);
+  EXPECT_EQ(device["gpuType"], "GPU X");
   EXPECT_GT(device["ramSize"].get<std::int64_t>(), 0);
   EXPECT_TRUE(device["osVersion"].get<std::string>().starts_with("Linux"));
   EXPECT_NE(device["deviceName"], "error");
-  for (const char* key : {"gpuType", "language", "deviceName", "deviceUserName"})
-    EXPECT_TRUE(device.contains(key)) << key;
+  EXPECT_TRUE(device.contains("language") && device.contains("deviceUserName"));
   ZVPDeviceInfoHelper::setGPUType(std::nullopt);
-}
-
-TEST_F(ZivoraTest, SecondInitialisationWarnsAndKeepsTheFirstAppId) {
-  start("first");
-  Zivora::initializeWithAppId("second");
-  runtime_->runUntilIdle();
-  EXPECT_TRUE(logged("[Zivora] Warning: Zivora already initialzed!"));
-  EXPECT_EQ(http_->lastParams()["getInitialization"]["appId"], "first");
 }
 
 TEST_F(ZivoraTest, RetriesAfterFiveTenFifteenSecondsUpToTwoMinutesForEver) {
@@ -133,29 +122,37 @@ TEST_F(ZivoraTest, RetriesAfterFiveTenFifteenSecondsUpToTwoMinutesForEver) {
     runtime_->advanceBy(expected);
     ASSERT_EQ(http_->requests().size(), static_cast<std::size_t>(failure + 1));
   }
-  EXPECT_TRUE(logged("[Zivora][initializeRequest] Error request initialization, error = -2"));
+  EXPECT_TRUE(
+      log_->contains("[Zivora][initializeRequest] Error request initialization, error = -2"));
 }
 
-TEST_F(ZivoraTest, FirstFailureFailsNobodySecondFailsEveryParkedVideoOnce) {
-  failNext(3);
+// The first failure fails nobody; the second fails every parked video once
+// and, while failing, a new one at once on the caller's thread. A reward
+// request waits for the success after them; then calls pass straight on.
+TEST_F(ZivoraTest, ParkedCallsFailOnTheSecondFailureAndRewardRequestsWaitForSuccess) {
+  failNext(2);
   start();
   Zivora::showVideo("a");
   Zivora::cacheVideo("b");
+  Zivora::requestMotivatedRewards();
+  Zivora::removeMotivatedRewards({"ignored"});
   runtime_->runUntilIdle();
   EXPECT_TRUE(delegate_->calls.empty());
 
   runtime_->advanceBy(5s);
-  EXPECT_EQ(delegate_->calls,
-            (std::vector<std::string>{"videoDidFailToLoad a 3", "videoDidFailToLoad b 3"}));
-
-  // While failing, a new request fails at once, on the caller's thread.
+  EXPECT_EQ(delegate_->calls, (Lines{"videoDidFailToLoad a 3", "videoDidFailToLoad b 3"}));
   Zivora::showVideo("c");
   EXPECT_EQ(delegate_->calls.back(), "videoDidFailToLoad c 3");
+  EXPECT_TRUE(adSide_->calls("requestMotivatedRewards").empty());
 
-  // The parked list was emptied: a third failure fails nobody again.
   runtime_->advanceBy(10s);
   EXPECT_EQ(delegate_->calls.size(), 3u);
-  EXPECT_TRUE(adSide_->calls("show:").empty());
+  EXPECT_EQ(adSide_->calls("requestMotivatedRewards").size(), 1u);
+  Zivora::showVideo("late");
+  Zivora::removeMotivatedRewards({"r1", "r2"});
+  EXPECT_EQ(adSide_->calls("show:"), Lines{"show:late"});
+  EXPECT_EQ(adSide_->calls("removeMotivatedRewards"), Lines{"removeMotivatedRewards:r1,r2"});
+  EXPECT_EQ(runtime_->pendingTaskCount(), 0u);
 }
 
 TEST_F(ZivoraTest, ParkedCallsReplayAsOneShowAndCachesAfterSuccess) {
@@ -165,8 +162,8 @@ TEST_F(ZivoraTest, ParkedCallsReplayAsOneShowAndCachesAfterSuccess) {
   Zivora::cacheVideo("third");
   EXPECT_FALSE(Zivora::isReadyVideo("first"));
   runtime_->runUntilIdle();
-  EXPECT_EQ(adSide_->calls("show:"), std::vector<std::string>{"show:first"});
-  EXPECT_EQ(adSide_->calls("cache:"), (std::vector<std::string>{"cache:second", "cache:third"}));
+  EXPECT_EQ(adSide_->calls("show:"), Lines{"show:first"});
+  EXPECT_EQ(adSide_->calls("cache:"), (Lines{"cache:second", "cache:third"}));
   // Rewards owed from an earlier run go out first, once.
   const auto calls = adSide_->calls();
   const auto redelivery = std::find(calls.begin(), calls.end(), "redeliverRewards");
@@ -183,34 +180,6 @@ TEST_F(ZivoraTest, ParkedCallsReplayAsOneShowAndCachesAfterSuccess) {
   EXPECT_EQ(runtime_->pendingTaskCount(), 0u);
 }
 
-TEST_F(ZivoraTest, SuccessAfterFailuresClearsTheFailingState) {
-  failNext(2);
-  start();
-  runtime_->runUntilIdle();
-  runtime_->advanceBy(5s);
-  Zivora::showVideo("early");
-  EXPECT_EQ(delegate_->calls, std::vector<std::string>{"videoDidFailToLoad early 3"});
-  runtime_->advanceBy(10s);
-  Zivora::showVideo("late");
-  EXPECT_EQ(adSide_->calls("show:"), std::vector<std::string>{"show:late"});
-  EXPECT_EQ(runtime_->pendingTaskCount(), 0u);
-}
-
-TEST_F(ZivoraTest, ARewardRequestWaitsForSuccess) {
-  failNext(1);
-  start();
-  Zivora::requestMotivatedRewards();
-  Zivora::removeMotivatedRewards({"ignored"});
-  runtime_->runUntilIdle();
-  EXPECT_TRUE(adSide_->calls("requestMotivatedRewards").empty());
-  runtime_->advanceBy(5s);
-  EXPECT_EQ(adSide_->calls("requestMotivatedRewards").size(), 1u);
-  Zivora::removeMotivatedRewards({"r1", "r2"});
-  EXPECT_EQ(adSide_->calls("removeMotivatedRewards"),
-            std::vector<std::string>{"removeMotivatedRewards:r1,r2"});
-  EXPECT_TRUE(adSide_->calls("removeMotivatedRewards:ignored").empty());
-}
-
 TEST_F(ZivoraTest, PurchasesAreCheckedThenQueuedEvenBeforeInitialisation) {
   failNext(1);
   start();
@@ -221,13 +190,12 @@ TEST_F(ZivoraTest, PurchasesAreCheckedThenQueuedEvenBeforeInitialisation) {
   Zivora::purchaseEvent(0.99, "USD", "t-1");
   Zivora::purchaseEvent(2.5, "EUR", "t-2", "order-token");
   runtime_->runUntilIdle();
-  int refusals = 0;
-  for (const auto& text : log_->texts())
-    refusals += text == "[Zivora][purchaseEvent] Error: Incorect arguments";
-  EXPECT_EQ(refusals, 4);
+  const auto texts = log_->texts();
   EXPECT_EQ(
-      adSide_->calls("purchase:"),
-      (std::vector<std::string>{"purchase:0.99:USD:t-1", "purchase:2.5:EUR:t-2:order-token"}));
+      std::count(texts.begin(), texts.end(), "[Zivora][purchaseEvent] Error: Incorect arguments"),
+      4);
+  EXPECT_EQ(adSide_->calls("purchase:"),
+            (Lines{"purchase:0.99:USD:t-1", "purchase:2.5:EUR:t-2:order-token"}));
 }
 
 class ZivoraRefusalTest
@@ -240,10 +208,9 @@ TEST_P(ZivoraRefusalTest, AnErrorReplyRefusesEveryLaterCallAndStopsRetrying) {
   start();
   Zivora::cacheVideo("parked");
   runtime_->runUntilIdle();
-  EXPECT_EQ(delegate_->calls, std::vector<std::string>{"videoDidFailToLoad parked 3"});
+  EXPECT_EQ(delegate_->calls, Lines{"videoDidFailToLoad parked 3"});
   EXPECT_EQ(runtime_->pendingTaskCount(), 0u);
 
-  std::string refusal = std::string("[Zivora] Error! Description: ") + description;
   log_->clear();
   EXPECT_FALSE(Zivora::isReadyVideo("p"));
   Zivora::showVideo("p");
@@ -251,7 +218,7 @@ TEST_P(ZivoraRefusalTest, AnErrorReplyRefusesEveryLaterCallAndStopsRetrying) {
   Zivora::requestMotivatedRewards();
   Zivora::purchaseEvent(1, "USD", "t");
   runtime_->runUntilIdle();
-  EXPECT_EQ(log_->texts(), std::vector<std::string>(5, refusal));
+  EXPECT_EQ(log_->texts(), Lines(5, std::string("[Zivora] Error! Description: ") + description));
   EXPECT_TRUE(adSide_->calls("show:").empty());
   EXPECT_TRUE(adSide_->calls("purchase:").empty());
   EXPECT_EQ(http_->requests().size(), 1u);
@@ -280,14 +247,14 @@ TEST_F(ZivoraTest, RepliesOfOddShapeKeepTheHandshakeGoing) {
   EXPECT_EQ(configuration->closeButtonURL(), "12");
   EXPECT_EQ(configuration->soundOnButtonURL(), std::nullopt);
   EXPECT_EQ(configuration->soundOffButtonURL(), "https://s/off.png");
-  EXPECT_EQ(configuration->serverURL(), "https://api.zivora.example/HandleRequestV3.php");
+  EXPECT_EQ(configuration->serverURL(), kDefaultEndpoint);
   auto reported = analytics_->exceptions();
   ASSERT_EQ(reported.size(), 1u);
   EXPECT_EQ(reported[0].className, "ZVConfiguration");
   EXPECT_EQ(reported[0].method, "setSoundOnButtonURL");
   // The handshake still succeeded.
   Zivora::showVideo("p");
-  EXPECT_EQ(adSide_->calls("show:"), std::vector<std::string>{"show:p"});
+  EXPECT_EQ(adSide_->calls("show:"), Lines{"show:p"});
 }
 
 class ZivoraNewUrlTest : public ZivoraTest, public ::testing::WithParamInterface<const char*> {};
@@ -296,10 +263,9 @@ TEST_P(ZivoraNewUrlTest, AnythingButAnAbsoluteHttpsUrlIsIgnored) {
   http_->enqueue(200, std::string(R"({"newURL": )") + GetParam() + "}");
   start();
   runtime_->runUntilIdle();
-  EXPECT_EQ(ZVConfiguration::shared()->serverURL(),
-            "https://api.zivora.example/HandleRequestV3.php");
+  EXPECT_EQ(ZVConfiguration::shared()->serverURL(), kDefaultEndpoint);
   Zivora::showVideo("p");
-  EXPECT_EQ(adSide_->calls("show:"), std::vector<std::string>{"show:p"});
+  EXPECT_EQ(adSide_->calls("show:"), Lines{"show:p"});
 }
 
 INSTANTIATE_TEST_SUITE_P(BadValues, ZivoraNewUrlTest,
@@ -316,9 +282,8 @@ TEST_F(ZivoraTest, RemoveFilesPassesNamesNeverPaths) {
   runtime_->runUntilIdle();
   std::string cached =
       ZVResourceManager::convertURLToFileName("https://cdn.example/v/ad.mp4?sig=1");
-  EXPECT_EQ(adSide_->calls("removeFile:"),
-            (std::vector<std::string>{"removeFile:../x", "removeFile:/etc/passwd",
-                                      "removeFile:" + cached, "removeFile:abc.png"}));
+  EXPECT_EQ(adSide_->calls("removeFile:"), (Lines{"removeFile:../x", "removeFile:/etc/passwd",
+                                                  "removeFile:" + cached, "removeFile:abc.png"}));
   EXPECT_EQ(adSide_->calls("unreserveAll:").size(), 4u);
   EXPECT_EQ(cached.substr(32), ".mp4");
 }

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/UrlOpener.h"
+
+namespace zivora::test {
+
+// An opener that opens anything it is handed and writes the address down:
+// the ad logic's own address rules are then the only wall.
+class RecordingOpener final : public platform::UrlOpener {
+ public:
+  bool canOpenURL(const std::string&) override { return true; }
+  bool openURL(const std::string& url) override {
+    opened.push_back(url);
+    return true;
+  }
+  std::vector<std::string> opened;
+};
+
+}  // namespace zivora::test
