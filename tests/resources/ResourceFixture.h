@@ -1,10 +1,8 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -34,9 +32,13 @@ class RecordingDownloadDelegate final : public ZVDownloadDelegate {
 };
 
 // A context on virtual time with a data root of its own, a scripted
-// download server and a file seam with faults on demand.
+// download server and a file seam with faults on demand. Most tests fetch
+// one video, kUrl, cached as file().
 class ResourceFixture : public ::testing::Test {
  protected:
+  using TransferPtr = std::shared_ptr<FakeStreamingClient::Transfer>;
+  static constexpr const char* kUrl = "https://cdn.example/ads/video.mp4";
+
   ResourceFixture()
       : runtime_(std::make_shared<VirtualRuntime>()),
         client_(std::make_shared<FakeStreamingClient>(*runtime_)),
@@ -45,7 +47,26 @@ class ResourceFixture : public ::testing::Test {
                {.runtime = runtime_, .downloads = client_, .files = files_}) {}
 
   std::filesystem::path cache() const { return root_.path() / "Caches" / "Zivora"; }
-  std::shared_ptr<ZVResourceManager> manager() { return ZVResourceManager::defaultManager(); }
+  static std::string name() { return ZVResourceManager::convertURLToFileName(kUrl); }
+  std::filesystem::path file() const { return cache() / name(); }
+  static std::shared_ptr<ZVResourceManager> manager() {
+    return ZVResourceManager::defaultManager();
+  }
+  std::string lastEvent() const {
+    return listener_->events.empty() ? "" : listener_->events.back();
+  }
+
+  // Asks for kUrl and runs until the request is out.
+  TransferPtr request() {
+    manager()->loadURL(kUrl, listener_);
+    runtime_->runUntilIdle();
+    return client_->last();
+  }
+  // Plays a file server holding `content` for the last request.
+  void serve(const std::string& content, std::optional<std::size_t> stopAfter = std::nullopt) {
+    client_->serve(client_->last(), content, 1000, stopAfter);
+    runtime_->runUntilIdle();
+  }
 
   static std::string pattern(std::size_t size) {
     std::string text(size, '\0');
@@ -59,6 +80,8 @@ class ResourceFixture : public ::testing::Test {
   std::shared_ptr<FakeStreamingClient> client_;
   std::shared_ptr<FakeFileSystem> files_;
   ScopedContext scope_;
+  std::shared_ptr<RecordingDownloadDelegate> listener_ =
+      std::make_shared<RecordingDownloadDelegate>();
 };
 
 }  // namespace zivora::test
