@@ -7,7 +7,7 @@
 
 #include <set>
 
-#include "resources/ResourceFixture.h"  // RecordingDownloadDelegate
+#include "resources/ResourceFixture.h"
 #include "support/FakeHttpClient.h"
 #include "support/MemoryPresenter.h"
 #include "top/ZivoraInstance.h"

@@ -7,29 +7,16 @@
 #include <string>
 #include <vector>
 
-#include "resources/ZVDownloadDelegate.h"
 #include "resources/ZVResourceManager.h"
 #include "support/FakeFileSystem.h"
 #include "support/FakeStreamingClient.h"
 #include "support/Files.h"
+#include "support/RecordingDownloadDelegate.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
 #include "support/VirtualRuntime.h"
 
 namespace zivora::test {
-
-// Writes down every download callback it hears, in order.
-class RecordingDownloadDelegate final : public ZVDownloadDelegate {
- public:
-  void startLoading(const std::string& name) override { events.push_back("start " + name); }
-  void receiveData(std::int64_t bytes) override { received += bytes; }
-  void finishLoading(const std::string& name) override { events.push_back("finish " + name); }
-  void errorLoadingResource(const std::string& name, std::int32_t error) override {
-    events.push_back("error " + name + " " + std::to_string(error));
-  }
-  std::vector<std::string> events;
-  std::int64_t received = 0;
-};
 
 // A context on virtual time with a data root of its own, a scripted
 // download server and a file seam with faults on demand. Most tests fetch
