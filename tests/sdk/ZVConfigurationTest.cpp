@@ -84,18 +84,18 @@ TEST_F(ZVConfigurationTest, NewUIDsTakeTheClockAsA32BitSecondCount) {
   auto runtime = std::make_shared<test::VirtualRuntime>();
   restart(host(), RuntimeOptions{.runtime = runtime});
   auto uid = configuration().generateNewUID();
-  EXPECT_TRUE(uid->starts_with("1767225600-")) << *uid;
+  EXPECT_EQ(uid.value_or("").substr(0, 11), "1767225600-");
   EXPECT_NE(configuration().generateNewUID(), uid);
   // Past 2038 the count wraps to a negative number, as a 32-bit field does.
   runtime->advanceBy(std::chrono::seconds(2147483653 - 1767225600));
   uid = configuration().generateNewUID();
-  EXPECT_TRUE(uid->starts_with("-2147483643-")) << *uid;
-  EXPECT_TRUE(std::regex_match(*uid, kUidForm)) << *uid;
+  EXPECT_EQ(uid.value_or("").substr(0, 12), "-2147483643-");
+  EXPECT_TRUE(std::regex_match(uid.value_or(""), kUidForm)) << uid.value_or("");
 
   // Without a runtime, the system clock.
   restart(host());
   const auto before = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
-  const auto seconds = std::stoll(*configuration().generateNewUID());
+  const auto seconds = std::stoll(configuration().generateNewUID().value_or("0"));
   EXPECT_GE(seconds, before.time_since_epoch().count());
   EXPECT_LE(seconds, before.time_since_epoch().count() + 60);
 }
@@ -111,7 +111,7 @@ TEST_F(ZVConfigurationTest, AFailingClockIsReportedUnderGenerateNewUIDAndNothing
   EXPECT_EQ(reported[0].reason, "clock unavailable");
 
   runtime->failing = false;
-  EXPECT_TRUE(configuration().randomUID()->starts_with("1700000000-"));
+  EXPECT_EQ(configuration().randomUID().value_or("").substr(0, 11), "1700000000-");
   EXPECT_EQ(linesSaying("Create new UID"), 2u);
 }
 
