@@ -115,6 +115,10 @@ TEST_F(SandboxServerIntegrationTest, FaultsAreAimedAndUsedUpRequestByRequest) {
   EXPECT_EQ(ask("clickAd", json::object()), json::object());
   EXPECT_EQ(getVideo("short"), (json{{"error", 4}}));
   EXPECT_EQ(getVideo("short")["adId"], "sandbox-short") << "used up";
+
+  // The sample host grants rewards through the control route.
+  EXPECT_EQ(control("grant-reward?appName=Quest&reward=25&count=2"), 200);
+  EXPECT_EQ(server_.rewards().rewards().size(), 2u);
 }
 
 TEST_F(SandboxServerIntegrationTest, AStalledRequestAnswersWhenReleasedAndEndsWhenStopped) {
@@ -158,7 +162,7 @@ TEST_F(SandboxServerIntegrationTest, ServesPlainNamesWithByteRangesAndFileFaults
 }
 
 TEST_F(SandboxServerIntegrationTest, EventsAnsweredByEveryIncarnationStayInTheJournal) {
-  server_.failEvents(1);
+  ASSERT_EQ(control("fail-events?count=1"), 200);
   EXPECT_EQ(post(kWatched).status, 500);
   // The client gives up on a delayed reply; the server journals it when it answers.
   ASSERT_EQ(control("misbehave?kind=delay&ms=1500&request=watchedAd"), 200);
