@@ -27,6 +27,12 @@ def figure(**fields):
             "target": "", "limit": None, "met": None, "invalid": None, **fields}
 
 
+def against_baseline(sdk, baseline, ratio, unit="ms", **fields):
+    """A figure with a ratio target, the commonest kind."""
+    return figure(sdk=sdk, baseline=baseline, ratio=ratio, unit=unit, target="ratio <= 1.2",
+                  **fields)
+
+
 def quietly(call, *args, **kwargs):
     with contextlib.redirect_stdout(io.StringIO()), contextlib.redirect_stderr(io.StringIO()):
         return call(*args, **kwargs)
@@ -58,8 +64,8 @@ class BenchRunTest(unittest.TestCase):
 
     def test_verdict_comes_from_the_numbers_and_the_target(self):
         cases = [
-            ("met", figure(sdk=1.1, baseline=1.0, unit="s", ratio=1.1, target="ratio <= 1.2")),
-            ("MISSED", figure(sdk=1.3, baseline=1.0, unit="s", ratio=1.3, target="ratio <= 1.2")),
+            ("met", against_baseline(1.1, 1.0, 1.1)),
+            ("MISSED", against_baseline(1.3, 1.0, 1.3)),
             ("MISSED", figure(sdk=120, unit="us", target="p99 < 100 us", limit=100)),
             ("met", figure(sdk=0, unit="bytes", limit=0)),
             ("no target", figure(sdk=3, unit="bytes", target="stated")),
@@ -74,19 +80,14 @@ class BenchRunTest(unittest.TestCase):
     def test_figures_that_cannot_be_right_are_invalid_never_met_or_missed(self):
         cases = {
             # The machine's uptime printed as a first frame, by a benchmark that ran 20 s.
-            "longer than the benchmark ran": figure(sdk=2556212.6, baseline=94.0, unit="ms",
-                                                    ratio=27193.7, target="ratio <= 1.2"),
-            "not positive": figure(sdk=-5.0, baseline=94.0, unit="ms", ratio=-5 / 94,
-                                   target="ratio <= 1.2"),
-            "baseline time 0": figure(sdk=5.0, baseline=0.0, unit="ms", target="ratio <= 1.2"),
-            "ratio from elsewhere": figure(sdk=654.0, baseline=398.0, unit="us", ratio=0.9,
-                                           target="ratio <= 1.2"),
-            "ratio without baseline": figure(sdk=1.0, unit="s", target="ratio <= 1.2"),
-            "verdict disagrees": figure(sdk=2.0, baseline=1.0, unit="s", ratio=2.0,
-                                        target="ratio <= 1.2", met=True),
-            "flagged by the benchmark": figure(sdk=1.0, baseline=1.0, unit="s", ratio=1.0,
-                                               target="ratio <= 1.2", met=True,
-                                               invalid="the moments are out of order"),
+            "longer than the benchmark ran": against_baseline(2556212.6, 94.0, 27193.7),
+            "not positive": against_baseline(-5.0, 94.0, -5 / 94),
+            "baseline time 0": against_baseline(5.0, 0.0, None),
+            "ratio from elsewhere": against_baseline(654.0, 398.0, 0.9, unit="us"),
+            "ratio without baseline": against_baseline(1.0, None, None),
+            "verdict disagrees": against_baseline(2.0, 1.0, 2.0, met=True),
+            "flagged by the benchmark": against_baseline(1.0, 1.0, 1.0, met=True,
+                                                         invalid="the moments are out of order"),
             "no number": figure(sdk=None, unit="s"),
         }
         for name, f in cases.items():
