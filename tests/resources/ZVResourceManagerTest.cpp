@@ -1,121 +1,62 @@
-// Cached file names: MD5 of the whole URL plus a sanitised extension.
-#include <gtest/gtest.h>
-
+// The download queue, the batch loader and the names of cached files.
 #include "resources/ResourceFixture.h"
 #include "resources/ZVArrayLoaderHelper.h"
 #include "resources/ZVFilesSavedValidator.h"
-#include "resources/ZVResourceManager.h"
 #include "util/ZVHash.h"
-
-namespace zivora {
-namespace {
-
-TEST(ConvertURLToFileName, IsTheMd5OfTheWholeUrlAndItsExtension) {
-  const std::string url = "https://cdn.example/ads/v1.mp4?token=a/b";
-  EXPECT_EQ(ZVResourceManager::convertURLToFileName("https://cdn.example/ads/v1.mp4"),
-            ZVHash::md5Hex("https://cdn.example/ads/v1.mp4") + ".mp4");
-  // The query is hashed with the URL; only the extension loses it. Here the
-  // last path component is "b", which has no extension.
-  EXPECT_EQ(ZVResourceManager::convertURLToFileName(url), ZVHash::md5Hex(url) + ".");
-  EXPECT_EQ(ZVResourceManager::convertURLToFileName("https://x/y.png?size=2").substr(32), ".png");
-  EXPECT_EQ(ZVResourceManager::convertURLToFileName("https://x/noext").substr(32), ".");
-}
-
-TEST(ConvertURLToFileName, NeverYieldsPathSeparatorsNulOrLongExtensions) {
-  std::string hostile = std::string("https://x/a.m\0p4", 16);
-  for (const std::string& url :
-       {hostile, std::string("https://x/a.../../etc"), std::string("https://x/a.<script>"),
-        std::string("https://x/a.") + std::string(500, 'e')}) {
-    std::string name = ZVResourceManager::convertURLToFileName(url);
-    EXPECT_EQ(name.find('/'), std::string::npos) << name;
-    EXPECT_EQ(name.find('\0'), std::string::npos);
-    EXPECT_LE(name.size(), 32u + 1u + 16u);
-  }
-}
-
-}  // namespace
-}  // namespace zivora
 
 namespace zivora::test {
 namespace {
 
-class ZVResourceManagerQueueTest : public ResourceFixture {
- protected:
-  std::shared_ptr<RecordingDownloadDelegate> first_ = std::make_shared<RecordingDownloadDelegate>();
-  std::shared_ptr<RecordingDownloadDelegate> second_ =
-      std::make_shared<RecordingDownloadDelegate>();
-};
+using Events = std::vector<std::string>;
+std::string nameOf(const std::string& url) { return ZVResourceManager::convertURLToFileName(url); }
 
-TEST_F(ZVResourceManagerQueueTest, ACompleteFileIsReportedAtOnceWithoutADownload) {
-  const std::string url = "https://cdn.example/a.png";
-  const std::string name = ZVResourceManager::convertURLToFileName(url);
-  writeFile(cache() / name, "12345");
-  ZVFilesSavedValidator::defaultValidator()->setFullLoaded(name, 5);
-  manager()->loadURL(url, first_);
-  // Before the queue ran: the answer came synchronously.
-  EXPECT_EQ(first_->events, (std::vector<std::string>{"finish " + name}));
-  runtime_->runUntilIdle();
-  EXPECT_TRUE(client_->transfers().empty());
-  EXPECT_EQ(manager()->fileSize(name), 5);
-  EXPECT_EQ(manager()->assetForFile(name).url, "file://" + (cache() / name).string());
+TEST(ConvertURLToFileName, IsTheMd5OfTheWholeUrlAndItsExtension) {
+  const std::string url = "https://cdn.example/ads/v1.mp4?token=a/b";
+  EXPECT_EQ(nameOf("https://cdn.example/ads/v1.mp4"),
+            ZVHash::md5Hex("https://cdn.example/ads/v1.mp4") + ".mp4");
+  // The query is hashed with the URL; only the extension loses it. Here the
+  // last path component is "b", which has no extension.
+  EXPECT_EQ(nameOf(url), ZVHash::md5Hex(url) + ".");
+  EXPECT_EQ(nameOf("https://x/y.png?size=2").substr(32), ".png");
 }
 
-TEST_F(ZVResourceManagerQueueTest, DownloadsOneFileAtATimeInOrder) {
+using ZVResourceManagerQueueTest = ResourceFixture;
+
+TEST_F(ZVResourceManagerQueueTest, DownloadsOneFileAtATimeAndAnswersRepeatedAndCompleteOnes) {
   const std::string a = "https://cdn.example/a.png", b = "https://cdn.example/b.png";
-  manager()->loadURLs({a, b}, first_);
+  const std::string done = "https://cdn.example/done.png";
+  writeFile(cache() / nameOf(done), "12345");
+  ZVFilesSavedValidator::defaultValidator()->setFullLoaded(nameOf(done), 5);
+  auto second = std::make_shared<RecordingDownloadDelegate>();
+  // A complete file is answered at once, before the queue runs.
+  manager()->loadURL(done, listener_);
+  EXPECT_EQ(listener_->events, (Events{"finish " + nameOf(done)}));
+  EXPECT_EQ(manager()->assetForFile(nameOf(done)).url,
+            "file://" + (cache() / nameOf(done)).string());
+
+  manager()->loadURLs({a, b}, listener_);
+  manager()->loadURL(a, second);
   runtime_->runUntilIdle();
   ASSERT_EQ(client_->transfers().size(), 1u);
   EXPECT_EQ(client_->last()->request.url, a);
-  client_->serve(client_->last(), "aaaa");
-  runtime_->runUntilIdle();
+  EXPECT_EQ(manager()->fileSize(nameOf(a)), 0);
+  EXPECT_EQ(manager()->fileSize("never.mp4"), -1);
+  // A completion for another file changes nothing.
+  manager()->finishLoading("other.png");
+  serve("aaaa");
   ASSERT_EQ(client_->transfers().size(), 2u);
   EXPECT_EQ(client_->last()->request.url, b);
-  client_->serve(client_->last(), "bbbbbb");
+  // A failed file is forgotten, its bytes kept for a resume.
+  client_->serve(client_->last(), "bbbbbbbbbb", 2, 4);
   runtime_->runUntilIdle();
-  const auto na = ZVResourceManager::convertURLToFileName(a);
-  const auto nb = ZVResourceManager::convertURLToFileName(b);
-  EXPECT_EQ(first_->events, (std::vector<std::string>{"start " + na, "finish " + na, "start " + nb,
-                                                      "finish " + nb}));
-  EXPECT_TRUE(scope_.log().contains("[ZVResourceManager][finishLoading] file: " + na));
-}
-
-TEST_F(ZVResourceManagerQueueTest, ASecondRequestForTheSameFileCompletesRightAfterTheFirst) {
-  const std::string url = "https://cdn.example/v.mp4";
-  const std::string name = ZVResourceManager::convertURLToFileName(url);
-  manager()->loadURL(url, first_);
-  manager()->loadURL(url, second_);
-  runtime_->runUntilIdle();
-  EXPECT_EQ(manager()->fileSize(name), 0);
-  EXPECT_EQ(manager()->fileSize("never.mp4"), -1);
-  client_->serve(client_->last(), "0123456789");
-  runtime_->runUntilIdle();
-  EXPECT_EQ(client_->transfers().size(), 1u);
-  EXPECT_EQ(first_->events, (std::vector<std::string>{"start " + name, "finish " + name}));
-  EXPECT_EQ(second_->events, (std::vector<std::string>{"finish " + name}));
-}
-
-TEST_F(ZVResourceManagerQueueTest, ACompletionForAnotherFileChangesNothingButTheLog) {
-  manager()->loadURL("https://cdn.example/a.png", first_);
-  manager()->finishLoading("other.png");
-  EXPECT_TRUE(
-      scope_.log().contains("[ZVResourceManager][finishLoading] Error, diferrent object. First = " +
-                            ZVResourceManager::convertURLToFileName("https://cdn.example/a.png")));
-  EXPECT_TRUE(
-      manager()->getLoadInfo(ZVResourceManager::convertURLToFileName("https://cdn.example/a.png")));
-}
-
-TEST_F(ZVResourceManagerQueueTest, AFailedFileIsForgottenAndTheNextOneStarts) {
-  const std::string a = "https://cdn.example/a.png", b = "https://cdn.example/b.png";
-  manager()->loadURLs({a, b}, first_);
-  runtime_->runUntilIdle();
-  client_->serve(client_->last(), "aaaaaaaaaa", 2, 4);
-  runtime_->runUntilIdle();
-  const auto na = ZVResourceManager::convertURLToFileName(a);
-  EXPECT_FALSE(manager()->containFile(na));
-  EXPECT_EQ(client_->last()->request.url, b);
-  EXPECT_EQ(std::filesystem::file_size(cache() / na), 4u);
-  EXPECT_TRUE(
-      scope_.log().contains("[ZVResourceManager][errorLoadingResource] Errorloading file = " + na));
+  EXPECT_EQ(listener_->events,
+            (Events{"finish " + nameOf(done), "start " + nameOf(a), "finish " + nameOf(a),
+                    "start " + nameOf(b), "error " + nameOf(b) + " 1"}));
+  // The second request for a file already fetched is answered in its turn.
+  EXPECT_EQ(second->events, (Events{"finish " + nameOf(a)}));
+  EXPECT_EQ(client_->transfers().size(), 2u);
+  EXPECT_FALSE(manager()->containFile(nameOf(b)));
+  EXPECT_EQ(std::filesystem::file_size(cache() / nameOf(b)), 4u);
 }
 
 TEST_F(ZVResourceManagerQueueTest, TheBatchLoaderHearsOnceWhenAllAreCompleteOrOfEachFailure) {
@@ -135,14 +76,13 @@ TEST_F(ZVResourceManagerQueueTest, TheBatchLoaderHearsOnceWhenAllAreCompleteOrOf
 
   helper = std::make_shared<ZVArrayLoaderHelper>();
   helper->setDelegate(batch);
-  helper->addNewForLoad(std::nullopt, false);
-  helper->addNewForLoad("https://cdn.example/x.png", false);
-  helper->addNewForLoad("https://cdn.example/x.png", false);
-  helper->addNewForLoad("https://cdn.example/y.png", false);
+  for (const auto& url : std::vector<std::optional<std::string>>{
+           std::nullopt, "https://cdn.example/x.png", "https://cdn.example/x.png",
+           "https://cdn.example/y.png"})
+    helper->addNewForLoad(url, false);
   helper->startLoad();
   runtime_->runUntilIdle();
-  client_->serve(client_->last(), "xx");
-  runtime_->runUntilIdle();
+  serve("xx");
   client_->serve(client_->last(), "yy", 1, 1);
   runtime_->runUntilIdle();
   EXPECT_EQ(batch->errors, (std::vector<std::int32_t>{1}));

@@ -8,21 +8,22 @@
 namespace zivora {
 namespace {
 
-class Throws final : public ZivoraDelegate {
+// Takes rewards, or throws from two callbacks as a buggy host might.
+class RewardHost final : public ZivoraDelegate {
  public:
-  void videoDidDismiss(const std::string&) override { throw std::runtime_error("host bug"); }
-  bool receiveMotivatedRewards(const std::vector<ZVMotivatedRewardInfo>&) override {
-    throw std::logic_error("host bug");
+  explicit RewardHost(bool throws) : throws_(throws) {}
+  void videoDidDismiss(const std::string&) override {
+    if (throws_) throw std::runtime_error("host bug");
   }
-};
-
-class TakesRewards final : public ZivoraDelegate {
- public:
   bool receiveMotivatedRewards(const std::vector<ZVMotivatedRewardInfo>& rewards) override {
+    if (throws_) throw std::logic_error("host bug");
     received = rewards.size();
     return true;
   }
   std::size_t received = 0;
+
+ private:
+  bool throws_;
 };
 
 void fireEveryCallback(InvokeDelegateHelper& helper) {
@@ -39,7 +40,7 @@ void fireEveryCallback(InvokeDelegateHelper& helper) {
   helper.failedRequestMotivatedRewards(4);
 }
 
-TEST(InvokeDelegateHelper, WithoutADelegateEveryCallbackIsStillRecorded) {
+TEST(InvokeDelegateHelper, RecordsEveryCallbackAndForwardsItWithItsArguments) {
   test::ScopedContext scope;
   InvokeDelegateHelper helper;
   fireEveryCallback(helper);
@@ -49,13 +50,8 @@ TEST(InvokeDelegateHelper, WithoutADelegateEveryCallbackIsStillRecorded) {
           "videoDidCache", "videoDidFailToLoad", "videoWindowWillDisplay", "videoWindowDidDisplay",
           "videoDidDismiss", "videoWindowWillClose", "videoWindowDidClose", "videoPostViewDidClick",
           "videoReceiveReward", "receiveMotivatedRewards", "failedRequestMotivatedRewards"}));
+  // Without a delegate, or with one that does not take them, rewards are refused.
   EXPECT_FALSE(helper.receiveMotivatedRewards({ZVMotivatedRewardInfo("r", "a", 5)}));
-  EXPECT_TRUE(scope.analytics().exceptions().empty());
-}
-
-TEST(InvokeDelegateHelper, ForwardsEachCallbackWithItsArguments) {
-  test::ScopedContext scope;
-  InvokeDelegateHelper helper;
   auto host = std::make_shared<test::RecordingHost>();
   helper.setDelegate(host);
   fireEveryCallback(helper);
@@ -64,19 +60,19 @@ TEST(InvokeDelegateHelper, ForwardsEachCallbackWithItsArguments) {
                 "videoDidCache p", "videoDidFailToLoad p 3", "videoWindowWillDisplay p",
                 "videoWindowDidDisplay p", "videoDidDismiss p", "videoWindowWillClose p",
                 "videoWindowDidClose p", "videoPostViewDidClick p", "videoReceiveReward p"}));
-  // A host that does not take rewards refuses them.
   EXPECT_FALSE(helper.receiveMotivatedRewards({}));
 
-  auto taker = std::make_shared<TakesRewards>();
+  auto taker = std::make_shared<RewardHost>(false);
   helper.setDelegate(taker);
   EXPECT_TRUE(helper.receiveMotivatedRewards({ZVMotivatedRewardInfo("r1", "app", 10)}));
   EXPECT_EQ(taker->received, 1u);
+  EXPECT_TRUE(scope.analytics().exceptions().empty());
 }
 
 TEST(InvokeDelegateHelper, HostExceptionsAreReportedAndSwallowed) {
   test::ScopedContext scope;
   InvokeDelegateHelper helper;
-  helper.setDelegate(std::make_shared<Throws>());
+  helper.setDelegate(std::make_shared<RewardHost>(true));
   helper.videoDidDismiss("p");
   EXPECT_FALSE(helper.receiveMotivatedRewards({}));
   auto reported = scope.analytics().exceptions();

@@ -1,3 +1,5 @@
+// Reachability from the default route and the kind of its interface, and
+// listeners told of changes on their queue.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -14,20 +16,25 @@ using namespace std::chrono_literals;
 using R = ZVReachability;
 
 TEST(ZVReachabilityFlagsTest, StatusFromFlags) {
-  EXPECT_EQ(R::networkStatusForFlags(0), R::NotReachable);
-  EXPECT_EQ(R::networkStatusForFlags(R::kFlagIsWWAN), R::NotReachable);
-  EXPECT_EQ(R::networkStatusForFlags(R::kFlagReachable), R::ReachableViaWiFi);
-  EXPECT_EQ(R::networkStatusForFlags(R::kFlagReachable | R::kFlagConnectionRequired),
-            R::NotReachable);
-  EXPECT_EQ(R::networkStatusForFlags(R::kFlagReachable | R::kFlagConnectionRequired |
-                                     R::kFlagConnectionAutomatic),
-            R::ReachableViaWiFi);
-  EXPECT_EQ(R::networkStatusForFlags(R::kFlagReachable | R::kFlagConnectionRequired |
-                                     R::kFlagConnectionOnDemand | R::kFlagInterventionRequired),
-            R::NotReachable);
-  EXPECT_EQ(R::networkStatusForFlags(R::kFlagReachable | R::kFlagConnectionRequired |
-                                     R::kFlagInterventionRequired | R::kFlagIsWWAN),
-            R::ReachableViaWWAN);
+  const struct {
+    std::uint32_t flags;
+    R::NetworkStatus status;
+  } rows[] = {
+      {0, R::NotReachable},
+      {R::kFlagIsWWAN, R::NotReachable},
+      {R::kFlagReachable, R::ReachableViaWiFi},
+      {R::kFlagReachable | R::kFlagConnectionRequired, R::NotReachable},
+      {R::kFlagReachable | R::kFlagConnectionRequired | R::kFlagConnectionAutomatic,
+       R::ReachableViaWiFi},
+      {R::kFlagReachable | R::kFlagConnectionRequired | R::kFlagConnectionOnDemand |
+           R::kFlagInterventionRequired,
+       R::NotReachable},
+      {R::kFlagReachable | R::kFlagConnectionRequired | R::kFlagInterventionRequired |
+           R::kFlagIsWWAN,
+       R::ReachableViaWWAN},
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(R::networkStatusForFlags(row.flags), row.status) << row.flags;
 }
 
 // Routes from a script; "changed" is raised by the test.
@@ -36,12 +43,10 @@ class ScriptedRoutes final : public platform::RouteSource {
   struct Script {
     std::optional<std::string> defaultInterface;
     bool changed = false;
-    int waits = 0;
   };
   explicit ScriptedRoutes(std::shared_ptr<Script> script) : script_(std::move(script)) {}
   std::optional<std::string> defaultRouteInterface() override { return script_->defaultInterface; }
   bool waitForChange(std::chrono::milliseconds) override {
-    ++script_->waits;
     return std::exchange(script_->changed, false);
   }
   void interrupt() override {}
@@ -53,86 +58,69 @@ class ScriptedRoutes final : public platform::RouteSource {
 class ZVReachabilityTest : public ::testing::Test {
  protected:
   ZVReachabilityTest() {
-    device("eth0", "DEVTYPE=ethernet");
-    device("wwan0", "DEVTYPE=wwan");
-    device("usb0", "INTERFACE=usb0");
+    for (const auto& [name, uevent] : {std::pair{"eth0", "DEVTYPE=ethernet"},
+                                       {"wwan0", "DEVTYPE=wwan"},
+                                       {"usb0", "INTERFACE=usb0"}}) {
+      std::filesystem::create_directories(sysfs_.path() / "class/net" / name);
+      std::ofstream(sysfs_.path() / "class/net" / name / "uevent") << "INTERFACE=" << name << "\n"
+                                                                   << uevent << "\nIFINDEX=3\n";
+    }
   }
-
-  void device(const std::string& name, const std::string& uevent) {
-    auto dir = sysfs_.path() / "class" / "net" / name;
-    std::filesystem::create_directories(dir);
-    std::ofstream(dir / "uevent") << "INTERFACE=" << name << "\n" << uevent << "\nIFINDEX=3\n";
-  }
-
-  std::shared_ptr<R> make() {
-    auto script = script_;
-    return R::reachabilityForInternetConnection(
-        {.sysfsRoot = sysfs_.path(),
-         .routeSource = [script] { return std::make_unique<ScriptedRoutes>(script); }});
-  }
-
   void change(std::optional<std::string> interface) {
     script_->defaultInterface = std::move(interface);
     script_->changed = true;
+    runtime_.advanceBy(1s);
   }
 
   test::VirtualRuntime runtime_;
   test::ScopedContext context_;
   test::TempDir sysfs_;
   std::shared_ptr<ScriptedRoutes::Script> script_ = std::make_shared<ScriptedRoutes::Script>();
+  std::shared_ptr<R> reachability_ = R::reachabilityForInternetConnection(
+      {.sysfsRoot = sysfs_.path(),
+       .routeSource = [script = script_] { return std::make_unique<ScriptedRoutes>(script); }});
 };
 
 TEST_F(ZVReachabilityTest, TheDefaultRouteAndItsInterfaceKindDecide) {
-  auto reachability = make();
-  ASSERT_TRUE(reachability);
-  EXPECT_EQ(reachability->currentReachabilityStatus(), R::NotReachable);
-  script_->defaultInterface = "eth0";
-  EXPECT_EQ(reachability->currentReachabilityStatus(), R::ReachableViaWiFi);
-  script_->defaultInterface = "usb0";
-  EXPECT_EQ(reachability->currentReachabilityStatus(), R::ReachableViaWiFi);
-  script_->defaultInterface = "wwan0";
-  EXPECT_EQ(reachability->currentReachabilityStatus(), R::ReachableViaWWAN);
-  EXPECT_FALSE(reachability->connectionRequired());
-  // An interface that sysfs does not know, or a name that is not one.
-  script_->defaultInterface = "tun9";
-  EXPECT_EQ(reachability->currentReachabilityStatus(), R::ReachableViaWiFi);
-  script_->defaultInterface = "../../wwan0";
-  EXPECT_EQ(reachability->currentReachabilityStatus(), R::ReachableViaWiFi);
+  ASSERT_TRUE(reachability_);
+  EXPECT_FALSE(reachability_->connectionRequired());
+  // An interface that sysfs does not know, or a name that is not one, is
+  // taken as a local network.
+  for (const auto& [interface, status] :
+       std::vector<std::pair<std::optional<std::string>, R::NetworkStatus>>{
+           {std::nullopt, R::NotReachable},
+           {"eth0", R::ReachableViaWiFi},
+           {"usb0", R::ReachableViaWiFi},
+           {"wwan0", R::ReachableViaWWAN},
+           {"tun9", R::ReachableViaWiFi},
+           {"../../wwan0", R::ReachableViaWiFi}}) {
+    script_->defaultInterface = interface;
+    EXPECT_EQ(reachability_->currentReachabilityStatus(), status) << interface.value_or("none");
+  }
 }
 
 TEST_F(ZVReachabilityTest, ListenersHearChangesOfStatusOnTheirQueueUntilStopped) {
   auto queue = runtime_.makeSerialQueue("listener");
-  auto reachability = make();
   std::vector<R::NetworkStatus> heard;
-  reachability->addListener([&](const std::string& name, R& object) {
+  reachability_->addListener([&](const std::string& name, R& object) {
     EXPECT_EQ(name, "kZVNetworkReachabilityChangedNotification");
-    EXPECT_EQ(&object, reachability.get());
+    EXPECT_EQ(&object, reachability_.get());
     EXPECT_TRUE(queue->isCurrent());
     heard.push_back(object.currentReachabilityStatus());
   });
-  ASSERT_TRUE(reachability->startNotifier(queue));
-
+  ASSERT_TRUE(reachability_->startNotifier(queue));
   change("eth0");
-  runtime_.advanceBy(1s);
   change("eth0");  // a change of routes that leaves the status as it was
-  runtime_.advanceBy(1s);
   change("wwan0");
-  runtime_.advanceBy(1s);
   change(std::nullopt);
-  runtime_.advanceBy(1s);
   EXPECT_EQ(heard, (std::vector<R::NetworkStatus>{1, 2, 0}));
 
-  reachability->stopNotifier();
+  reachability_->stopNotifier();
   change("eth0");
-  runtime_.advanceBy(5s);
   EXPECT_EQ(heard.size(), 3u);
-  EXPECT_FALSE(reachability->startNotifier(nullptr));
-}
-
-TEST_F(ZVReachabilityTest, NoRouteSourceMeansNoObject) {
-  auto none = R::reachabilityWithHostName(
-      "example.com", {.routeSource = [] { return std::unique_ptr<platform::RouteSource>(); }});
-  EXPECT_FALSE(none);
+  EXPECT_FALSE(reachability_->startNotifier(nullptr));
+  EXPECT_FALSE(R::reachabilityWithHostName(
+      "example.com", {.routeSource = [] { return std::unique_ptr<platform::RouteSource>(); }}));
 }
 
 }  // namespace

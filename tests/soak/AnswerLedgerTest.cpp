@@ -21,11 +21,9 @@ TEST(AnswerLedgerTest, ReadsTheHostsStepsAndCallbacksInOrder) {
                          "[   9.301s] delegate: videoReceiveReward short\n";
   AnswerLedger ledger;
   ledger.readHostOutput(file, false);
-  const auto summary = ledger.summary();
-  EXPECT_EQ(summary.requests, 2u);
-  EXPECT_EQ(summary.answeredOnce, 2u);
-  EXPECT_EQ(summary.answeredTwice, 0u);
-  EXPECT_EQ(summary.neverAnswered, 0u);
+  EXPECT_EQ(ledger.summary().requests, 2u);
+  EXPECT_EQ(ledger.summary().answeredOnce, 2u);
+  EXPECT_EQ(ledger.summary().answeredTwice + ledger.summary().neverAnswered, 0u);
 }
 
 // A failure answers whichever request of its placement waits; an answer with

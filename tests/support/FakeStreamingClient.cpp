@@ -57,31 +57,24 @@ void FakeStreamingClient::complete(const std::shared_ptr<Transfer>& transfer,
 void FakeStreamingClient::serve(const std::shared_ptr<Transfer>& transfer,
                                 const std::string& content, std::size_t chunk,
                                 std::optional<std::size_t> stopAfter) {
-  std::size_t offset = 0;
-  if (auto range = transfer->header("Range")) offset = std::stoull(range->substr(6));
-  if (offset >= content.size() && offset > 0) {
+  const auto range = transfer->header("Range");
+  const std::size_t offset = range ? std::stoull(range->substr(6)) : 0;
+  if (offset > 0 && offset >= content.size()) {
     respond(transfer, 416, {{"Content-Range", fmt::format("bytes */{}", content.size())}});
-    complete(transfer);
-    return;
+    return complete(transfer);
   }
-  const std::size_t length = content.size() - offset;
-  if (transfer->header("Range")) {
+  const std::string length = std::to_string(content.size() - offset);
+  if (range) {
     respond(transfer, 206,
             {{"Content-Range",
               fmt::format("bytes {}-{}/{}", offset, content.size() - 1, content.size())},
-             {"Content-Length", std::to_string(length)}});
+             {"Content-Length", length}});
   } else {
-    respond(transfer, 200, {{"Content-Length", std::to_string(length)}});
+    respond(transfer, 200, {{"Content-Length", length}});
   }
-  std::size_t sent = 0;
   for (std::size_t at = offset; at < content.size(); at += chunk) {
-    if (stopAfter && sent >= *stopAfter) {
-      complete(transfer, "connection reset");
-      return;
-    }
-    const std::string piece = content.substr(at, chunk);
-    sent += piece.size();
-    send(transfer, piece);
+    if (stopAfter && at - offset >= *stopAfter) return complete(transfer, "connection reset");
+    send(transfer, content.substr(at, chunk));
   }
   complete(transfer);
 }
