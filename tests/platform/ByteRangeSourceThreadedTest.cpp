@@ -3,6 +3,7 @@
 #include <chrono>
 #include <future>
 #include <numeric>
+#include <stdexcept>
 #include <thread>
 
 #include "platform/linux/ThreadRuntime.h"
@@ -12,6 +13,13 @@ namespace zivora::media {
 namespace {
 
 using namespace std::chrono_literals;
+
+// A read's result; a read still waiting after the limit fails the test.
+template <class T>
+T answerOf(std::future<T>& future) {
+  if (future.wait_for(20s) != std::future_status::ready) throw std::runtime_error("no answer");
+  return future.get();
+}
 
 // Takes every read and keeps it open; the test answers on the main queue.
 class HoldingDelegate final : public ResourceLoaderDelegate {
@@ -69,8 +77,7 @@ TEST_F(ByteRangeSourceThreadedTest, AReadWaitsUntilTheDelegateHasAnsweredEveryBy
   runtime_.mainQueue().async([request] { request->respond(std::vector<std::uint8_t>(1000, 7)); });
   EXPECT_EQ(answer.wait_for(50ms), std::future_status::timeout);
   runtime_.mainQueue().async([request] { request->respond(std::vector<std::uint8_t>(2000, 8)); });
-  ASSERT_EQ(answer.wait_for(20s), std::future_status::ready);
-  const auto result = answer.get();
+  const auto result = answerOf(answer);
   EXPECT_EQ(result.outcome, LoadingRequest::Outcome::Answered);
   EXPECT_EQ(result.bytes.size(), 3000u);
   EXPECT_EQ(source_->contentLength(), 1 << 20);
@@ -83,8 +90,7 @@ TEST_F(ByteRangeSourceThreadedTest, ReadsInsideTheAnsweredBytesOfTheLatestReques
   std::vector<std::uint8_t> bytes(9000);
   std::iota(bytes.begin(), bytes.end(), std::uint8_t{0});
   runtime_.mainQueue().async([&] { request->respond(bytes); });
-  ASSERT_EQ(first.wait_for(20s), std::future_status::ready);
-  EXPECT_EQ(first.get().bytes.size(), 200u);
+  EXPECT_EQ(answerOf(first).bytes.size(), 200u);
 
   // Before, after and overlapping the first read: answered from memory.
   const auto inside = source_->read(5000, 4000);
@@ -104,8 +110,7 @@ TEST_F(ByteRangeSourceThreadedTest, ReadsInsideTheAnsweredBytesOfTheLatestReques
     second->respond(std::vector<std::uint8_t>(100, 9));
     second->finishLoading();
   });
-  ASSERT_EQ(beyond.wait_for(20s), std::future_status::ready);
-  EXPECT_EQ(beyond.get().bytes, (std::vector<std::uint8_t>{9, 9}));
+  EXPECT_EQ(answerOf(beyond).bytes, (std::vector<std::uint8_t>{9, 9}));
   // The request before it still serves what it was answered.
   EXPECT_EQ(source_->read(2000, 100).bytes.front(), bytes[1000]);
   EXPECT_EQ(delegate_->requests.size(), 2u);
@@ -128,18 +133,15 @@ TEST_F(ByteRangeSourceThreadedTest, AFlushBreaksTheWaitingReadAndRefusesReadsUnt
   auto waiting = interruptedRead(0);
   ASSERT_TRUE(delegate_->waitForRequest(0));
   source_->setFlushing(true);
-  ASSERT_EQ(waiting.wait_for(20s), std::future_status::ready);
-  EXPECT_TRUE(waiting.get());
+  EXPECT_TRUE(answerOf(waiting));
   auto during = interruptedRead(8192);
-  ASSERT_EQ(during.wait_for(20s), std::future_status::ready);
-  EXPECT_TRUE(during.get());
+  EXPECT_TRUE(answerOf(during));
   source_->setFlushing(false);
   // After the flush a read waits for its answer again, and a refusal is not
   // an interruption.
   delegate_->accept = false;
   auto after = interruptedRead(8192);
-  ASSERT_EQ(after.wait_for(20s), std::future_status::ready);
-  EXPECT_FALSE(after.get());
+  EXPECT_FALSE(answerOf(after));
   EXPECT_EQ(delegate_->requests.size(), 1u);
 }
 
@@ -147,8 +149,7 @@ TEST_F(ByteRangeSourceThreadedTest, ShutdownAndCancelledLoadingBreakAWaitingRead
   auto first = readAsync(0, 4096);
   ASSERT_TRUE(delegate_->waitForRequest(0));
   source_->shutdown();
-  ASSERT_EQ(first.wait_for(20s), std::future_status::ready);
-  EXPECT_EQ(first.get().outcome, LoadingRequest::Outcome::Failed);
+  EXPECT_EQ(answerOf(first).outcome, LoadingRequest::Outcome::Failed);
   // Later reads fail at once, without reaching the delegate.
   EXPECT_EQ(source_->read(0, 4096).outcome, LoadingRequest::Outcome::Failed);
 
@@ -156,8 +157,7 @@ TEST_F(ByteRangeSourceThreadedTest, ShutdownAndCancelledLoadingBreakAWaitingRead
   auto second = std::async(std::launch::async, [&] { return other->read(0, 4096); });
   ASSERT_TRUE(delegate_->waitForRequest(1));
   asset_->cancelLoading();
-  ASSERT_EQ(second.wait_for(20s), std::future_status::ready);
-  EXPECT_EQ(second.get().outcome, LoadingRequest::Outcome::Failed);
+  EXPECT_EQ(answerOf(second).outcome, LoadingRequest::Outcome::Failed);
   EXPECT_TRUE(asset_->isLoadingCancelled());
 }
 
@@ -178,8 +178,7 @@ TEST_F(ByteRangeSourceThreadedTest, AReadWaitingWhilePlayingIsAStall) {
   source_->setPlaying(true);
   EXPECT_EQ(stalled.wait_for(20s), std::future_status::ready);
   runtime_.mainQueue().async([request] { request->finishLoading(); });
-  ASSERT_EQ(answer.wait_for(20s), std::future_status::ready);
-  EXPECT_EQ(answer.get().outcome, LoadingRequest::Outcome::Finished);
+  EXPECT_EQ(answerOf(answer).outcome, LoadingRequest::Outcome::Finished);
 }
 
 }  // namespace
