@@ -38,12 +38,24 @@ bool waitPast(Queue& queue, Duration delay) {
   return ready(future);
 }
 
-// A gate that tasks wait on until the test opens it.
-struct Gate {
-  std::promise<void> opener;
-  std::shared_future<void> opened = opener.get_future().share();
-  void open() { opener.set_value(); }
-  bool wait() const { return opened.wait_for(kTimeout) == std::future_status::ready; }
+// A task that holds its queue until the test opens the gate.
+struct HeldTask {
+  Task task() {
+    return [this] {
+      started.set_value();
+      opened.wait_for(kTimeout);
+      finished = true;
+    };
+  }
+  bool hasStarted() {
+    auto future = started.get_future();
+    return ready(future);
+  }
+  void open() { gate.set_value(); }
+
+  std::promise<void> gate, started;
+  std::shared_future<void> opened = gate.get_future().share();
+  std::atomic<bool> finished{false};
 };
 
 // Counts what runs after it should have been dropped, and shows that what it
@@ -123,8 +135,8 @@ TEST(ThreadRuntimeThreadedTest, IsCurrentOnlyOnTheQueuesOwnThreadAndGlobalRunsTw
 TEST(ThreadRuntimeThreadedTest, TasksCancelledBeforeTheyStartNeverRun) {
   ThreadRuntime runtime;
   auto queue = runtime.makeSerialQueue("cancel");
-  Gate gate;
-  queue->async([&] { gate.wait(); });  // holds the queue while handles are cancelled
+  HeldTask held;
+  queue->async(held.task());  // holds the queue while handles are cancelled
   constexpr int kTasks = 200;
   std::vector<TaskHandle> handles;
   std::vector<std::atomic<bool>> ran(kTasks);
@@ -136,7 +148,7 @@ TEST(ThreadRuntimeThreadedTest, TasksCancelledBeforeTheyStartNeverRun) {
   });
   for (int i = 0; i < kTasks; i += 2) handles[i].cancel();
   canceller.join();
-  gate.open();
+  held.open();
   ASSERT_TRUE(waitPast(*queue, 2ms));
   for (int i = 0; i < kTasks; ++i) EXPECT_EQ(ran[i].load(), i % 2 == 1) << "task " << i;
   handles[1].cancel();  // cancelling after the run is harmless
@@ -224,25 +236,18 @@ TEST(ThreadRuntimeThreadedTest, DestroyingAnIdleQueueDropsDelayedWorkAndJoins) {
 TEST(ThreadRuntimeThreadedTest, DestroyingTheRuntimeLetsTheRunningTaskFinishAndDropsTheRest) {
   auto runtime = std::make_unique<ThreadRuntime>();
   auto survivor = runtime->makeSerialQueue("survivor");
-  Gate gate;
-  std::promise<void> started;
-  std::atomic<bool> finished{false};
+  HeldTask held;
   LateWork late;
-  survivor->async([&] {
-    started.set_value();
-    gate.wait();
-    finished = true;
-  });
+  survivor->async(held.task());
   survivor->after(1h, late.task());
   runtime->mainQueue().after(1h, late.task());
   runtime->globalQueue().after(1h, late.task());
-  auto startedFuture = started.get_future();
-  ASSERT_TRUE(ready(startedFuture));
+  ASSERT_TRUE(held.hasStarted());
 
   std::thread destroyer([&] { runtime.reset(); });
-  gate.open();
+  held.open();
   destroyer.join();
-  EXPECT_TRUE(finished);
+  EXPECT_TRUE(held.finished);
   // The queue outlives its runtime; posting to it is harmless and runs nothing.
   survivor->async(late.task());
   survivor->after(1ms, late.task());
@@ -253,25 +258,18 @@ TEST(ThreadRuntimeThreadedTest, DestroyingTheRuntimeLetsTheRunningTaskFinishAndD
 TEST(ThreadRuntimeThreadedTest, ShutdownFromAQueuesOwnTaskWaitsForTheOthersOnly) {
   ThreadRuntime runtime;
   auto serial = runtime.makeSerialQueue("busy");
-  Gate gate;
-  std::promise<void> started;
-  std::atomic<bool> serialFinished{false};
-  serial->async([&] {
-    started.set_value();
-    gate.wait();
-    serialFinished = true;
-  });
-  auto startedFuture = started.get_future();
-  ASSERT_TRUE(ready(startedFuture));
+  HeldTask held;
+  serial->async(held.task());
+  ASSERT_TRUE(held.hasStarted());
 
   // The caller's own task is not waited for (that would be itself); the
   // busy serial queue's task is.
   std::promise<bool> shutDown;
   runtime.mainQueue().async([&] {
-    std::thread opener([&] { gate.open(); });
+    std::thread opener([&] { held.open(); });
     runtime.shutdown();
     opener.join();
-    shutDown.set_value(serialFinished.load());
+    shutDown.set_value(held.finished.load());
   });
   auto shutDownFuture = shutDown.get_future();
   ASSERT_TRUE(ready(shutDownFuture));
@@ -312,15 +310,15 @@ TEST(ThreadRuntimeThreadedTest, AQueueMayDropItsLastReferenceFromItsOwnTask) {
   auto holder = std::make_shared<std::shared_ptr<Queue>>(runtime.makeSerialQueue("self"));
   std::weak_ptr<Queue> watch = *holder;
   std::promise<void> dropped;
-  Gate gate;
+  HeldTask held;
   LateWork late;
-  (*holder)->async([holder, &dropped, &gate] {
-    gate.wait();      // until the next task is queued behind this one
+  (*holder)->async([holder, &dropped, &held] {
+    held.task()();    // until the next task is queued behind this one
     holder->reset();  // the last reference: the queue detaches its own thread
     dropped.set_value();
   });
   (*holder)->async(late.task());
-  gate.open();
+  held.open();
   auto future = dropped.get_future();
   ASSERT_TRUE(ready(future));
   EXPECT_TRUE(watch.expired());
