@@ -8,6 +8,7 @@
 
 #include "platform/linux/ThreadRuntime.h"
 #include "platform/media/ByteRangeSource.h"
+#include "support/HoldingLoader.h"
 
 namespace zivora::media {
 namespace {
@@ -20,31 +21,6 @@ T answerOf(std::future<T>& future) {
   if (future.wait_for(20s) != std::future_status::ready) throw std::runtime_error("no answer");
   return future.get();
 }
-
-// Takes every read and keeps it open; the test answers on the main queue.
-class HoldingDelegate final : public ResourceLoaderDelegate {
- public:
-  bool shouldWaitForLoadingOfRequestedResource(
-      const std::shared_ptr<LoadingRequest>& request) override {
-    request->contentInformationRequest().setContentLength(1 << 20);
-    if (!accept) return false;
-    std::lock_guard lock(mutex);
-    requests.push_back(request);
-    taken.notify_all();
-    return true;
-  }
-
-  std::shared_ptr<LoadingRequest> waitForRequest(std::size_t index) {
-    std::unique_lock lock(mutex);
-    if (!taken.wait_for(lock, 20s, [&] { return requests.size() > index; })) return nullptr;
-    return requests[index];
-  }
-
-  bool accept = true;
-  std::mutex mutex;
-  std::condition_variable taken;
-  std::vector<std::shared_ptr<LoadingRequest>> requests;
-};
 
 class ByteRangeSourceThreadedTest : public ::testing::Test {
  protected:
@@ -62,7 +38,7 @@ class ByteRangeSourceThreadedTest : public ::testing::Test {
   }
 
   dispatch::ThreadRuntime runtime_;
-  std::shared_ptr<HoldingDelegate> delegate_ = std::make_shared<HoldingDelegate>();
+  std::shared_ptr<test::HoldingLoader> delegate_ = std::make_shared<test::HoldingLoader>();
   std::shared_ptr<MediaAsset> asset_ = std::make_shared<MediaAsset>("customLoader://clip.mp4");
   std::promise<void> stalls_;
   std::shared_ptr<ByteRangeSource> source_;
@@ -98,7 +74,7 @@ TEST_F(ByteRangeSourceThreadedTest, ReadsInsideTheAnsweredBytesOfTheLatestReques
   ASSERT_EQ(inside.bytes.size(), 4000u);
   EXPECT_EQ(inside.bytes.front(), bytes[4000]);
   EXPECT_EQ(source_->read(1000, 10).bytes.front(), bytes[0]);
-  EXPECT_EQ(delegate_->requests.size(), 1u);
+  EXPECT_EQ(delegate_->requestCount(), 1u);
 
   // A byte past the answered ones takes a new request, even inside the
   // first one's range: only the newest request is still answered.
@@ -113,13 +89,13 @@ TEST_F(ByteRangeSourceThreadedTest, ReadsInsideTheAnsweredBytesOfTheLatestReques
   EXPECT_EQ(answerOf(beyond).bytes, (std::vector<std::uint8_t>{9, 9}));
   // The request before it still serves what it was answered.
   EXPECT_EQ(source_->read(2000, 100).bytes.front(), bytes[1000]);
-  EXPECT_EQ(delegate_->requests.size(), 2u);
+  EXPECT_EQ(delegate_->requestCount(), 2u);
 
   // Once the asset's loading is cancelled nothing is served, not even
   // bytes in memory.
   asset_->cancelLoading();
   EXPECT_EQ(source_->read(10000, 50).outcome, LoadingRequest::Outcome::Failed);
-  EXPECT_EQ(delegate_->requests.size(), 2u);
+  EXPECT_EQ(delegate_->requestCount(), 2u);
 }
 
 TEST_F(ByteRangeSourceThreadedTest, AFlushBreaksTheWaitingReadAndRefusesReadsUntilItStops) {
@@ -142,7 +118,7 @@ TEST_F(ByteRangeSourceThreadedTest, AFlushBreaksTheWaitingReadAndRefusesReadsUnt
   delegate_->accept = false;
   auto after = interruptedRead(8192);
   EXPECT_FALSE(answerOf(after));
-  EXPECT_EQ(delegate_->requests.size(), 1u);
+  EXPECT_EQ(delegate_->requestCount(), 1u);
 }
 
 TEST_F(ByteRangeSourceThreadedTest, ShutdownAndCancelledLoadingBreakAWaitingRead) {

@@ -5,13 +5,13 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <future>
 #include <mutex>
 #include <vector>
 
 #include "platform/linux/GstMediaFactory.h"
 #include "platform/linux/ThreadRuntime.h"
 #include "support/Files.h"
+#include "support/HoldingLoader.h"
 #include "support/RunOnQueue.h"
 #include "support/TempDir.h"
 #include "support/TestMedia.h"
@@ -114,16 +114,6 @@ class GrowingFileLoader final : public ResourceLoaderDelegate {
   std::filesystem::path file_;
   std::int64_t fullSize_;
   std::shared_ptr<LoadingRequest> open_;
-};
-
-// Takes every read and never answers.
-class SilentLoader final : public ResourceLoaderDelegate {
- public:
-  bool shouldWaitForLoadingOfRequestedResource(const std::shared_ptr<LoadingRequest>&) override {
-    reads.set_value();
-    return true;
-  }
-  std::promise<void> reads;
 };
 
 class GstMediaPlayerIntegrationTest : public ::testing::Test {
@@ -302,11 +292,11 @@ TEST_F(GstMediaPlayerIntegrationTest, ACustomLoaderItemStallsOnAGrowingFileAndCo
 }
 
 TEST_F(GstMediaPlayerIntegrationTest, StoppingAnItemWhoseReadWaitsReturnsPromptly) {
-  auto loader = std::make_shared<SilentLoader>();
+  auto loader = std::make_shared<test::HoldingLoader>();
   auto asset = std::make_shared<MediaAsset>("customLoader://never.mp4");
   asset->setResourceLoaderDelegate(loader);
   open(asset, false);
-  ASSERT_EQ(loader->reads.get_future().wait_for(kPatience), std::future_status::ready);
+  ASSERT_TRUE(loader->waitForRequest(0, kPatience));
   onMain([&] {
     const auto started = std::chrono::steady_clock::now();
     player_->pause();
