@@ -3,40 +3,24 @@
 #include <chrono>
 #include <future>
 #include <numeric>
+#include <stdexcept>
 #include <thread>
 
 #include "platform/linux/ThreadRuntime.h"
 #include "platform/media/ByteRangeSource.h"
+#include "support/HoldingLoader.h"
 
 namespace zivora::media {
 namespace {
 
 using namespace std::chrono_literals;
 
-// Takes every read and keeps it open; the test answers on the main queue.
-class HoldingDelegate final : public ResourceLoaderDelegate {
- public:
-  bool shouldWaitForLoadingOfRequestedResource(
-      const std::shared_ptr<LoadingRequest>& request) override {
-    request->contentInformationRequest().setContentLength(1 << 20);
-    if (!accept) return false;
-    std::lock_guard lock(mutex);
-    requests.push_back(request);
-    taken.notify_all();
-    return true;
-  }
-
-  std::shared_ptr<LoadingRequest> waitForRequest(std::size_t index) {
-    std::unique_lock lock(mutex);
-    if (!taken.wait_for(lock, 20s, [&] { return requests.size() > index; })) return nullptr;
-    return requests[index];
-  }
-
-  bool accept = true;
-  std::mutex mutex;
-  std::condition_variable taken;
-  std::vector<std::shared_ptr<LoadingRequest>> requests;
-};
+// A read's result; a read still waiting after the limit fails the test.
+template <class T>
+T answerOf(std::future<T>& future) {
+  if (future.wait_for(20s) != std::future_status::ready) throw std::runtime_error("no answer");
+  return future.get();
+}
 
 class ByteRangeSourceThreadedTest : public ::testing::Test {
  protected:
@@ -54,7 +38,7 @@ class ByteRangeSourceThreadedTest : public ::testing::Test {
   }
 
   dispatch::ThreadRuntime runtime_;
-  std::shared_ptr<HoldingDelegate> delegate_ = std::make_shared<HoldingDelegate>();
+  std::shared_ptr<test::HoldingLoader> delegate_ = std::make_shared<test::HoldingLoader>();
   std::shared_ptr<MediaAsset> asset_ = std::make_shared<MediaAsset>("customLoader://clip.mp4");
   std::promise<void> stalls_;
   std::shared_ptr<ByteRangeSource> source_;
@@ -69,8 +53,7 @@ TEST_F(ByteRangeSourceThreadedTest, AReadWaitsUntilTheDelegateHasAnsweredEveryBy
   runtime_.mainQueue().async([request] { request->respond(std::vector<std::uint8_t>(1000, 7)); });
   EXPECT_EQ(answer.wait_for(50ms), std::future_status::timeout);
   runtime_.mainQueue().async([request] { request->respond(std::vector<std::uint8_t>(2000, 8)); });
-  ASSERT_EQ(answer.wait_for(20s), std::future_status::ready);
-  const auto result = answer.get();
+  const auto result = answerOf(answer);
   EXPECT_EQ(result.outcome, LoadingRequest::Outcome::Answered);
   EXPECT_EQ(result.bytes.size(), 3000u);
   EXPECT_EQ(source_->contentLength(), 1 << 20);
@@ -83,8 +66,7 @@ TEST_F(ByteRangeSourceThreadedTest, ReadsInsideTheAnsweredBytesOfTheLatestReques
   std::vector<std::uint8_t> bytes(9000);
   std::iota(bytes.begin(), bytes.end(), std::uint8_t{0});
   runtime_.mainQueue().async([&] { request->respond(bytes); });
-  ASSERT_EQ(first.wait_for(20s), std::future_status::ready);
-  EXPECT_EQ(first.get().bytes.size(), 200u);
+  EXPECT_EQ(answerOf(first).bytes.size(), 200u);
 
   // Before, after and overlapping the first read: answered from memory.
   const auto inside = source_->read(5000, 4000);
@@ -92,7 +74,7 @@ TEST_F(ByteRangeSourceThreadedTest, ReadsInsideTheAnsweredBytesOfTheLatestReques
   ASSERT_EQ(inside.bytes.size(), 4000u);
   EXPECT_EQ(inside.bytes.front(), bytes[4000]);
   EXPECT_EQ(source_->read(1000, 10).bytes.front(), bytes[0]);
-  EXPECT_EQ(delegate_->requests.size(), 1u);
+  EXPECT_EQ(delegate_->requestCount(), 1u);
 
   // A byte past the answered ones takes a new request, even inside the
   // first one's range: only the newest request is still answered.
@@ -104,17 +86,16 @@ TEST_F(ByteRangeSourceThreadedTest, ReadsInsideTheAnsweredBytesOfTheLatestReques
     second->respond(std::vector<std::uint8_t>(100, 9));
     second->finishLoading();
   });
-  ASSERT_EQ(beyond.wait_for(20s), std::future_status::ready);
-  EXPECT_EQ(beyond.get().bytes, (std::vector<std::uint8_t>{9, 9}));
+  EXPECT_EQ(answerOf(beyond).bytes, (std::vector<std::uint8_t>{9, 9}));
   // The request before it still serves what it was answered.
   EXPECT_EQ(source_->read(2000, 100).bytes.front(), bytes[1000]);
-  EXPECT_EQ(delegate_->requests.size(), 2u);
+  EXPECT_EQ(delegate_->requestCount(), 2u);
 
   // Once the asset's loading is cancelled nothing is served, not even
   // bytes in memory.
   asset_->cancelLoading();
   EXPECT_EQ(source_->read(10000, 50).outcome, LoadingRequest::Outcome::Failed);
-  EXPECT_EQ(delegate_->requests.size(), 2u);
+  EXPECT_EQ(delegate_->requestCount(), 2u);
 }
 
 TEST_F(ByteRangeSourceThreadedTest, AFlushBreaksTheWaitingReadAndRefusesReadsUntilItStops) {
@@ -128,27 +109,23 @@ TEST_F(ByteRangeSourceThreadedTest, AFlushBreaksTheWaitingReadAndRefusesReadsUnt
   auto waiting = interruptedRead(0);
   ASSERT_TRUE(delegate_->waitForRequest(0));
   source_->setFlushing(true);
-  ASSERT_EQ(waiting.wait_for(20s), std::future_status::ready);
-  EXPECT_TRUE(waiting.get());
+  EXPECT_TRUE(answerOf(waiting));
   auto during = interruptedRead(8192);
-  ASSERT_EQ(during.wait_for(20s), std::future_status::ready);
-  EXPECT_TRUE(during.get());
+  EXPECT_TRUE(answerOf(during));
   source_->setFlushing(false);
   // After the flush a read waits for its answer again, and a refusal is not
   // an interruption.
   delegate_->accept = false;
   auto after = interruptedRead(8192);
-  ASSERT_EQ(after.wait_for(20s), std::future_status::ready);
-  EXPECT_FALSE(after.get());
-  EXPECT_EQ(delegate_->requests.size(), 1u);
+  EXPECT_FALSE(answerOf(after));
+  EXPECT_EQ(delegate_->requestCount(), 1u);
 }
 
 TEST_F(ByteRangeSourceThreadedTest, ShutdownAndCancelledLoadingBreakAWaitingRead) {
   auto first = readAsync(0, 4096);
   ASSERT_TRUE(delegate_->waitForRequest(0));
   source_->shutdown();
-  ASSERT_EQ(first.wait_for(20s), std::future_status::ready);
-  EXPECT_EQ(first.get().outcome, LoadingRequest::Outcome::Failed);
+  EXPECT_EQ(answerOf(first).outcome, LoadingRequest::Outcome::Failed);
   // Later reads fail at once, without reaching the delegate.
   EXPECT_EQ(source_->read(0, 4096).outcome, LoadingRequest::Outcome::Failed);
 
@@ -156,8 +133,7 @@ TEST_F(ByteRangeSourceThreadedTest, ShutdownAndCancelledLoadingBreakAWaitingRead
   auto second = std::async(std::launch::async, [&] { return other->read(0, 4096); });
   ASSERT_TRUE(delegate_->waitForRequest(1));
   asset_->cancelLoading();
-  ASSERT_EQ(second.wait_for(20s), std::future_status::ready);
-  EXPECT_EQ(second.get().outcome, LoadingRequest::Outcome::Failed);
+  EXPECT_EQ(answerOf(second).outcome, LoadingRequest::Outcome::Failed);
   EXPECT_TRUE(asset_->isLoadingCancelled());
 }
 
@@ -178,8 +154,7 @@ TEST_F(ByteRangeSourceThreadedTest, AReadWaitingWhilePlayingIsAStall) {
   source_->setPlaying(true);
   EXPECT_EQ(stalled.wait_for(20s), std::future_status::ready);
   runtime_.mainQueue().async([request] { request->finishLoading(); });
-  ASSERT_EQ(answer.wait_for(20s), std::future_status::ready);
-  EXPECT_EQ(answer.get().outcome, LoadingRequest::Outcome::Finished);
+  EXPECT_EQ(answerOf(answer).outcome, LoadingRequest::Outcome::Finished);
 }
 
 }  // namespace

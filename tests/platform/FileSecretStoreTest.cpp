@@ -52,6 +52,9 @@ TEST_F(FileSecretStoreTest, KeepsItemsInPrivateFiles) {
   EXPECT_EQ(store_.remove(kKey), kSecretSuccess);
   EXPECT_EQ(store_.remove(kKey), kSecretItemNotFound);
   EXPECT_FALSE(std::filesystem::exists(store_.fileFor(kKey)));
+  // A file that holds another item is not taken for this one.
+  overwrite(SecretFile{otherApp, "theirs"}.format());
+  EXPECT_EQ(store_.find(kKey, data), kSecretItemNotFound);
 }
 
 TEST_F(FileSecretStoreTest, DamagedFilesReadAsAbsentAndAreRewritten) {
@@ -70,14 +73,6 @@ TEST_F(FileSecretStoreTest, DamagedFilesReadAsAbsentAndAreRewritten) {
     EXPECT_EQ(store_.find(kKey, data), kSecretSuccess);
     EXPECT_EQ(data, "fresh");
   }
-}
-
-TEST_F(FileSecretStoreTest, AFileOfAnotherItemIsNotTakenForThisOne) {
-  SecretItemKey other = kKey;
-  other.account = "zvp_random_uid";
-  overwrite(SecretFile{other, "theirs"}.format());
-  std::string data;
-  EXPECT_EQ(store_.find(kKey, data), kSecretItemNotFound);
 }
 
 TEST(SecretFileTest, RoundTripsAnyBytesAndRejectsEveryTruncation) {

@@ -5,13 +5,13 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <future>
 #include <mutex>
 #include <vector>
 
 #include "platform/linux/GstMediaFactory.h"
 #include "platform/linux/ThreadRuntime.h"
 #include "support/Files.h"
+#include "support/HoldingLoader.h"
 #include "support/RunOnQueue.h"
 #include "support/TempDir.h"
 #include "support/TestMedia.h"
@@ -23,50 +23,50 @@ using namespace std::chrono_literals;
 constexpr auto kPatience = 30s;
 
 struct Counts {
-  int readyCount = 0;
-  int failedCount = 0;
-  int endCount = 0;
-  int failedToEndCount = 0;
-  int stallCount = 0;
-  MediaTime durationAtReady;
-  MediaTime positionAtReady;
-  int frames = 0;
+  int ready = 0, failed = 0, ended = 0, failedToEnd = 0, stalls = 0, frames = 0;
+  MediaTime durationAtReady, positionAtReady;
   int width = 0, height = 0, stride = 0;
   std::size_t pixelBytes = 0;
   std::vector<MediaTime> framesAfterReady;
+
+  bool settled() const { return ended + failed + failedToEnd > 0; }
 };
 
 // What the item and the player report, recorded on the main queue and read
 // by the test thread.
-class Recorder final : public FrameSink, public Counts {
+class Recorder final : public FrameSink {
  public:
   void videoFrame(const VideoFrame& frame) override {
-    std::lock_guard lock(mutex_);
-    ++frames;
-    width = frame.width;
-    height = frame.height;
-    stride = frame.stride;
-    pixelBytes = frame.pixels.size();
-    if (readyCount > 0) framesAfterReady.push_back(frame.presentationTime);
-    changed_.notify_all();
+    record([&](Counts& c) {
+      ++c.frames;
+      c.width = frame.width;
+      c.height = frame.height;
+      c.stride = frame.stride;
+      c.pixelBytes = frame.pixels.size();
+      if (c.ready > 0) c.framesAfterReady.push_back(frame.presentationTime);
+    });
   }
 
-  template <class Predicate>
-  bool waitFor(Predicate predicate) {
+  bool waitFor(const std::function<bool(const Counts&)>& predicate) {
     std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, kPatience, [&] { return predicate(*this); });
+    return changed_.wait_for(lock, kPatience, [&] { return predicate(counts_); });
   }
 
-  template <class Change>
-  void record(Change change) {
+  void record(const std::function<void(Counts&)>& change) {
     std::lock_guard lock(mutex_);
-    change(*this);
+    change(counts_);
     changed_.notify_all();
+  }
+
+  Counts counts() {
+    std::lock_guard lock(mutex_);
+    return counts_;
   }
 
  private:
   std::mutex mutex_;
   std::condition_variable changed_;
+  Counts counts_;
 };
 
 // Serves a file that grows on disk, as the progressive loader serves a
@@ -116,16 +116,6 @@ class GrowingFileLoader final : public ResourceLoaderDelegate {
   std::shared_ptr<LoadingRequest> open_;
 };
 
-// Takes every read and never answers.
-class SilentLoader final : public ResourceLoaderDelegate {
- public:
-  bool shouldWaitForLoadingOfRequestedResource(const std::shared_ptr<LoadingRequest>&) override {
-    reads.set_value();
-    return true;
-  }
-  std::promise<void> reads;
-};
-
 class GstMediaPlayerIntegrationTest : public ::testing::Test {
  protected:
   ~GstMediaPlayerIntegrationTest() override {
@@ -140,8 +130,11 @@ class GstMediaPlayerIntegrationTest : public ::testing::Test {
     ASSERT_TRUE(test::runOnQueue(runtime_.mainQueue(), std::move(body), kPatience));
   }
 
+  // Opens a fresh item (with the counts reset); `watched` gives the player
+  // the recorder as its screen.
   void open(std::shared_ptr<MediaAsset> asset, bool playWhenReady,
             MediaTime startAt = MediaTime::zero(), bool watched = true) {
+    recorder_.record([](Counts& c) { c = {}; });
     onMain([&] {
       item_ = factory_.makeItem(std::move(asset));
       if (startAt > MediaTime::zero()) item_->seekTo(startAt);
@@ -154,26 +147,29 @@ class GstMediaPlayerIntegrationTest : public ::testing::Test {
   MediaItemObserver observer(bool playWhenReady) {
     MediaItemObserver observer;
     observer.statusChanged = [this, playWhenReady](MediaItemStatus status) {
-      recorder_.record([&](Recorder& r) {
-        if (status == MediaItemStatus::ReadyToPlay) {
-          ++r.readyCount;
-          r.durationAtReady = item_->duration();
-          r.positionAtReady = player_->currentTime();
-        } else {
-          ++r.failedCount;
-        }
+      const bool ready = status == MediaItemStatus::ReadyToPlay;
+      recorder_.record([&](Counts& c) {
+        ++(ready ? c.ready : c.failed);
+        if (ready) c.durationAtReady = item_->duration();
+        if (ready) c.positionAtReady = player_->currentTime();
       });
-      if (status == MediaItemStatus::ReadyToPlay && playWhenReady) player_->play();
+      if (ready && playWhenReady) player_->play();
     };
-    observer.playedToEnd = [this] { recorder_.record([](Recorder& r) { ++r.endCount; }); };
-    observer.failedToPlayToEnd = [this] {
-      recorder_.record([](Recorder& r) { ++r.failedToEndCount; });
-    };
+    observer.playedToEnd = [this] { recorder_.record([](Counts& c) { ++c.ended; }); };
+    observer.failedToPlayToEnd = [this] { recorder_.record([](Counts& c) { ++c.failedToEnd; }); };
     observer.playbackStalled = [this] {
-      recorder_.record([](Recorder& r) { ++r.stallCount; });
+      recorder_.record([](Counts& c) { ++c.stalls; });
       if (onStall_) onStall_();
     };
     return observer;
+  }
+
+  // Waits for the end, a failure or a failed end; anything else the
+  // pipeline reported has arrived then.
+  Counts settle() {
+    EXPECT_TRUE(recorder_.waitFor([](const Counts& c) { return c.settled(); }));
+    onMain([] {});
+    return recorder_.counts();
   }
 
   std::filesystem::path writeFile(const char* name, const std::string& bytes) {
@@ -187,6 +183,7 @@ class GstMediaPlayerIntegrationTest : public ::testing::Test {
       runtime_.mainQueue(),
       {.audio = platform::AudioOutput::Discard, .prerollTimeout = std::chrono::seconds(3)}};
   test::TempDir dir_;
+  const std::string clip_ = test::readFile(test::TestMedia::clip());
   Recorder recorder_;
   std::function<void()> onStall_;
   std::shared_ptr<MediaItem> item_;
@@ -195,19 +192,16 @@ class GstMediaPlayerIntegrationTest : public ::testing::Test {
 
 TEST_F(GstMediaPlayerIntegrationTest, AFilePlaysToTheEndDeliveringFrames) {
   open(MediaAsset::fromFile(test::TestMedia::clip()), true);
-  ASSERT_TRUE(recorder_.waitFor([](Recorder& r) { return r.endCount > 0 || r.failedCount > 0; }));
-  onMain([] {});  // anything else the pipeline reported has arrived
-  recorder_.record([](Recorder& r) {
-    EXPECT_EQ(r.readyCount, 1);
-    EXPECT_EQ(r.failedCount, 0);
-    EXPECT_EQ(r.endCount, 1);
-    EXPECT_NEAR(r.durationAtReady.seconds(), 2.0, 0.1);
-    EXPECT_GT(r.frames, 30);
-    EXPECT_EQ(r.width, 320);
-    EXPECT_EQ(r.height, 240);
-    EXPECT_GE(r.stride, 320 * 4);
-    EXPECT_EQ(r.pixelBytes, static_cast<std::size_t>(r.stride) * 240);
-  });
+  const Counts c = settle();
+  EXPECT_EQ(c.ready, 1);
+  EXPECT_EQ(c.failed, 0);
+  EXPECT_EQ(c.ended, 1);
+  EXPECT_NEAR(c.durationAtReady.seconds(), 2.0, 0.1);
+  EXPECT_GT(c.frames, 30);
+  EXPECT_EQ(c.width, 320);
+  EXPECT_EQ(c.height, 240);
+  EXPECT_GE(c.stride, 320 * 4);
+  EXPECT_EQ(c.pixelBytes, static_cast<std::size_t>(c.stride) * 240);
   onMain([this] {
     EXPECT_EQ(player_->rate(), 1.0f);
     EXPECT_NEAR(player_->currentTime().seconds(), 2.0, 0.1);
@@ -217,66 +211,58 @@ TEST_F(GstMediaPlayerIntegrationTest, AFilePlaysToTheEndDeliveringFrames) {
 
 TEST_F(GstMediaPlayerIntegrationTest, AnItemSeekedBeforeItIsReadyStartsExactlyThere) {
   open(MediaAsset::fromFile(test::TestMedia::clip()), true, MediaTime::fromSeconds(1.0));
-  ASSERT_TRUE(recorder_.waitFor([](Recorder& r) { return r.endCount > 0 || r.failedCount > 0; }));
-  recorder_.record([](Recorder& r) {
-    EXPECT_EQ(r.readyCount, 1);
-    EXPECT_NEAR(r.positionAtReady.seconds(), 1.0, 0.001);
-    ASSERT_FALSE(r.framesAfterReady.empty());
-    // Playback starts at 1.0 s: no earlier picture once ready.
-    EXPECT_GE(r.framesAfterReady.front().seconds(), 0.999);
-    EXPECT_LT(r.framesAfterReady.front().seconds(), 1.07);
-  });
+  const Counts c = settle();
+  EXPECT_EQ(c.ready, 1);
+  EXPECT_NEAR(c.positionAtReady.seconds(), 1.0, 0.001);
+  ASSERT_FALSE(c.framesAfterReady.empty());
+  // Playback starts at 1.0 s: no earlier picture once ready.
+  EXPECT_GE(c.framesAfterReady.front().seconds(), 0.999);
+  EXPECT_LT(c.framesAfterReady.front().seconds(), 1.07);
 }
 
 TEST_F(GstMediaPlayerIntegrationTest, BrokenFilesFailWithoutPlayingToTheEnd) {
-  const auto clip = test::readFile(test::TestMedia::clip());
-  for (const auto& path : {writeFile("truncated.mp4", clip.substr(0, clip.size() * 2 / 5)),
-                           writeFile("text.mp4", std::string(5000, 'x')),
-                           writeFile("moov-cut.mp4", clip.substr(0, 600))}) {
-    SCOPED_TRACE(path.filename().string());
-    recorder_.record([](Recorder& r) { static_cast<Counts&>(r) = Counts{}; });
-    open(MediaAsset::fromFile(path), true);
-    ASSERT_TRUE(recorder_.waitFor(
-        [](Recorder& r) { return r.failedCount > 0 || r.failedToEndCount > 0 || r.endCount > 0; }));
-    recorder_.record([](Recorder& r) { EXPECT_EQ(r.endCount, 0); });
-    onMain([this] { EXPECT_FALSE(item_->error().empty()); });
+  struct Broken {
+    const char* name;
+    std::string bytes;
+    bool watched;
+  };
+  // Unwatched, where the pictures stopped is still known: a file cut short
+  // does not pass for played to the end.
+  for (const Broken& file : {Broken{"truncated.mp4", clip_.substr(0, clip_.size() * 2 / 5), true},
+                             Broken{"text.mp4", std::string(5000, 'x'), true},
+                             Broken{"moov-cut.mp4", clip_.substr(0, 600), true},
+                             Broken{"cut.mp4", clip_.substr(0, clip_.size() * 2 / 5), false}}) {
+    SCOPED_TRACE(file.name);
+    open(MediaAsset::fromFile(writeFile(file.name, file.bytes)), true, MediaTime::zero(),
+         file.watched);
+    const Counts c = settle();
+    EXPECT_EQ(c.ended, 0);
+    if (file.watched) {
+      onMain([this] { EXPECT_FALSE(item_->error().empty()); });
+    } else {
+      EXPECT_EQ(c.frames, 0);
+    }
   }
 }
 
-TEST_F(GstMediaPlayerIntegrationTest, WithoutASinkThePrerolledPictureWaitsForOneAndEndsStillCount) {
+TEST_F(GstMediaPlayerIntegrationTest, WithoutASinkThePrerolledPictureWaitsForOne) {
   open(MediaAsset::fromFile(test::TestMedia::clip()), false, MediaTime::zero(), false);
-  ASSERT_TRUE(recorder_.waitFor([](Recorder& r) { return r.readyCount > 0 || r.failedCount > 0; }));
+  ASSERT_TRUE(recorder_.waitFor([](const Counts& c) { return c.ready + c.failed > 0; }));
   onMain([] {});
-  recorder_.record([](Recorder& r) { EXPECT_EQ(r.frames, 0); });
+  EXPECT_EQ(recorder_.counts().frames, 0);
   // A screen that comes later shows the first picture before playing.
   onMain([this] { player_->setFrameSink(&recorder_); });
-  ASSERT_TRUE(recorder_.waitFor([](Recorder& r) { return r.frames > 0; }));
-  recorder_.record([](Recorder& r) {
-    EXPECT_EQ(r.frames, 1);
-    EXPECT_EQ(r.width, 320);
-    ASSERT_EQ(r.framesAfterReady.size(), 1u);
-    EXPECT_EQ(r.framesAfterReady.front(), MediaTime::zero());
-  });
-
-  // Where the pictures stopped is known unwatched: a file cut short does
-  // not pass for played to the end.
-  const auto clip = test::readFile(test::TestMedia::clip());
-  recorder_.record([](Recorder& r) { static_cast<Counts&>(r) = Counts{}; });
-  open(MediaAsset::fromFile(writeFile("cut.mp4", clip.substr(0, clip.size() * 2 / 5))), true,
-       MediaTime::zero(), false);
-  ASSERT_TRUE(recorder_.waitFor(
-      [](Recorder& r) { return r.failedCount > 0 || r.failedToEndCount > 0 || r.endCount > 0; }));
-  recorder_.record([](Recorder& r) {
-    EXPECT_EQ(r.endCount, 0);
-    EXPECT_EQ(r.frames, 0);
-  });
+  ASSERT_TRUE(recorder_.waitFor([](const Counts& c) { return c.frames > 0; }));
+  const Counts c = recorder_.counts();
+  EXPECT_EQ(c.frames, 1);
+  EXPECT_EQ(c.width, 320);
+  EXPECT_EQ(c.framesAfterReady, std::vector<MediaTime>{MediaTime::zero()});
 }
 
 TEST_F(GstMediaPlayerIntegrationTest, ACustomLoaderItemStallsOnAGrowingFileAndCompletes) {
-  const auto clip = test::readFile(test::TestMedia::clip());
-  const auto growing = writeFile("growing.mp4", clip.substr(0, clip.size() * 35 / 100));
+  const auto growing = writeFile("growing.mp4", clip_.substr(0, clip_.size() * 35 / 100));
   auto loader =
-      std::make_shared<GrowingFileLoader>(growing, static_cast<std::int64_t>(clip.size()));
+      std::make_shared<GrowingFileLoader>(growing, static_cast<std::int64_t>(clip_.size()));
   auto asset = std::make_shared<MediaAsset>("customLoader://growing.mp4");
   asset->setResourceLoaderDelegate(loader);
   // The rest of the file arrives in 16 KiB pieces once playback has stalled.
@@ -285,21 +271,19 @@ TEST_F(GstMediaPlayerIntegrationTest, ACustomLoaderItemStallsOnAGrowingFileAndCo
     if (appending.valid()) return;
     appending = runtime_.mainQueue().every(10ms, [&] {
       const auto size = std::filesystem::file_size(growing);
-      if (size >= clip.size()) return;
-      std::ofstream(growing, std::ios::binary | std::ios::app) << clip.substr(size, 16384);
+      if (size >= clip_.size()) return;
+      std::ofstream(growing, std::ios::binary | std::ios::app) << clip_.substr(size, 16384);
       loader->serve();
     });
   };
   open(asset, true);
-  ASSERT_TRUE(recorder_.waitFor([](Recorder& r) { return r.endCount > 0 || r.failedCount > 0; }));
+  const Counts c = settle();
   appending.cancel();
-  recorder_.record([](Recorder& r) {
-    EXPECT_EQ(r.readyCount, 1);
-    EXPECT_GE(r.stallCount, 1);
-    EXPECT_EQ(r.endCount, 1);
-    EXPECT_EQ(r.failedToEndCount, 0);
-    EXPECT_GT(r.frames, 30);
-  });
+  EXPECT_EQ(c.ready, 1);
+  EXPECT_GE(c.stalls, 1);
+  EXPECT_EQ(c.ended, 1);
+  EXPECT_EQ(c.failedToEnd, 0);
+  EXPECT_GT(c.frames, 30);
   onMain([&] {
     ASSERT_FALSE(loader->readLengths.empty());
     // GStreamer never makes the 2-byte probe read of other platforms.
@@ -308,11 +292,11 @@ TEST_F(GstMediaPlayerIntegrationTest, ACustomLoaderItemStallsOnAGrowingFileAndCo
 }
 
 TEST_F(GstMediaPlayerIntegrationTest, StoppingAnItemWhoseReadWaitsReturnsPromptly) {
-  auto loader = std::make_shared<SilentLoader>();
+  auto loader = std::make_shared<test::HoldingLoader>();
   auto asset = std::make_shared<MediaAsset>("customLoader://never.mp4");
   asset->setResourceLoaderDelegate(loader);
   open(asset, false);
-  ASSERT_EQ(loader->reads.get_future().wait_for(kPatience), std::future_status::ready);
+  ASSERT_TRUE(loader->waitForRequest(0, kPatience));
   onMain([&] {
     const auto started = std::chrono::steady_clock::now();
     player_->pause();

@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <future>
 #include <memory>
 #include <mutex>
@@ -21,7 +20,8 @@ using namespace std::chrono_literals;
 // Generous: these waits end on an event; the limit only stops a hung test.
 constexpr auto kTimeout = 20s;
 
-bool ready(std::future<void>& future) {
+template <class Future>
+bool ready(Future& future) {
   return future.wait_for(kTimeout) == std::future_status::ready;
 }
 
@@ -32,40 +32,54 @@ bool drain(Queue& queue) {
 
 // Waits until a task posted `delay` from now has run.
 bool waitPast(Queue& queue, Duration delay) {
-  std::promise<void> done;
-  auto future = done.get_future();
-  queue.after(delay, [&done] { done.set_value(); });
+  auto done = std::make_shared<std::promise<void>>();
+  auto future = done->get_future();
+  queue.after(delay, [done] { done->set_value(); });
   return ready(future);
 }
 
-// A gate that tasks wait on until the test opens it.
-class Gate {
- public:
-  void open() {
-    std::lock_guard lock(mutex_);
-    open_ = true;
-    changed_.notify_all();
+// A task that holds its queue until the test opens the gate.
+struct HeldTask {
+  Task task() {
+    return [this] {
+      started.set_value();
+      opened.wait_for(kTimeout);
+      finished = true;
+    };
   }
-  bool wait() {
-    std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, kTimeout, [this] { return open_; });
+  bool hasStarted() {
+    auto future = started.get_future();
+    return ready(future);
   }
+  void open() { gate.set_value(); }
 
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  bool open_ = false;
+  std::promise<void> gate, started;
+  std::shared_future<void> opened = gate.get_future().share();
+  std::atomic<bool> finished{false};
+};
+
+// Counts what runs after it should have been dropped, and shows that what it
+// posted was released.
+struct LateWork {
+  std::atomic<int> runs{0};
+  std::shared_ptr<int> capture = std::make_shared<int>(0);
+  std::weak_ptr<int> watch = capture;
+  Task task() {
+    return [this, capture = capture] { ++runs; };
+  }
+  bool droppedAll() {
+    capture.reset();
+    return watch.expired() && runs == 0;
+  }
 };
 
 TEST(ThreadRuntimeThreadedTest, SerialQueueKeepsEachPostersOrderAndNeverOverlaps) {
   ThreadRuntime runtime;
   auto queue = runtime.makeSerialQueue("serial");
-  constexpr int kPosters = 4;
-  constexpr int kTasks = 500;
+  constexpr int kPosters = 4, kTasks = 500;
   std::vector<std::vector<int>> seen(kPosters);  // touched only on the queue
   std::atomic<int> inside{0};
   std::atomic<bool> overlapped{false};
-
   std::vector<std::thread> posters;
   for (int p = 0; p < kPosters; ++p) {
     posters.emplace_back([&, p] {
@@ -80,85 +94,67 @@ TEST(ThreadRuntimeThreadedTest, SerialQueueKeepsEachPostersOrderAndNeverOverlaps
   }
   for (auto& poster : posters) poster.join();
   ASSERT_TRUE(drain(*queue));
-
   EXPECT_FALSE(overlapped);
-  for (const auto& perPoster : seen) {
-    ASSERT_EQ(perPoster.size(), static_cast<std::size_t>(kTasks));
-    for (int i = 0; i < kTasks; ++i) EXPECT_EQ(perPoster[i], i);
-  }
+  std::vector<int> inOrder(kTasks);
+  for (int i = 0; i < kTasks; ++i) inOrder[i] = i;
+  for (const auto& perPoster : seen) EXPECT_EQ(perPoster, inOrder);
 }
 
-TEST(ThreadRuntimeThreadedTest, IsCurrentOnlyOnTheQueuesOwnThread) {
+TEST(ThreadRuntimeThreadedTest, IsCurrentOnlyOnTheQueuesOwnThreadAndGlobalRunsTwoAtOnce) {
   ThreadRuntime runtime;
   auto a = runtime.makeSerialQueue("a");
   auto b = runtime.makeSerialQueue("b");
   std::promise<std::vector<bool>> seenOnA;
-  std::promise<bool> seenOnGlobal;
   a->async([&] {
     seenOnA.set_value({a->isCurrent(), b->isCurrent(), runtime.mainQueue().isCurrent(),
                        runtime.globalQueue().isCurrent()});
   });
-  runtime.globalQueue().async([&] { seenOnGlobal.set_value(runtime.globalQueue().isCurrent()); });
-
   auto onA = seenOnA.get_future();
-  auto onGlobal = seenOnGlobal.get_future();
-  ASSERT_EQ(onA.wait_for(kTimeout), std::future_status::ready);
-  ASSERT_EQ(onGlobal.wait_for(kTimeout), std::future_status::ready);
+  ASSERT_TRUE(ready(onA));
   EXPECT_EQ(onA.get(), (std::vector<bool>{true, false, false, false}));
-  EXPECT_TRUE(onGlobal.get());
-  EXPECT_FALSE(a->isCurrent());
-  EXPECT_FALSE(runtime.mainQueue().isCurrent());
-}
+  EXPECT_FALSE(a->isCurrent() || runtime.mainQueue().isCurrent());
 
-TEST(ThreadRuntimeThreadedTest, GlobalPoolRunsTwoTasksAtOnce) {
-  std::mutex mutex;
-  std::condition_variable changed;
-  int arrived = 0;
-  std::atomic<int> metBoth{0};
-  std::promise<void> done;
-  ThreadRuntime runtime;  // joins its pool before the state above goes away
-  for (int i = 0; i < 2; ++i) {
-    runtime.globalQueue().async([&] {
-      std::unique_lock lock(mutex);
-      ++arrived;
-      changed.notify_all();
-      if (changed.wait_for(lock, kTimeout, [&] { return arrived == 2; })) {
-        if (++metBoth == 2) done.set_value();
-      }
-    });
-  }
-  auto future = done.get_future();
-  EXPECT_TRUE(ready(future));
+  // Two pool tasks that each wait for the other can only meet if both run.
+  std::promise<void> first, second;
+  std::promise<bool> bothCurrent;
+  runtime.globalQueue().async([&] {
+    first.set_value();
+    const bool met = second.get_future().wait_for(kTimeout) == std::future_status::ready;
+    bothCurrent.set_value(met && runtime.globalQueue().isCurrent());
+  });
+  runtime.globalQueue().async([&] {
+    second.set_value();
+    first.get_future().wait_for(kTimeout);
+  });
+  auto met = bothCurrent.get_future();
+  ASSERT_TRUE(ready(met));
+  EXPECT_TRUE(met.get());
+  ASSERT_TRUE(drain(runtime.globalQueue()));
 }
 
 TEST(ThreadRuntimeThreadedTest, TasksCancelledBeforeTheyStartNeverRun) {
   ThreadRuntime runtime;
   auto queue = runtime.makeSerialQueue("cancel");
-  Gate gate;
-  queue->async([&] { gate.wait(); });  // holds the queue while handles are cancelled
-
+  HeldTask held;
+  queue->async(held.task());  // holds the queue while handles are cancelled
   constexpr int kTasks = 200;
   std::vector<TaskHandle> handles;
   std::vector<std::atomic<bool>> ran(kTasks);
-  for (int i = 0; i < kTasks; ++i) {
+  for (int i = 0; i < kTasks; ++i)
     handles.push_back(queue->after(1ms, [&ran, i] { ran[i] = true; }));
-  }
   // Cancel the even ones from two threads at once, while the odd ones fall due.
-  std::vector<std::thread> cancellers;
-  for (int t = 0; t < 2; ++t) {
-    cancellers.emplace_back([&] {
-      for (int i = 0; i < kTasks; i += 2) handles[i].cancel();
-    });
-  }
-  for (auto& canceller : cancellers) canceller.join();
-  gate.open();
-
+  std::thread canceller([&] {
+    for (int i = 0; i < kTasks; i += 2) handles[i].cancel();
+  });
+  for (int i = 0; i < kTasks; i += 2) handles[i].cancel();
+  canceller.join();
+  held.open();
   ASSERT_TRUE(waitPast(*queue, 2ms));
   for (int i = 0; i < kTasks; ++i) EXPECT_EQ(ran[i].load(), i % 2 == 1) << "task " << i;
   handles[1].cancel();  // cancelling after the run is harmless
 }
 
-TEST(ThreadRuntimeThreadedTest, RepeatingTimerStopsAfterCancel) {
+TEST(ThreadRuntimeThreadedTest, RepeatingTimersStopWhenCancelledFromOutsideOrFromTheirOwnTask) {
   ThreadRuntime runtime;
   auto queue = runtime.makeSerialQueue("timer");
   std::atomic<int> fires{0};
@@ -166,168 +162,125 @@ TEST(ThreadRuntimeThreadedTest, RepeatingTimerStopsAfterCancel) {
   TaskHandle timer = queue->every(1ms, [&] {
     if (++fires == 5) fiveFires.set_value();
   });
-  auto future = fiveFires.get_future();
-  ASSERT_TRUE(ready(future));
-
+  auto five = fiveFires.get_future();
+  ASSERT_TRUE(ready(five));
   timer.cancel();
   ASSERT_TRUE(drain(*queue));  // a fire already running when cancelled has finished
   const int afterCancel = fires;
-  ASSERT_TRUE(waitPast(*queue, 20ms));
-  EXPECT_EQ(fires, afterCancel);
-}
 
-TEST(ThreadRuntimeThreadedTest, RepeatingTimerCancelledFromItsOwnTaskStops) {
-  ThreadRuntime runtime;
-  std::atomic<int> fires{0};
+  std::atomic<int> ownFires{0};
   std::promise<void> cancelled;
-  TaskHandle timer;
-  std::mutex handleMutex;  // the timer may fire before `timer` is assigned
+  std::mutex handleMutex;  // the timer may fire before `own` is assigned
+  TaskHandle own;
   {
     std::lock_guard lock(handleMutex);
-    timer = runtime.mainQueue().every(1ms, [&] {
+    own = runtime.mainQueue().every(1ms, [&] {
       std::lock_guard inner(handleMutex);
-      if (++fires == 3) {
-        timer.cancel();
+      if (++ownFires == 3) {
+        own.cancel();
         cancelled.set_value();
       }
     });
   }
-  auto future = cancelled.get_future();
-  ASSERT_TRUE(ready(future));
+  auto three = cancelled.get_future();
+  ASSERT_TRUE(ready(three));
   ASSERT_TRUE(waitPast(runtime.mainQueue(), 20ms));
-  EXPECT_EQ(fires, 3);
+  EXPECT_EQ(ownFires, 3);
+  EXPECT_EQ(fires, afterCancel);
 }
 
-TEST(ThreadRuntimeThreadedTest, HostPumpedMainQueueRunsOnlyOnThePumpingThread) {
+TEST(ThreadRuntimeThreadedTest, AHostPumpedMainQueueRunsOnlyOnThePumpingThread) {
   ThreadRuntime runtime(zivora::MainQueueMode::HostPumped);
   EXPECT_EQ(runtime.mainQueueMode(), MainQueueMode::HostPumped);
-  std::vector<std::thread::id> ranOn;  // written only while pumping
-  std::vector<bool> current;
+  std::vector<std::pair<std::thread::id, bool>> ranOn;  // written only while pumping
   for (int i = 0; i < 3; ++i) {
-    runtime.mainQueue().async([&] {
-      ranOn.push_back(std::this_thread::get_id());
-      current.push_back(runtime.mainQueue().isCurrent());
-    });
+    runtime.mainQueue().async(
+        [&] { ranOn.emplace_back(std::this_thread::get_id(), runtime.mainQueue().isCurrent()); });
   }
   runtime.mainQueue().async([&] { runtime.mainQueue().async([] {}); });
   runtime.mainQueue().after(1h, [] {});
 
   std::thread::id host;
-  std::size_t firstPump = 0, secondPump = 0, thirdPump = 0;
-  std::thread hostLoop([&] {
+  std::vector<std::size_t> pumped;
+  std::thread([&] {
     host = std::this_thread::get_id();
-    firstPump = runtime.pumpMainQueue();
-    secondPump = runtime.pumpMainQueue();
-    thirdPump = runtime.pumpMainQueue();
-  });
-  hostLoop.join();
-
-  // Nothing ran before the pump: had a thread run them, the first pump
-  // would have found fewer than four tasks.
-  EXPECT_EQ(firstPump, 4u);
-  EXPECT_EQ(secondPump, 1u);  // posted during the first pump: the next frame's work
-  EXPECT_EQ(thirdPump, 0u);
-  EXPECT_EQ(ranOn, (std::vector<std::thread::id>(3, host)));
-  EXPECT_EQ(current, (std::vector<bool>(3, true)));
+    for (int i = 0; i < 3; ++i) pumped.push_back(runtime.pumpMainQueue());
+  }).join();
+  // Nothing ran before the first pump, and work posted during a pump waits
+  // for the next frame.
+  EXPECT_EQ(pumped, (std::vector<std::size_t>{4, 1, 0}));
+  EXPECT_EQ(ranOn, (std::vector<std::pair<std::thread::id, bool>>(3, {host, true})));
   EXPECT_FALSE(runtime.mainQueue().isCurrent());
-}
 
-TEST(ThreadRuntimeThreadedTest, OwnThreadMainQueueIsNeverPumped) {
-  ThreadRuntime runtime;
-  std::promise<std::thread::id> ranOn;
-  runtime.mainQueue().async([&] { ranOn.set_value(std::this_thread::get_id()); });
-  auto future = ranOn.get_future();
-  ASSERT_EQ(future.wait_for(kTimeout), std::future_status::ready);
+  // A main queue with its own thread is never pumped.
+  ThreadRuntime own;
+  std::promise<std::thread::id> ownThread;
+  own.mainQueue().async([&] { ownThread.set_value(std::this_thread::get_id()); });
+  auto future = ownThread.get_future();
+  ASSERT_TRUE(ready(future));
   EXPECT_NE(future.get(), std::this_thread::get_id());
-  EXPECT_EQ(runtime.pumpMainQueue(), 0u);
+  EXPECT_EQ(own.pumpMainQueue(), 0u);
 }
 
 TEST(ThreadRuntimeThreadedTest, DestroyingAnIdleQueueDropsDelayedWorkAndJoins) {
   ThreadRuntime runtime;
   auto queue = runtime.makeSerialQueue("idle");
-  auto capture = std::make_shared<int>(0);
-  std::weak_ptr<int> watch = capture;
-  queue->after(1h, [capture] {});
-  queue->every(1h, [capture] {});
-  capture.reset();
+  LateWork late;
+  queue->after(1h, late.task());
+  queue->every(1h, late.task());
   ASSERT_TRUE(drain(*queue));
-
   queue.reset();  // wakes the worker from its hour-long wait and joins it
-  EXPECT_TRUE(watch.expired());
+  EXPECT_TRUE(late.droppedAll());
 }
 
 TEST(ThreadRuntimeThreadedTest, DestroyingTheRuntimeLetsTheRunningTaskFinishAndDropsTheRest) {
   auto runtime = std::make_unique<ThreadRuntime>();
   auto survivor = runtime->makeSerialQueue("survivor");
-  Gate gate;
-  std::promise<void> started;
-  std::atomic<bool> finished{false};
-  std::atomic<int> laterRuns{0};
-  survivor->async([&] {
-    started.set_value();
-    gate.wait();
-    finished = true;
-  });
-  survivor->after(1h, [&] { ++laterRuns; });
-  runtime->mainQueue().after(1h, [&] { ++laterRuns; });
-  runtime->globalQueue().after(1h, [&] { ++laterRuns; });
-  auto startedFuture = started.get_future();
-  ASSERT_TRUE(ready(startedFuture));
+  HeldTask held;
+  LateWork late;
+  survivor->async(held.task());
+  survivor->after(1h, late.task());
+  runtime->mainQueue().after(1h, late.task());
+  runtime->globalQueue().after(1h, late.task());
+  ASSERT_TRUE(held.hasStarted());
 
   std::thread destroyer([&] { runtime.reset(); });
-  gate.open();
+  held.open();
   destroyer.join();
-  EXPECT_TRUE(finished);
-
+  EXPECT_TRUE(held.finished);
   // The queue outlives its runtime; posting to it is harmless and runs nothing.
-  auto capture = std::make_shared<int>(0);
-  std::weak_ptr<int> watch = capture;
-  survivor->async([capture, &laterRuns] { ++laterRuns; });
-  survivor->after(1ms, [&] { ++laterRuns; });
-  capture.reset();
-  EXPECT_TRUE(watch.expired());
+  survivor->async(late.task());
+  survivor->after(1ms, late.task());
   survivor.reset();
-  EXPECT_EQ(laterRuns, 0);
+  EXPECT_TRUE(late.droppedAll());
 }
 
 TEST(ThreadRuntimeThreadedTest, ShutdownFromAQueuesOwnTaskWaitsForTheOthersOnly) {
   ThreadRuntime runtime;
   auto serial = runtime.makeSerialQueue("busy");
-  Gate gate;
-  std::promise<void> started;
-  std::atomic<bool> serialFinished{false};
-  std::atomic<int> laterRuns{0};
-  serial->async([&] {
-    started.set_value();
-    gate.wait();
-    serialFinished = true;
-  });
-  auto startedFuture = started.get_future();
-  ASSERT_TRUE(ready(startedFuture));
+  HeldTask held;
+  serial->async(held.task());
+  ASSERT_TRUE(held.hasStarted());
 
   // The caller's own task is not waited for (that would be itself); the
-  // busy serial queue's task is. (Dropping pending work is the destructor's
-  // test: both take the same path.)
+  // busy serial queue's task is.
   std::promise<bool> shutDown;
   runtime.mainQueue().async([&] {
-    std::thread opener([&] { gate.open(); });
+    std::thread opener([&] { held.open(); });
     runtime.shutdown();
     opener.join();
-    shutDown.set_value(serialFinished.load());
+    shutDown.set_value(held.finished.load());
   });
   auto shutDownFuture = shutDown.get_future();
-  ASSERT_EQ(shutDownFuture.wait_for(kTimeout), std::future_status::ready);
+  ASSERT_TRUE(ready(shutDownFuture));
   EXPECT_TRUE(shutDownFuture.get());
 
   // Work that outlived the shutdown gets queues that drop what they are given.
-  auto late = runtime.makeSerialQueue("late");
-  auto capture = std::make_shared<int>(0);
-  std::weak_ptr<int> watch = capture;
-  late->async([capture, &laterRuns] { ++laterRuns; });
-  runtime.globalQueue().async([capture, &laterRuns] { ++laterRuns; });
-  capture.reset();
-  EXPECT_TRUE(watch.expired());
-  EXPECT_EQ(laterRuns, 0);
+  LateWork late;
+  auto lateQueue = runtime.makeSerialQueue("late");
+  lateQueue->async(late.task());
+  runtime.globalQueue().async(late.task());
+  EXPECT_TRUE(late.droppedAll());
 }
 
 TEST(ThreadRuntimeThreadedTest, ShutdownCutsATaskSleepingThroughABackOffShort) {
@@ -340,7 +293,6 @@ TEST(ThreadRuntimeThreadedTest, ShutdownCutsATaskSleepingThroughABackOffShort) {
   });
   auto sleepingFuture = sleeping.get_future();
   ASSERT_TRUE(ready(sleepingFuture));
-
   // On a thread of its own, so that a shutdown stuck behind the sleep fails
   // the test instead of hanging it.
   auto shutDown = std::make_shared<std::promise<void>>();
@@ -358,23 +310,22 @@ TEST(ThreadRuntimeThreadedTest, AQueueMayDropItsLastReferenceFromItsOwnTask) {
   auto holder = std::make_shared<std::shared_ptr<Queue>>(runtime.makeSerialQueue("self"));
   std::weak_ptr<Queue> watch = *holder;
   std::promise<void> dropped;
-  std::atomic<bool> pendingRan{false};
-  Gate gate;
-  (*holder)->async([holder, &dropped, &gate] {
-    gate.wait();      // until the next task is queued behind this one
+  HeldTask held;
+  LateWork late;
+  (*holder)->async([holder, &dropped, &held] {
+    held.task()();    // until the next task is queued behind this one
     holder->reset();  // the last reference: the queue detaches its own thread
     dropped.set_value();
   });
-  (*holder)->async([&] { pendingRan = true; });
-  gate.open();
-
+  (*holder)->async(late.task());
+  held.open();
   auto future = dropped.get_future();
   ASSERT_TRUE(ready(future));
   EXPECT_TRUE(watch.expired());
   // The task after the drop was discarded; the global pool confirms the
   // runtime still works.
   ASSERT_TRUE(drain(runtime.globalQueue()));
-  EXPECT_FALSE(pendingRan);
+  EXPECT_EQ(late.runs, 0);
 }
 
 }  // namespace

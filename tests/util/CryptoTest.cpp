@@ -19,11 +19,8 @@ TEST(Crypto, Base64PadsEveryTailLengthAndKeepsBinaryBytes) {
   EXPECT_EQ(Crypto::base64(std::string(300, 'a')).find('\n'), std::string::npos);
 }
 
-TEST(Crypto, Md5OfKnownTextsAndRandomBytesFillTheWholeBuffer) {
-  auto empty = Crypto::md5("");
-  ASSERT_TRUE(empty);
-  EXPECT_EQ((*empty)[0], 0xd4);
-  EXPECT_EQ((*empty)[15], 0x7e);
+// The digest of known texts is checked through its hex form with the hashes.
+TEST(Crypto, Md5ReadsEmbeddedNulsAndRandomBytesFillTheWholeBuffer) {
   auto embeddedNul = Crypto::md5(std::string_view("a\0b", 3));
   ASSERT_TRUE(embeddedNul);
   EXPECT_NE(*embeddedNul, *Crypto::md5("a"));

@@ -7,14 +7,16 @@ namespace zivora {
 namespace {
 
 TEST(WebAddressTest, OnlyHttpAndHttpsWithAHostAndNoBlanksAreWebAddresses) {
-  for (const char* url :
-       {"http://a.test/x", "https://a.test", "HTTPS://A.test/v.mp4", "hTTp://a.test:8080/?q=1"}) {
+  for (const char* url : {"http://a.test/x", "https://a.test", "HTTPS://A.test/v.mp4",
+                          "hTTp://a.test:8080/?q=1&r=$(x)#frag", "https://127.0.0.1:8443/ad-1"}) {
     EXPECT_TRUE(WebAddress::isWeb(url)) << url;
   }
   for (const char* url :
        {"", "file:///etc/passwd", "javascript:alert(1)", "ftp://a.test/x", "market://details",
-        "https://", "https:///etc/passwd", "/relative/path", "httpx://a.test", " https://a.test",
-        "https://a.test/x y", "https://a.test/\n", "data:text/html,hi", "https:a.test"}) {
+        "zivora-game://reward", "https://", "https:///etc/passwd", "/relative/path",
+        "httpx://a.test", " https://a.test", "-https://a.test", "https://a.test/x y",
+        "https://a.test/a\tb", "https://a.test/\nX-Injected: 1", "https://a.test/\x7f",
+        "https://a.test/caf\xc3\xa9", "data:text/html,hi", "https:a.test"}) {
     EXPECT_FALSE(WebAddress::isWeb(url)) << url;
   }
 }
