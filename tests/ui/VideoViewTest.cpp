@@ -124,9 +124,7 @@ class VideoViewTest : public ::testing::Test {
   }
   // What the presenter composed, against the window drawn afresh.
   ::testing::AssertionResult composedAsDrawnAfresh() {
-    Canvas fresh(presenter_->canvas().points(), presenter_->canvas().scale());
-    fresh.render(*window_);
-    return test::samePixels(presenter_->canvas(), fresh);
+    return test::drawnAfresh(presenter_->canvas(), *window_);
   }
   bool called(const std::string& call) { return times(call) > 0; }
 
