@@ -36,24 +36,17 @@ class DemoOutput {
  public:
   explicit DemoOutput(ChildProcess& demo) : demo_(demo) {}
 
-  // Reads lines until one contains `needle` (true) or the demo ends.
+  // Reads lines until one after the last match contains `needle` (true)
+  // or the demo ends.
   bool waitFor(const std::string& needle) {
-    for (std::size_t i = 0; i < lines_.size(); ++i) {
-      if (i >= searched_ && lines_[i].find(needle) != std::string::npos) {
-        searched_ = i + 1;
-        return true;
+    while (true) {
+      while (searched_ < lines_.size()) {
+        if (lines_[searched_++].find(needle) != std::string::npos) return true;
       }
-    }
-    searched_ = lines_.size();
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
-    while (std::chrono::steady_clock::now() < deadline) {
       auto line = demo_.readLine(kPatience);
       if (!line) return false;
       lines_.push_back(*line);
-      searched_ = lines_.size();
-      if (line->find(needle) != std::string::npos) return true;
     }
-    return false;
   }
 
   // Reads the rest, until the demo closes its output.
@@ -202,9 +195,6 @@ class WindowedDemo : public ::testing::TestWithParam<ScreenSize> {
     return {width * 3 / 4, height * 3 / 4, width / 4, height / 4};
   }
 
-  // The screen once only the video's noise and the countdown move on it:
-  // two screenshots in a row differ in fewer than one pixel in a thousand
-  // elsewhere (an animation that slides a control in moves far more).
   // The screen once it has stopped moving (two screenshots alike outside
   // the video's noise).
   Screenshot settledScreen() {
@@ -221,28 +211,12 @@ class WindowedDemo : public ::testing::TestWithParam<ScreenSize> {
     });
   }
 
-  // The video with its controls, as a player sees it after a tap: they
-  // slide in at the start and slide out a few seconds later. A tap is
-  // given only when none shows, and not again before the switch appeared
-  // (a tap while they slide would hide them again).
-  Screenshot videoWithControls() {
-    bool tapped = false;
-    return screenWhere([&](const Screenshot& shot) {
-      const SwitchState state = soundSwitchState(shot);
-      if (state == SwitchState::InPlace) return true;
-      if (state == SwitchState::Away && !tapped) {
-        tapTheMiddle();
-        tapped = true;
-      }
-      if (state == SwitchState::Moving) tapped = false;
-      return false;
-    });
-  }
-
-  // The controls just slid in after a tap of the test's own, so they stay
-  // for the seconds before they hide by themselves and take keys at once
-  // (a key is ignored while they slide). Controls found in place may be
-  // about to leave, so the test taps them away and back.
+  // The video with its controls just slid in after a tap of the test's
+  // own, so they stay for the seconds before they hide by themselves and
+  // take keys at once (a key is ignored while they slide). Controls found
+  // in place may be about to leave, so the test taps them away and back;
+  // a tap is given only once they are wholly in place or away (a tap while
+  // they slide is ignored).
   Screenshot freshlyShownControls() {
     bool tappedAway = false, tappedIn = false;
     return screenWhere([&](const Screenshot& shot) {
@@ -334,7 +308,7 @@ TEST_P(WindowedDemoKeys, APlayerSwitchesTheSoundAndSkipsOnceTheSkipControlIsRead
   ASSERT_TRUE(output_->waitFor("delegate: videoWindowDidDisplay")) << output_->transcript();
   focusTheAdWindow();
   ASSERT_FALSE(screenWhere(showsTheVideo).empty()) << "the window never showed the video";
-  keep(videoWithControls(), "video");
+  keep(freshlyShownControls(), "video");
   // From here to the skip the video must still be playing: every step
   // waits only for the screen to change, and the pictures are compared
   // after the demo has ended.
