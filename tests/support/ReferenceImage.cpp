@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "ui/Canvas.h"
+#include "ui/View.h"
 
 namespace zivora::test {
 namespace {
@@ -143,6 +144,18 @@ std::filesystem::path renderedPath(const std::string& name) {
            << differing << " pixels differ, the first at (" << firstX << ", " << firstY << ")";
   }
   return ::testing::AssertionSuccess();
+}
+
+void composeChanges(ui::Canvas& canvas, ui::View& root) {
+  ui::PixelRegion damage;
+  canvas.collectDamage(root, damage);
+  canvas.compose({&root}, damage, ui::Color::clear());
+}
+
+::testing::AssertionResult drawnAfresh(const ui::Canvas& canvas, ui::View& root) {
+  ui::Canvas fresh(canvas.points(), canvas.scale());
+  fresh.render(root);
+  return samePixels(canvas, fresh);
 }
 
 }  // namespace zivora::test

@@ -8,7 +8,8 @@
 
 namespace zivora::ui {
 class Canvas;
-}
+class View;
+}  // namespace zivora::ui
 
 namespace zivora::test {
 
@@ -36,5 +37,12 @@ struct PixelRect {
 
 // Compares two canvases of one size pixel for pixel, with no tolerance.
 ::testing::AssertionResult samePixels(const ui::Canvas& got, const ui::Canvas& want);
+
+// Redraws on `canvas` only the damage that changes to `root` left since it
+// last drew, as a presenter's frame does.
+void composeChanges(ui::Canvas& canvas, ui::View& root);
+
+// Compares `canvas` with `root` drawn afresh at the same size and scale.
+::testing::AssertionResult drawnAfresh(const ui::Canvas& canvas, ui::View& root);
 
 }  // namespace zivora::test

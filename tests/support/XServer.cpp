@@ -35,15 +35,25 @@ std::uint32_t bigEndian(const std::string& bytes, std::size_t at) {
   return value;
 }
 
-// The bits of `mask` as an 8-bit channel.
-std::uint32_t channel(std::uint32_t pixel, std::uint32_t mask) {
-  if (mask == 0) return 0;
-  int shift = 0;
-  while (!(mask >> shift & 1)) ++shift;
-  const std::uint32_t value = (pixel & mask) >> shift;
-  const std::uint32_t top = mask >> shift;
-  return top == 0xff ? value : value * 255 / top;
-}
+// One colour channel of a pixel: where its bits lie, worked out once per
+// picture so the per-pixel loop stays cheap even in an unoptimised build.
+class Channel {
+ public:
+  explicit Channel(std::uint32_t mask) {
+    if (mask == 0) return;
+    while (!(mask >> shift_ & 1)) ++shift_;
+    top_ = mask >> shift_;
+  }
+  // The channel's bits of `pixel`, scaled to 8 bits.
+  std::uint32_t of(std::uint32_t pixel) const {
+    const std::uint32_t value = pixel >> shift_ & top_;
+    return top_ == 0xff || top_ == 0 ? value : value * 255 / top_;
+  }
+
+ private:
+  int shift_ = 0;
+  std::uint32_t top_ = 0;
+};
 
 }  // namespace
 
@@ -74,18 +84,18 @@ Screenshot readXwd(const std::string& bytes) {
       bytes.size() < start + stride * shot.height)
     return {};
   const bool mostSignificantFirst = field(kByteOrder) == 1;
-  shot.pixels.reserve(std::size_t(shot.width) * shot.height);
+  const Channel red(field(kRedMask)), green(field(kGreenMask)), blue(field(kBlueMask));
+  shot.pixels.resize(std::size_t(shot.width) * shot.height);
+  std::uint32_t* out = shot.pixels.data();
   for (int y = 0; y < shot.height; ++y) {
-    for (int x = 0; x < shot.width; ++x) {
-      const std::size_t at = start + y * stride + x * bytesPerPixel;
+    const auto* in = reinterpret_cast<const unsigned char*>(bytes.data()) + start + y * stride;
+    for (int x = 0; x < shot.width; ++x, in += bytesPerPixel) {
       std::uint32_t pixel = 0;
       for (std::size_t i = 0; i < bytesPerPixel; ++i) {
-        const std::uint32_t byte = static_cast<unsigned char>(bytes[at + i]);
-        pixel |= mostSignificantFirst ? byte << (8 * (bytesPerPixel - 1 - i)) : byte << (8 * i);
+        const std::size_t byte = mostSignificantFirst ? i : bytesPerPixel - 1 - i;
+        pixel = pixel << 8 | in[byte];
       }
-      shot.pixels.push_back(channel(pixel, field(kRedMask)) << 16 |
-                            channel(pixel, field(kGreenMask)) << 8 |
-                            channel(pixel, field(kBlueMask)));
+      *out++ = red.of(pixel) << 16 | green.of(pixel) << 8 | blue.of(pixel);
     }
   }
   return shot;

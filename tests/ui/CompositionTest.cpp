@@ -21,17 +21,8 @@ class CompositionTest : public ::testing::Test {
   }
 
   // Draws the damage of the changes since the last composition.
-  void composeChanges() {
-    PixelRegion damage;
-    canvas_.collectDamage(*root_, damage);
-    canvas_.compose({root_.get()}, damage, Color::clear());
-  }
-
-  ::testing::AssertionResult asDrawnAfresh() {
-    Canvas fresh(canvas_.points(), canvas_.scale());
-    fresh.render(*root_);
-    return test::samePixels(canvas_, fresh);
-  }
+  void composeChanges() { test::composeChanges(canvas_, *root_); }
+  ::testing::AssertionResult asDrawnAfresh() { return test::drawnAfresh(canvas_, *root_); }
 
   std::shared_ptr<View> root_ = std::make_shared<View>(Rect{{0, 0}, {100, 80}});
   std::shared_ptr<View> box_ = std::make_shared<View>(Rect{{10, 10}, {10, 10}});
@@ -116,15 +107,9 @@ TEST(KeptPaintingTest, FollowsNewValuesAndMovesOffThePixelGrid) {
   };
   auto matchesNewScene = [](const Canvas& canvas, float time, Point shift) {
     Scene scene(time, shift);
-    Canvas fresh(canvas.points(), canvas.scale());
-    fresh.render(*scene.root);
-    return test::samePixels(canvas, fresh);
+    return test::drawnAfresh(canvas, *scene.root);
   };
-  auto composeChanges = [](Canvas& canvas, View& root) {
-    PixelRegion damage;
-    canvas.collectDamage(root, damage);
-    canvas.compose({&root}, damage, Color::clear());
-  };
+  using test::composeChanges;
 
   Canvas canvas({100, 80}, kScale);
   Scene scene(2, {0, 0});

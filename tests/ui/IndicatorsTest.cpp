@@ -49,14 +49,11 @@ TEST(CountdownTest, ShowsTheCeilingOfTheRemainingTimeUnclamped) {
   ZVTimerCircularProgress countdown(kControl);
   countdown.setDuration(15);
   EXPECT_EQ(countdown.label()->text(), "16");
-  countdown.setCurrentTime(0.5);
-  EXPECT_EQ(countdown.label()->text(), "15");
-  countdown.setCurrentTime(14.5);
-  EXPECT_EQ(countdown.label()->text(), "1");
-  countdown.setCurrentTime(16.2);
-  EXPECT_EQ(countdown.label()->text(), "0");
-  countdown.setCurrentTime(17.5);
-  EXPECT_EQ(countdown.label()->text(), "-1");
+  for (const auto& [time, text] :
+       {std::pair{0.5f, "15"}, {14.5f, "1"}, {16.2f, "0"}, {17.5f, "-1"}}) {
+    countdown.setCurrentTime(time);
+    EXPECT_EQ(countdown.label()->text(), text) << "at " << time << " s";
+  }
   EXPECT_FLOAT_EQ(countdown.timer()->progress(), 17.5f / 15);
 }
 
@@ -84,23 +81,26 @@ TEST(CountdownTest, ZeroAndNaNDurationsNeverConvertUndefinedValues) {
   EXPECT_TRUE(context.analytics().exceptions().empty());
 }
 
-TEST(RingTest, ArcEndIsTruncatedToWholeDegrees) {
-  EXPECT_EQ(ZVCircularProgressLayer::progressEndDegrees(0.999f), 359);
-  EXPECT_EQ(ZVCircularProgressLayer::progressEndDegrees(1.0f), 360);
-  EXPECT_EQ(ZVCircularProgressLayer::progressEndDegrees(0.5f), 180);
-  EXPECT_EQ(ZVCircularProgressLayer::progressEndDegrees(0), 0);
-  EXPECT_EQ(ZVCircularProgressLayer::progressEndDegrees(3.5f), 360);
+// The arc ends on whole degrees, truncated and capped at the full circle;
+// it is computed in 32-bit floats, as the fields are declared: 47/360
+// times 360 is 47 in floats, 46.99... in doubles.
+TEST(RingTest, ArcEndIsTruncatedToWholeDegreesInFloats) {
+  for (const auto& [progress, degrees] : {std::pair{0.999f, 359},
+                                          {1.0f, 360},
+                                          {0.5f, 180},
+                                          {0.0f, 0},
+                                          {3.5f, 360},
+                                          {47.0f / 360.0f, 47}}) {
+    EXPECT_EQ(ZVCircularProgressLayer::progressEndDegrees(progress), degrees) << progress;
+  }
   EXPECT_DOUBLE_EQ(ZVCircularProgressLayer::degreeToRadiansFromTop(0), -std::numbers::pi / 2);
   EXPECT_DOUBLE_EQ(ZVCircularProgressLayer::degreeToRadiansFromTop(90), 0);
 }
 
-// The countdown and the ring compute in 32-bit floats, as their fields are
-// declared; both cases land on the other side of a whole number in doubles.
-TEST(RingTest, CountdownAndArcAreComputedInFloats) {
-  // 10 - 1e-8 is 10 as a float: 11 is still shown.
+// The countdown's seconds too: 10 - 1e-8 is 10 as a float, so 11 is still
+// shown; out-of-range values saturate.
+TEST(RingTest, CountdownSecondsAreComputedInFloats) {
   EXPECT_EQ(ZVTimerCircularProgress::displayedSeconds(10, 1e-8f), 11);
-  // 47/360 times 360 is 47 in floats, 46.99... in doubles.
-  EXPECT_EQ(ZVCircularProgressLayer::progressEndDegrees(47.0f / 360.0f), 47);
   EXPECT_EQ(ZVTimerCircularProgress::displayedSeconds(3e9f, 0), INT32_MAX);
   EXPECT_EQ(ZVTimerCircularProgress::displayedSeconds(-3e9f, 0), INT32_MIN);
   EXPECT_EQ(ZVTimerCircularProgress::displayedSeconds(-2.5f, 0), -1);

@@ -10,6 +10,7 @@
 #include "resources/ZVAssetLoaderDelegate.h"
 #include "resources/ZVFileInfoStatus.h"
 #include "resources/ZVFilesSavedValidator.h"
+#include "support/DelayRecordingRuntime.h"
 #include "support/FakeMediaFactory.h"
 #include "support/MemoryPresenter.h"
 #include "ui/ZVPlayerController.h"
@@ -38,52 +39,6 @@ class RecordingDelegate final : public ZVPlayerControllerDelegate {
     return static_cast<int>(std::count(calls.begin(), calls.end(), call));
   }
   std::vector<std::string> calls;
-};
-
-// The main queue with its delayed tasks written down, so a test can tell
-// when a fire-and-forget task was due and whether it ran.
-class RecordingQueue final : public dispatch::Queue {
- public:
-  explicit RecordingQueue(dispatch::Queue& inner) : inner_(inner) {}
-  const std::string& label() const override { return inner_.label(); }
-  void async(dispatch::Task task) override { inner_.async(std::move(task)); }
-  dispatch::TaskHandle after(dispatch::Duration delay, dispatch::Task task) override {
-    const std::size_t index = delays.size();
-    delays.push_back(delay);
-    ran.push_back(false);
-    return inner_.after(delay, [this, index, task = std::move(task)] {
-      ran[index] = true;
-      task();
-    });
-  }
-  dispatch::TaskHandle every(dispatch::Duration interval, dispatch::Task task) override {
-    return inner_.every(interval, std::move(task));
-  }
-  bool isCurrent() const override { return inner_.isCurrent(); }
-
-  std::vector<dispatch::Duration> delays;
-  std::vector<bool> ran;
-
- private:
-  dispatch::Queue& inner_;
-};
-
-class RecordingRuntime final : public dispatch::Runtime {
- public:
-  explicit RecordingRuntime(test::VirtualRuntime& inner)
-      : inner_(inner), main_(inner.mainQueue()) {}
-  std::shared_ptr<dispatch::Queue> makeSerialQueue(std::string label) override {
-    return inner_.makeSerialQueue(std::move(label));
-  }
-  dispatch::Queue& mainQueue() override { return main_; }
-  dispatch::Queue& globalQueue() override { return inner_.globalQueue(); }
-  dispatch::Clock& clock() override { return inner_.clock(); }
-  std::size_t pumpMainQueue() override { return inner_.pumpMainQueue(); }
-  RecordingQueue& main() { return main_; }
-
- private:
-  test::VirtualRuntime& inner_;
-  RecordingQueue main_;
 };
 
 constexpr const char* kUrl = "https://cdn.example/ad.mp4";
@@ -147,7 +102,8 @@ class PlayerControllerTest : public ::testing::Test {
 
   test::TempDir root_;
   std::shared_ptr<test::VirtualRuntime> runtime_ = std::make_shared<test::VirtualRuntime>();
-  std::shared_ptr<RecordingRuntime> recording_ = std::make_shared<RecordingRuntime>(*runtime_);
+  std::shared_ptr<test::DelayRecordingRuntime> recording_ =
+      std::make_shared<test::DelayRecordingRuntime>(*runtime_);
   std::shared_ptr<test::FakeStreamingClient> client_ =
       std::make_shared<test::FakeStreamingClient>(*runtime_);
   std::shared_ptr<test::FakeMediaFactory> media_ =
@@ -316,20 +272,20 @@ TEST_F(PlayerControllerTest, PlayHandsTheSettingsToTheViewAndShowsIt) {
 TEST_F(PlayerControllerTest, TheCloseButtonComesFiveSecondsAfterTheNominalEndEvenWhenStalled) {
   prepareAnnounced(10000000);
   arrive(3000001);
-  const auto before = recording_->main().delays.size();
+  const auto before = recording_->delays.size();
   // Started 1 s in, so that the view's own late-skip timer (remaining time
   // + 5 s) falls a second earlier than the close button.
   readyAndPlay(15, 1);
   std::optional<std::size_t> closeTask;
-  for (std::size_t i = before; i < recording_->main().delays.size(); ++i) {
-    if (recording_->main().delays[i] == 20s) closeTask = i;
+  for (std::size_t i = before; i < recording_->delays.size(); ++i) {
+    if (recording_->delays[i] == 20s) closeTask = i;
   }
   ASSERT_TRUE(closeTask.has_value());
   stall();  // and no more data ever comes
   runtime_->advanceBy(20s - 1ms);
-  EXPECT_FALSE(recording_->main().ran[*closeTask]);
+  EXPECT_FALSE(recording_->ran[*closeTask]);
   runtime_->advanceBy(1ms);
-  EXPECT_TRUE(recording_->main().ran[*closeTask]);
+  EXPECT_TRUE(recording_->ran[*closeTask]);
   EXPECT_TRUE(scope_.analytics().exceptions().empty());
 }
 

@@ -69,11 +69,7 @@ struct Screen {
     view->setFrame({at, {kWidth, kHeight}});
     player->deliverFrame(frame);
   }
-  void composeChanges() {
-    PixelRegion damage;
-    canvas.collectDamage(*root, damage);
-    canvas.compose({root.get()}, damage, Color::clear());
-  }
+  void composeChanges() { test::composeChanges(canvas, *root); }
 
   std::shared_ptr<View> root = std::make_shared<View>(Rect{{0, 0}, {kWidth, kHeight}});
   std::shared_ptr<ZVPlayerView> view = std::make_shared<ZVPlayerView>();
@@ -97,16 +93,13 @@ TEST(PlayerViewTest, APictureWrittenInPlaceMatchesItsConvertedPixelsWholeAndInPa
     screen->composeChanges();
   }
   EXPECT_TRUE(test::samePixels(yuv.canvas, converted.canvas));
-  Canvas fresh({kWidth, kHeight}, 1);
-  fresh.render(*yuv.root);
-  EXPECT_TRUE(test::samePixels(yuv.canvas, fresh));
+  EXPECT_TRUE(test::drawnAfresh(yuv.canvas, *yuv.root));
 
   // A new picture after a partial composition replaces it everywhere.
   const Picture next(1);
   yuv.player->deliverFrame(next.yuvFrame());
   yuv.composeChanges();
-  fresh.render(*yuv.root);
-  EXPECT_TRUE(test::samePixels(yuv.canvas, fresh));
+  EXPECT_TRUE(test::drawnAfresh(yuv.canvas, *yuv.root));
 }
 
 TEST(PlayerViewTest, AScaledPictureIsDrawnFromItsConvertedPixels) {

@@ -6,30 +6,29 @@
 namespace zivora::ui {
 namespace {
 
-void expectColor(const Color& c, double red, double green, double blue, double alpha) {
-  EXPECT_DOUBLE_EQ(c.red, red);
-  EXPECT_DOUBLE_EQ(c.green, green);
-  EXPECT_DOUBLE_EQ(c.blue, blue);
-  EXPECT_DOUBLE_EQ(c.alpha, alpha);
-}
-
-TEST(UIColorUtilitiesTest, EveryLengthGivesWhiteWithItsAlpha) {
-  expectColor(UIColorUtilities::colorWithHexString("#fff"), 1, 1, 1, 1);
-  expectColor(UIColorUtilities::colorWithHexString("#8fff"), 1, 1, 1, 0x88 / 255.0);
-  expectColor(UIColorUtilities::colorWithHexString("#ffffff"), 1, 1, 1, 1);
-  expectColor(UIColorUtilities::colorWithHexString("#80ffffff"), 1, 1, 1, 0x80 / 255.0);
-  expectColor(UIColorUtilities::colorWithHexString("ffffff"), 1, 1, 1, 1);
-}
-
-TEST(UIColorUtilitiesTest, ComponentsComeInAlphaRedGreenBlueOrder) {
-  expectColor(UIColorUtilities::colorWithHexString("#d0000000"), 0, 0, 0, 0xd0 / 255.0);
-  expectColor(UIColorUtilities::colorWithHexString("#30B236"), 0x30 / 255.0, 0xb2 / 255.0,
-              0x36 / 255.0, 1);
-  expectColor(UIColorUtilities::colorWithHexString("#1234"), 0x22 / 255.0, 0x33 / 255.0,
-              0x44 / 255.0, 0x11 / 255.0);
-  // Every "#" goes, wherever it stands, and case does not matter.
-  expectColor(UIColorUtilities::colorWithHexString("#82#82#82"), 0x82 / 255.0, 0x82 / 255.0,
-              0x82 / 255.0, 1);
+// Components come in alpha, red, green, blue order; every "#" goes,
+// wherever it stands, and case does not matter.
+TEST(UIColorUtilitiesTest, EveryLengthIsReadInAlphaRedGreenBlueOrder) {
+  struct Case {
+    const char* hex;
+    int red, green, blue, alpha;
+  };
+  for (const Case& c : {Case{"#fff", 255, 255, 255, 255},
+                        {"#8fff", 255, 255, 255, 0x88},
+                        {"#ffffff", 255, 255, 255, 255},
+                        {"#80ffffff", 255, 255, 255, 0x80},
+                        {"ffffff", 255, 255, 255, 255},
+                        {"#d0000000", 0, 0, 0, 0xd0},
+                        {"#30B236", 0x30, 0xb2, 0x36, 255},
+                        {"#1234", 0x22, 0x33, 0x44, 0x11},
+                        {"#82#82#82", 0x82, 0x82, 0x82, 255}}) {
+    SCOPED_TRACE(c.hex);
+    const Color got = UIColorUtilities::colorWithHexString(c.hex);
+    EXPECT_DOUBLE_EQ(got.red, c.red / 255.0);
+    EXPECT_DOUBLE_EQ(got.green, c.green / 255.0);
+    EXPECT_DOUBLE_EQ(got.blue, c.blue / 255.0);
+    EXPECT_DOUBLE_EQ(got.alpha, c.alpha / 255.0);
+  }
 }
 
 TEST(UIColorUtilitiesTest, DigitsAreReadOnlyAsFarAsTheScannerGoes) {

@@ -11,6 +11,7 @@
 
 #include "platform/media/YuvPicture.h"
 #include "support/FakeMediaPlayer.h"
+#include "support/PlanePresenter.h"
 #include "support/VirtualRuntime.h"
 #include "ui/Presenter.h"
 #include "ui/Window.h"
@@ -21,16 +22,6 @@ namespace {
 
 constexpr int kScreenWidth = 160;
 constexpr int kScreenHeight = 90;
-
-// The presenter of a window on a display, drawing into memory.
-class PlanePresenter : public Presenter {
- public:
-  PlanePresenter(double scale, test::VirtualRuntime& runtime)
-      : Presenter(Screen{{kScreenWidth, kScreenHeight}, scale, {}}, runtime.mainQueue(),
-                  runtime.clock()) {
-    enableVideoPlanes();
-  }
-};
 
 // A mid-grey 4:2:0 picture of the given size.
 media::VideoFrame greyFrame(int width, int height) {
@@ -64,7 +55,8 @@ class VideoPlanesTest : public ::testing::Test {
     runtime_.runOnMain([&] { presenter_.reset(); });
   }
   void show(double scale) {
-    presenter_ = std::make_unique<PlanePresenter>(scale, runtime_);
+    presenter_ =
+        std::make_unique<test::PlanePresenter>(Size{kScreenWidth, kScreenHeight}, scale, runtime_);
     window_->setBackgroundColor(Color{0, 0, 0, 1});
     window_->addSubview(player_);
     window_->addSubview(control_);
@@ -79,7 +71,7 @@ class VideoPlanesTest : public ::testing::Test {
   }
 
   test::VirtualRuntime runtime_;
-  std::unique_ptr<PlanePresenter> presenter_;
+  std::unique_ptr<test::PlanePresenter> presenter_;
   std::shared_ptr<Window> window_ =
       std::make_shared<Window>(Rect{{0, 0}, {kScreenWidth, kScreenHeight}});
   // Letterboxed: the picture is half the view's height, centred.

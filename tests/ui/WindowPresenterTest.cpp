@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "support/FakeWindowSurface.h"
 #include "support/ScopedContext.h"
 #include "support/VirtualRuntime.h"
 #include "ui/Button.h"
@@ -13,50 +14,10 @@ namespace {
 using namespace std::chrono_literals;
 using Kind = platform::SurfaceEvent::Kind;
 
-// A window that records what the presenter hands it and reports the events
-// a test queues, as a real window's poll would.
-struct FakeSurface : platform::WindowSurface {
-  struct Shown {
-    std::size_t damage = 0;
-    std::vector<bool> freshPlanes;
-  };
-
-  bool host = false;
-  bool showsPlanes = true;
-  bool canPresent = true;
-  std::vector<bool> visibility;
-  std::vector<Shown> frames;
-  std::vector<platform::SurfaceEvent> pending;
-
-  platform::SurfaceSize size() const override { return {320, 200, 1}; }
-  std::optional<platform::PixelSize> displayPixels() const override {
-    return platform::PixelSize{1920, 1080};
-  }
-  bool showsVideoPlanes() const override { return showsPlanes; }
-  bool isHostWindow() const override { return host; }
-  void* nativeWindow() const override { return nullptr; }
-  bool prepare(int width, int height) override { return width == 320 && height == 200; }
-  void setShown(bool shown) override { visibility.push_back(shown); }
-  void poll(const std::function<void(const platform::SurfaceEvent&)>& handle) override {
-    auto events = std::exchange(pending, {});
-    for (const auto& event : events) handle(event);
-  }
-  std::optional<platform::SurfaceEvent> translate(const void* native) override {
-    return *static_cast<const platform::SurfaceEvent*>(native);
-  }
-  std::shared_ptr<const void> copyEvent(const void*) const override { return nullptr; }
-  bool present(const platform::SurfaceFrame& frame) override {
-    Shown shown{frame.damage.size(), {}};
-    for (const auto& plane : frame.planes) shown.freshPlanes.push_back(plane.fresh);
-    frames.push_back(shown);
-    return canPresent;
-  }
-};
-
 class WindowPresenterTest : public ::testing::Test {
  protected:
   void open(bool hostWindow) {
-    auto surface = std::make_unique<FakeSurface>();
+    auto surface = std::make_unique<test::FakeWindowSurface>();
     surface->host = hostWindow;
     surface_ = surface.get();
     runtime_.runOnMain([&] {
@@ -87,7 +48,7 @@ class WindowPresenterTest : public ::testing::Test {
   test::ScopedContext context_;
   AppLifecycle lifecycle_;
   std::vector<AppLifecycle::Event> lifecycle_events_;
-  FakeSurface* surface_ = nullptr;
+  test::FakeWindowSurface* surface_ = nullptr;
   std::unique_ptr<WindowPresenter> presenter_;
   std::shared_ptr<Window> window_;
   std::shared_ptr<Button> cta_;

@@ -2,7 +2,9 @@
 // the test's own, the demo with its defaults (its own sandbox, the SDK's own
 // window on the SDK's main thread), keys pressed with xdotool, and what the
 // screen shows read back with xwd at the key moments. The screenshots are
-// written beside the test output and compared with reviewed references.
+// written beside the test output and compared with reviewed references once
+// the demo has ended: keys go to the window as soon as the demo or the screen
+// says it is time, never held up by the work on a picture.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -34,24 +36,17 @@ class DemoOutput {
  public:
   explicit DemoOutput(ChildProcess& demo) : demo_(demo) {}
 
-  // Reads lines until one contains `needle` (true) or the demo ends.
+  // Reads lines until one after the last match contains `needle` (true)
+  // or the demo ends.
   bool waitFor(const std::string& needle) {
-    for (std::size_t i = 0; i < lines_.size(); ++i) {
-      if (i >= searched_ && lines_[i].find(needle) != std::string::npos) {
-        searched_ = i + 1;
-        return true;
+    while (true) {
+      while (searched_ < lines_.size()) {
+        if (lines_[searched_++].find(needle) != std::string::npos) return true;
       }
-    }
-    searched_ = lines_.size();
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
-    while (std::chrono::steady_clock::now() < deadline) {
       auto line = demo_.readLine(kPatience);
       if (!line) return false;
       lines_.push_back(*line);
-      searched_ = lines_.size();
-      if (line->find(needle) != std::string::npos) return true;
     }
-    return false;
   }
 
   // Reads the rest, until the demo closes its output.
@@ -121,13 +116,15 @@ std::uint32_t soundSwitch(const Screenshot& shot) {
 enum class SwitchState { InPlace, Moving, Away };
 
 // Where the controls are, read off the sound switch: all of its square in
-// place, part of it (sliding), or none.
+// place, part of it (sliding), or none. In place means to the pixel: in the
+// last moments of a slide the switch is a pixel or two off and drawn
+// blended at its edges, and keys are still ignored then.
 SwitchState soundSwitchState(const Screenshot& shot) {
   if (shot.empty()) return SwitchState::Moving;
   int lit = 0, total = 0;
   const int top = shot.height - kSwitchMargin - kSwitchSide;
-  for (int y = top + 2; y < top + kSwitchSide - 2; ++y) {
-    for (int x = kSwitchMargin + 2; x < kSwitchMargin + kSwitchSide - 2; ++x, ++total)
+  for (int y = top; y < top + kSwitchSide; ++y) {
+    for (int x = kSwitchMargin; x < kSwitchMargin + kSwitchSide; ++x, ++total)
       lit += shot.at(x, y) == kSoundOn || shot.at(x, y) == kSoundOff;
   }
   return lit == total ? SwitchState::InPlace : lit == 0 ? SwitchState::Away : SwitchState::Moving;
@@ -198,9 +195,6 @@ class WindowedDemo : public ::testing::TestWithParam<ScreenSize> {
     return {width * 3 / 4, height * 3 / 4, width / 4, height / 4};
   }
 
-  // The screen once only the video's noise and the countdown move on it:
-  // two screenshots in a row differ in fewer than one pixel in a thousand
-  // elsewhere (an animation that slides a control in moves far more).
   // The screen once it has stopped moving (two screenshots alike outside
   // the video's noise).
   Screenshot settledScreen() {
@@ -217,20 +211,28 @@ class WindowedDemo : public ::testing::TestWithParam<ScreenSize> {
     });
   }
 
-  // The video with its controls, as a player sees it after a tap: they
-  // slide in at the start and slide out a few seconds later. A tap is
-  // given only when none shows, and not again before the switch appeared
-  // (a tap while they slide would hide them again).
-  Screenshot videoWithControls() {
-    bool tapped = false;
+  // The video with its controls just slid in after a tap of the test's
+  // own, so they stay for the seconds before they hide by themselves and
+  // take keys at once (a key is ignored while they slide). Controls found
+  // in place may be about to leave, so the test taps them away and back;
+  // a tap is given only once they are wholly in place or away (a tap while
+  // they slide is ignored).
+  Screenshot freshlyShownControls() {
+    bool tappedAway = false, tappedIn = false;
     return screenWhere([&](const Screenshot& shot) {
-      const SwitchState state = soundSwitchState(shot);
-      if (state == SwitchState::InPlace) return true;
-      if (state == SwitchState::Away && !tapped) {
-        tapTheMiddle();
-        tapped = true;
+      switch (soundSwitchState(shot)) {
+        case SwitchState::InPlace:
+          if (tappedIn) return true;
+          if (!tappedAway) tapTheMiddle();
+          tappedAway = true;
+          return false;
+        case SwitchState::Away:
+          if (!tappedIn) tapTheMiddle();
+          tappedIn = true;
+          return false;
+        case SwitchState::Moving:
+          return false;
       }
-      if (state == SwitchState::Moving) tapped = false;
       return false;
     });
   }
@@ -241,9 +243,14 @@ class WindowedDemo : public ::testing::TestWithParam<ScreenSize> {
                                   std::to_string(GetParam().height / 2), "click", "1"}));
   }
 
-  void keep(const Screenshot& shot, const std::string& moment) {
-    const std::string name = "desktop-" + GetParam().name() + "-" + moment;
-    EXPECT_TRUE(matchesReference(shot.width, shot.height, shot.pixels, name, noise()));
+  // Keeps a screenshot for comparison with its reference after the demo.
+  void keep(Screenshot shot, const std::string& moment) {
+    kept_.emplace_back("desktop-" + GetParam().name() + "-" + moment, std::move(shot));
+  }
+
+  void TearDown() override {
+    for (const auto& [name, shot] : kept_)
+      EXPECT_TRUE(matchesReference(shot.width, shot.height, shot.pixels, name, noise()));
   }
 
   // Waits for the demo to end; its exit status.
@@ -259,6 +266,7 @@ class WindowedDemo : public ::testing::TestWithParam<ScreenSize> {
   std::unique_ptr<ChildProcess> demo_;
   std::optional<DemoOutput> output_;
   std::string window_;
+  std::vector<std::pair<std::string, Screenshot>> kept_;
 };
 
 TEST_P(WindowedDemo, APlayerWatchesTheWholeAdAndTakesTheCallToAction) {
@@ -266,8 +274,6 @@ TEST_P(WindowedDemo, APlayerWatchesTheWholeAdAndTakesTheCallToAction) {
   focusTheAdWindow();
   Screenshot video = screenWhere(showsTheVideo);
   ASSERT_FALSE(video.empty()) << "the window never showed the video";
-  EXPECT_TRUE(video.writePng(std::filesystem::path(ZIVORA_TEST_OUTPUT_DIR) /
-                             ("desktop-" + GetParam().name() + "-playing.png")));
 
   ASSERT_TRUE(output_->waitFor("delegate: videoDidDismiss")) << output_->transcript();
   keep(settledScreen(), "post-video");
@@ -277,6 +283,8 @@ TEST_P(WindowedDemo, APlayerWatchesTheWholeAdAndTakesTheCallToAction) {
   ASSERT_TRUE(output_->waitFor("delegate: videoWindowDidClose")) << output_->transcript();
 
   EXPECT_EQ(demoExit(), 0) << output_->transcript();
+  EXPECT_TRUE(video.writePng(std::filesystem::path(ZIVORA_TEST_OUTPUT_DIR) /
+                             ("desktop-" + GetParam().name() + "-playing.png")));
   EXPECT_EQ(output_->callbacks(),
             (std::vector<std::string>{
                 "videoDidCache", "videoWindowWillDisplay", "videoWindowDidDisplay",
@@ -300,9 +308,12 @@ TEST_P(WindowedDemoKeys, APlayerSwitchesTheSoundAndSkipsOnceTheSkipControlIsRead
   ASSERT_TRUE(output_->waitFor("delegate: videoWindowDidDisplay")) << output_->transcript();
   focusTheAdWindow();
   ASSERT_FALSE(screenWhere(showsTheVideo).empty()) << "the window never showed the video";
-  keep(videoWithControls(), "video");
+  keep(freshlyShownControls(), "video");
+  // From here to the skip the video must still be playing: every step
+  // waits only for the screen to change, and the pictures are compared
+  // after the demo has ended.
   ASSERT_TRUE(output_->waitFor("Skip allowed")) << output_->transcript();
-  keep(videoWithControls(), "skip-ready");
+  keep(freshlyShownControls(), "skip-ready");
   press("m");
   EXPECT_FALSE(
       screenWhere([](const Screenshot& shot) { return soundSwitch(shot) == kSoundOff; }).empty())

@@ -3,7 +3,6 @@
 // GStreamer through the video view, then what the window shows read back,
 // checked for a picture and written as PNG beside the build.
 #include <SDL.h>
-#include <cairo.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -38,11 +37,6 @@ class Events final : public ZVVideoViewDelegate {
   void didShowView() override { shown.set_value(); }
   std::promise<bool> prepared;
   std::promise<void> shown;
-};
-
-struct Screenshot {
-  int width = 0, height = 0;
-  std::vector<std::uint32_t> pixels;  // ARGB8888
 };
 
 // SDL's x11 driver leaves allocations in libraries it unloads again, where
@@ -118,9 +112,9 @@ TEST(XvfbPlaybackIntegrationTest, AVideoPlaysInARealWindowAndShowsItsPicture) {
   ASSERT_EQ(events->shown.get_future().wait_for(kPatience), std::future_status::ready);
 
   // About a second of playback, then what the window shows.
-  std::promise<Screenshot> taken;
+  std::promise<test::Screenshot> taken;
   runtime->mainQueue().after(1s, [&] {
-    Screenshot shot;
+    test::Screenshot shot;
     SDL_Renderer* sdl = SDL_GetRenderer(static_cast<SDL_Window*>(presenter->window()));
     SDL_GetRendererOutputSize(sdl, &shot.width, &shot.height);
     shot.pixels.resize(static_cast<std::size_t>(shot.width) * shot.height);
@@ -132,7 +126,7 @@ TEST(XvfbPlaybackIntegrationTest, AVideoPlaysInARealWindowAndShowsItsPicture) {
   });
   auto future = taken.get_future();
   ASSERT_EQ(future.wait_for(kPatience), std::future_status::ready);
-  Screenshot shot = future.get();
+  test::Screenshot shot = future.get();
   const bool played = [&] {
     bool playing = false;
     onMain([&] { playing = view->currentTime() > 0.5f; });
@@ -165,12 +159,7 @@ TEST(XvfbPlaybackIntegrationTest, AVideoPlaysInARealWindowAndShowsItsPicture) {
   EXPECT_LT(dark, shot.pixels.size() / 2);
 
   const auto path = std::filesystem::path(ZIVORA_TEST_OUTPUT_DIR) / "xvfb-video-view.png";
-  std::filesystem::create_directories(path.parent_path());
-  cairo_surface_t* surface = cairo_image_surface_create_for_data(
-      reinterpret_cast<unsigned char*>(shot.pixels.data()), CAIRO_FORMAT_RGB24, shot.width,
-      shot.height, shot.width * 4);
-  EXPECT_EQ(cairo_surface_write_to_png(surface, path.c_str()), CAIRO_STATUS_SUCCESS);
-  cairo_surface_destroy(surface);
+  EXPECT_TRUE(shot.writePng(path));
   std::printf("screenshot: %s\n", path.c_str());
 }
 
