@@ -166,20 +166,5 @@ TEST_F(AnalyticsQueueIntegrationTest, AThousandRecordsQueuedWhileTheServerIsDown
   EXPECT_EQ(receivedSeqs(), expected);
 }
 
-TEST_F(AnalyticsQueueIntegrationTest, ARefusingServerKeepsTheRecordUntilItAccepts) {
-  server_->setAnalyticsReply(503, "try later");
-  controller_->sendEvent(record(1));
-  ASSERT_TRUE(server_->waitForReceived(3, 30s));
-  EXPECT_TRUE(controller_->saver().hasSavedEvents());
-  server_->setAnalyticsReply(200, R"({"Status":"Accepted"})");
-  controller_->sendEvent(record(2));
-  ASSERT_TRUE(runtime_->waitUntil([&] { return !controller_->saver().hasSavedEvents(); }));
-  auto seqs = receivedSeqs();
-  ASSERT_GE(seqs.size(), 4u);
-  // The first record again and again, then once accepted, then the second.
-  EXPECT_EQ(std::count(seqs.begin(), seqs.end(), 1), static_cast<long>(seqs.size()) - 1);
-  EXPECT_EQ(seqs.back(), 2);
-}
-
 }  // namespace
 }  // namespace zivora

@@ -4,7 +4,6 @@
 
 #include "analytics/ZVPAnalitics.h"
 #include "events/ZVSendRequest.h"
-#include "platform/dispatch/Runtime.h"
 #include "resources/ZVResourceManager.h"
 #include "sdk/InvokeDelegateHelper.h"
 #include "support/AnalyticsBody.h"

@@ -5,7 +5,6 @@
 
 #include "analytics/ZVPDeviceInfoHelper.h"
 #include "analytics/ZVPOrderId.h"
-#include "analytics/ZVPSaveKeychain.h"
 #include "platform/UserDefaults.h"
 #include "platform/linux/DeviceFacts.h"
 #include "support/MemorySecretStore.h"

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <fstream>
-#include <iterator>
 #include <optional>
 
 #include "eventqueue/EventFile.h"

@@ -5,7 +5,6 @@
 #include <nlohmann/json.hpp>
 
 #include "events/ZVEventSender.h"
-#include "events/ZVSendRequest.h"
 #include "sdk/ZVConfiguration.h"
 #include "support/FakeHttpClient.h"
 #include "support/ScopedContext.h"
