@@ -31,12 +31,10 @@ TEST(CustomParamsTest, LineFormWritesStringsThenIntegersThenDoubles) {
             "p1name=x&p1type=String&p1value=a%20b&p2name=bo_Order&p2type=Integer&p2value=7&"
             "p3name=flag&p3type=Integer&p3value=1&p4name=Amount&p4type=Double&p4value=0.1&"
             "p5name=big&p5type=Double&p5value=1.23457e+08");
-}
-
-TEST(CustomParamsTest, ValuesKeepUrlCharactersAndEscapeTheRest) {
-  ZVPCustomParams params;
-  params.put("a b", "k=v&w \"q\" 50% caf\xC3\xA9 \\");
-  EXPECT_EQ(params.toStr(),
+  // Values keep the URL characters and escape the rest.
+  ZVPCustomParams texts;
+  texts.put("a b", "k=v&w \"q\" 50% caf\xC3\xA9 \\");
+  EXPECT_EQ(texts.toStr(),
             "p1name=a%20b&p1type=String&p1value=k=v&w%20%22q%22%2050%25%20caf%C3%A9%20%5C");
 }
 
@@ -113,15 +111,13 @@ TEST(ZVPHttpRequestTest, OlderFieldsAreAppendedAfterTheHighestNumber) {
             std::string::npos);
   EXPECT_FALSE(ZVPHttpRequest::validateResponse(std::nullopt));
   EXPECT_TRUE(ZVPHttpRequest::validateResponse(R"({ "Status" : "Accepted" })"));
-}
 
-TEST(ZVPHttpRequestTest, FieldNumbersAtTheLimitOfAnIntStillGetTheirSuccessors) {
-  test::ScopedContext scope;
-  const std::string line = "AppId=a&p2147483647name=b&p2147483647type=String&p2147483647value=x";
-  auto extended = ZVPHttpRequest::addAdditionParams(line);
-  ASSERT_TRUE(extended);
-  EXPECT_NE(extended->find("&p2147483648name=bo_ClientTime"), std::string::npos);
-  EXPECT_NE(extended->find("&p2147483649name=bo_HashSum"), std::string::npos);
+  // Field numbers at the limit of an int still get their successors.
+  auto atLimit = ZVPHttpRequest::addAdditionParams(
+      "AppId=a&p2147483647name=b&p2147483647type=String&p2147483647value=x");
+  ASSERT_TRUE(atLimit);
+  EXPECT_NE(atLimit->find("&p2147483648name=bo_ClientTime"), std::string::npos);
+  EXPECT_NE(atLimit->find("&p2147483649name=bo_HashSum"), std::string::npos);
   // A number past any int is refused as a whole, never wrapped.
   EXPECT_FALSE(ZVPHttpRequest::addAdditionParams("p99999999999name=b"));
 }

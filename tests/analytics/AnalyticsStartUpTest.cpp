@@ -38,13 +38,7 @@ TEST(AnalyticsStartUpTest, InitialisationOpensAnalyticsBeforeTheHandshakeSucceed
 
   EXPECT_TRUE(ZVPAnalitics::profilingEnabled());
   EXPECT_TRUE(adSide->calls("newVideoManager").empty());
-  std::vector<test::AnalyticsBody> records;
-  for (const auto& request : http->requests()) {
-    if (request.url != kAnalytics) continue;
-    auto body = test::AnalyticsBody::parse(request.body);
-    ASSERT_TRUE(body);
-    records.push_back(*body);
-  }
+  auto records = test::AnalyticsBody::parseAll(http->requests(), kAnalytics);
   // The failed handshake is itself reported as a diagnostic record.
   ASSERT_EQ(records.size(), 2u);
   EXPECT_EQ(records[0].eventName(), "AppOpen");

@@ -14,7 +14,6 @@
 #include "support/ScopedContext.h"
 #include "support/ScopedEnv.h"
 #include "support/TempDir.h"
-#include "zivora/ZVConstants.h"
 
 namespace zivora {
 namespace {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <numeric>
 #include <thread>
 
 #include "analytics/ZVPAnalitics.h"
@@ -56,16 +57,14 @@ TEST(ZVPAnaliticsThreaded, ConcurrentReportsAllArriveInEachThreadsOrder) {
 
   std::map<std::string, std::vector<int>> perThread;
   std::vector<std::int64_t> orders;
-  for (const auto& request : requests) {
-    auto body = test::AnalyticsBody::parse(request.body);
-    ASSERT_TRUE(body && body->md5Valid);
-    orders.push_back(body->integer("bo_Order"));
-    if (body->eventName() != "AppOpen")
-      perThread[body->text("ClassName")].push_back(std::stoi(body->text("MethodName")));
+  for (const auto& body : test::AnalyticsBody::parseAll(requests)) {
+    orders.push_back(body.integer("bo_Order"));
+    if (body.eventName() != "AppOpen")
+      perThread[body.text("ClassName")].push_back(std::stoi(body.text("MethodName")));
   }
   ASSERT_EQ(perThread.size(), static_cast<std::size_t>(kThreads));
   std::vector<int> inOrder(kEach);
-  for (int i = 0; i < kEach; ++i) inOrder[i] = i;
+  std::iota(inOrder.begin(), inOrder.end(), 0);
   for (const auto& [thread, methods] : perThread) EXPECT_EQ(methods, inOrder) << thread;
   for (std::size_t i = 0; i < orders.size(); ++i) EXPECT_EQ(orders[i], static_cast<int>(i) + 1);
 

@@ -5,7 +5,6 @@
 
 #include "analytics/ZVPDeviceInfoHelper.h"
 #include "analytics/ZVPOrderId.h"
-#include "analytics/ZVPSaveKeychain.h"
 #include "platform/UserDefaults.h"
 #include "platform/linux/DeviceFacts.h"
 #include "support/MemorySecretStore.h"
@@ -38,24 +37,19 @@ class DeviceIdentityTest : public ::testing::Test {
   std::unique_ptr<test::ScopedContext> scope_ = open();
 };
 
-// --- order number ----------------------------------------------------------
-
-TEST_F(DeviceIdentityTest, OrderNumbersStartAtOneAndContinueAfterARestart) {
+// Order numbers start at one, go on after a restart, wrap after the
+// largest 32-bit value and are zero without a context.
+TEST_F(DeviceIdentityTest, OrderNumbersContinueAfterARestartAndWrap) {
   EXPECT_EQ(ZVPOrderId::currentOrder(), 0);
   EXPECT_EQ(ZVPOrderId::nextOrder(), 1);
   EXPECT_EQ(ZVPOrderId::nextOrder(), 2);
   restart();
   EXPECT_EQ(ZVPOrderId::currentOrder(), 2);
   EXPECT_EQ(ZVPOrderId::nextOrder(), 3);
-}
-
-TEST_F(DeviceIdentityTest, OrderNumberWrapsAtTheLargest32BitValue) {
+  restart();
   scope_->context().userDefaults("standard")->setValue("tsp-profiling-order", 2147483647);
   EXPECT_EQ(ZVPOrderId::nextOrder(), 0);
   EXPECT_EQ(ZVPOrderId::nextOrder(), 1);
-}
-
-TEST_F(DeviceIdentityTest, OrderNumberWithoutAContextIsZero) {
   scope_.reset();
   EXPECT_EQ(ZVPOrderId::nextOrder(), 0);
 }
@@ -87,20 +81,14 @@ TEST_F(DeviceIdentityTest, ALockedStoreGivesTheFallbackAndMintsNothing) {
   EXPECT_EQ(device.randomUID(), "error");
   EXPECT_EQ(device.advertisingId(), "error");
   EXPECT_EQ(secrets_->writes(), 0);
-  EXPECT_TRUE(scope_->log().contains("Backoffice [ZVPDeviceInfoHelper][deviceId] Error!"));
-  EXPECT_TRUE(scope_->log().contains("Backoffice [ZVPDeviceInfoHelper][randomUID] Error!"));
-  EXPECT_TRUE(scope_->log().contains("Backoffice [ZVPDeviceInfoHelper][advertisingId] Error!"));
+  for (const char* method : {"deviceId", "randomUID", "advertisingId"})
+    EXPECT_TRUE(scope_->log().contains(std::string("Backoffice [ZVPDeviceInfoHelper][") + method +
+                                       "] Error!"));
 }
 
-TEST_F(DeviceIdentityTest, LimitedTrackingHasNoAdvertisingId) {
-  restart(HostOptions{.limitAdTracking = true});
-  ZVPDeviceInfoHelper device("app", std::nullopt);
-  EXPECT_EQ(device.limitAdTracking(), 1);
-  EXPECT_EQ(device.advertisingId(), std::nullopt);
-  EXPECT_EQ(secrets_->writes(), 0);
-}
-
-TEST_F(DeviceIdentityTest, TheAdvertisingIdIsStableUntilReset) {
+// The advertising id is kept until reset, and there is none with limited
+// tracking.
+TEST_F(DeviceIdentityTest, TheAdvertisingIdIsStableUntilResetAndAbsentWhenLimited) {
   ZVPDeviceInfoHelper device("app", std::nullopt);
   EXPECT_EQ(device.limitAdTracking(), 0);
   auto first = device.advertisingId();
@@ -110,6 +98,13 @@ TEST_F(DeviceIdentityTest, TheAdvertisingIdIsStableUntilReset) {
   EXPECT_NE(device.advertisingId(), device.deviceId());
   EXPECT_TRUE(ZVPDeviceInfoHelper::resetAdvertisingId());
   EXPECT_NE(device.advertisingId(), first);
+
+  const int writes = secrets_->writes();
+  restart(HostOptions{.limitAdTracking = true});
+  ZVPDeviceInfoHelper limited("app", std::nullopt);
+  EXPECT_EQ(limited.limitAdTracking(), 1);
+  EXPECT_EQ(limited.advertisingId(), std::nullopt);
+  EXPECT_EQ(secrets_->writes(), writes);
 }
 
 TEST_F(DeviceIdentityTest, GameUserIdIsWrittenOnlyWhenItChanges) {

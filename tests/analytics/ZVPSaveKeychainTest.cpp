@@ -37,10 +37,6 @@ TEST_F(ZVPSaveKeychainTest, SavesReadsUpdatesAndDeletes) {
   EXPECT_EQ(error.domain, "com.zivora.profiling.domain");
   EXPECT_EQ(error.description,
             "Item with key 'key' for service 'svc' could not be found in the keychain.");
-}
-
-TEST_F(ZVPSaveKeychainTest, DeletingAMissingItemSaysItDoesNotExist) {
-  ZVPKeychainError error;
   EXPECT_FALSE(ZVPSaveKeychain::deleteItemForKey("gone", kService, &error));
   EXPECT_EQ(error.code, -25300);
   EXPECT_EQ(error.description,

@@ -5,7 +5,6 @@
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
 #include "support/VirtualRuntime.h"
-#include "zivora/ZVConstants.h"
 
 namespace zivora {
 namespace {

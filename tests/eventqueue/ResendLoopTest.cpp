@@ -4,7 +4,7 @@
 
 #include "eventqueue/EventFile.h"
 #include "eventqueue/ResendLoop.h"
-#include "support/ForwardingFileSystem.h"
+#include "support/FakeFileSystem.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
 #include "support/VirtualRuntime.h"
@@ -13,22 +13,32 @@ namespace zivora {
 namespace {
 
 using namespace std::chrono_literals;
+using Times = std::vector<dispatch::Duration>;
+using Events = std::vector<std::string>;
 
 class ResendLoopTest : public ::testing::Test {
  protected:
-  struct Sent {
-    std::string event;
-    dispatch::Duration at;
-  };
+  ResendLoopTest() {
+    // When each fdatasync of the queue file happened, on the virtual clock.
+    io_->onSync = [this](int) {
+      syncTimes_.push_back(runtime_->elapsed());
+      return 0;
+    };
+  }
 
-  std::shared_ptr<ResendLoop> makeLoop(bool waitsForServer = true) {
+  // Each send takes `sendTime` and is answered by the next of `replies_`,
+  // else by 200.
+  std::shared_ptr<ResendLoop> makeLoop(bool waitsForServer = true,
+                                       dispatch::Duration sendTime = 0s) {
     return std::make_shared<ResendLoop>(
         runtime_, file_,
         ResendLoopOptions{.queueLabel = "test.resend",
                           .className = "ResendLoopTest",
                           .waitsForServer = waitsForServer,
-                          .send = [this](const std::string& event) {
-                            sent_.push_back({event, runtime_->elapsed()});
+                          .send = [this, sendTime](const std::string& event) {
+                            if (sendTime > 0s) runtime_->clock().sleepFor(sendTime);
+                            sent_.push_back(event);
+                            sendTimes_.push_back(runtime_->elapsed());
                             if (replies_.empty()) return 200;
                             int code = replies_.front();
                             replies_.pop_front();
@@ -36,26 +46,30 @@ class ResendLoopTest : public ::testing::Test {
                           }});
   }
 
-  // The pauses between consecutive sends.
-  std::vector<dispatch::Duration> pauses() const {
-    std::vector<dispatch::Duration> result;
-    for (std::size_t i = 1; i < sent_.size(); ++i) result.push_back(sent_[i].at - sent_[i - 1].at);
-    return result;
+  // A loop that does not wait for the server, on a file of `count` events.
+  std::shared_ptr<ResendLoop> loopOverSavedEvents(int count, dispatch::Duration sendTime) {
+    for (int n = 0; n < count; ++n) EXPECT_TRUE(file_->save("{\"n\":" + std::to_string(n) + "}"));
+    syncTimes_.clear();
+    return makeLoop(false, sendTime);
   }
 
-  std::vector<std::string> sentEvents() const {
-    std::vector<std::string> result;
-    for (const auto& s : sent_) result.push_back(s.event);
+  // The pauses between consecutive sends.
+  Times pauses() const {
+    Times result;
+    for (std::size_t i = 1; i < sendTimes_.size(); ++i)
+      result.push_back(sendTimes_[i] - sendTimes_[i - 1]);
     return result;
   }
 
   std::shared_ptr<test::VirtualRuntime> runtime_ = std::make_shared<test::VirtualRuntime>();
   test::ScopedContext context_;
   test::TempDir dir_;
+  std::shared_ptr<test::FakeFileSystem> io_ = std::make_shared<test::FakeFileSystem>();
   std::shared_ptr<EventFile> file_ =
-      std::make_shared<EventFile>(EventFileOptions{.path = dir_.path() / "events.dat"});
+      std::make_shared<EventFile>(EventFileOptions{.path = dir_.path() / "events.dat", .io = io_});
   std::deque<int> replies_;
-  std::vector<Sent> sent_;
+  Events sent_;
+  Times sendTimes_, syncTimes_;
 };
 
 TEST_F(ResendLoopTest, NothingIsSentBeforeTheServerIsConnectedThenAllInOrder) {
@@ -66,7 +80,7 @@ TEST_F(ResendLoopTest, NothingIsSentBeforeTheServerIsConnectedThenAllInOrder) {
 
   loop->serverConnected();
   runtime_->runUntilIdle();
-  EXPECT_EQ(sentEvents(), (std::vector<std::string>{"{\"n\":1}", "{\"n\":2}", "{\"n\":3}"}));
+  EXPECT_EQ(sent_, (Events{"{\"n\":1}", "{\"n\":2}", "{\"n\":3}"}));
   EXPECT_FALSE(file_->hasSavedEvents());
   EXPECT_FALSE(std::filesystem::exists(file_->path()));
   EXPECT_FALSE(loop->hasThread());
@@ -81,11 +95,10 @@ TEST_F(ResendLoopTest, FailuresPauseDoublingUpToOneHundredSecondsAndSuccessReset
   loop->sendEvent("{\"n\":1}");
   loop->sendEvent("{\"n\":2}");
   runtime_->advanceUntilNoTasks();
-  std::vector<std::string> expected(10, "{\"n\":1}");
+  Events expected(10, "{\"n\":1}");
   expected.insert(expected.end(), 2, "{\"n\":2}");
-  EXPECT_EQ(sentEvents(), expected);
-  EXPECT_EQ(pauses(),
-            (std::vector<dispatch::Duration>{1s, 2s, 4s, 8s, 16s, 32s, 64s, 100s, 100s, 0s, 1s}));
+  EXPECT_EQ(sent_, expected);
+  EXPECT_EQ(pauses(), (Times{1s, 2s, 4s, 8s, 16s, 32s, 64s, 100s, 100s, 0s, 1s}));
   EXPECT_EQ(loop->delayResendOffline(), 1);
   EXPECT_FALSE(file_->hasSavedEvents());
 }
@@ -98,80 +111,37 @@ TEST_F(ResendLoopTest, OnlyOneRequestIsInFlightAndEventsArrivingMeanwhileFollow)
   runtime_->runUntilIdle();
   loop->sendEvent("{\"n\":3}");
   runtime_->advanceUntilNoTasks();
-  EXPECT_EQ(sentEvents(),
-            (std::vector<std::string>{"{\"n\":1}", "{\"n\":1}", "{\"n\":2}", "{\"n\":3}"}));
+  EXPECT_EQ(sent_, (Events{"{\"n\":1}", "{\"n\":1}", "{\"n\":2}", "{\"n\":3}"}));
 }
-
-// When each fdatasync happened, on the virtual clock.
-class SyncTimes final : public test::ForwardingFileSystem {
- public:
-  explicit SyncTimes(test::VirtualRuntime& runtime) : runtime_(runtime) {}
-  int fdatasync(int fd) override {
-    times.push_back(runtime_.elapsed());
-    return ForwardingFileSystem::fdatasync(fd);
-  }
-  std::vector<dispatch::Duration> times;
-
- private:
-  test::VirtualRuntime& runtime_;
-};
-
-class ConsumedSyncTest : public ResendLoopTest {
- protected:
-  // A loop on its own file of `count` events whose sends take `sendTime`
-  // each, with the fdatasync calls' times recorded in io_->times.
-  std::shared_ptr<ResendLoop> slowLoop(int count, dispatch::Duration sendTime) {
-    file_ =
-        std::make_shared<EventFile>(EventFileOptions{.path = dir_.path() / "slow.dat", .io = io_});
-    for (int n = 0; n < count; ++n) EXPECT_TRUE(file_->save("{\"n\":" + std::to_string(n) + "}"));
-    io_->times.clear();
-    return std::make_shared<ResendLoop>(
-        runtime_, file_,
-        ResendLoopOptions{.queueLabel = "test.slow",
-                          .className = "ResendLoopTest",
-                          .waitsForServer = false,
-                          .send = [this, sendTime](const std::string& event) {
-                            if (sendTime > dispatch::Duration::zero())
-                              runtime_->clock().sleepFor(sendTime);
-                            sent_.push_back({event, runtime_->elapsed()});
-                            if (replies_.empty()) return 200;
-                            int code = replies_.front();
-                            replies_.pop_front();
-                            return code;
-                          }});
-  }
-
-  std::shared_ptr<SyncTimes> io_ = std::make_shared<SyncTimes>(*runtime_);
-};
 
 // Sends of 30 ms each: the marks of delivered events are synced 100 ms
 // after the first unsynced one, beside the send in flight or the back-off,
 // instead of waiting for a group of sixteen.
-TEST_F(ConsumedSyncTest, MarksAreSyncedWithinTheDelayWhileTheLoopSendsOrWaits) {
+TEST_F(ResendLoopTest, MarksAreSyncedWithinTheDelayWhileTheLoopSendsOrWaits) {
   replies_ = {200, 200, 200, 200, 200, 200, 500};
-  auto loop = slowLoop(10, 30ms);
+  auto loop = loopOverSavedEvents(10, 30ms);
   loop->trySendEvent();
   runtime_->advanceUntilNoTasks();
   // Marks at 30 ... 180 ms; the timer of the first runs at 130 ms during a
   // send, the one of the mark at 150 ms at 250 ms during the back-off that
   // the failure at 210 ms started. The last mark deletes the file, which
   // leaves nothing to sync.
-  EXPECT_EQ(io_->times, (std::vector<dispatch::Duration>{130ms, 250ms}));
+  EXPECT_EQ(syncTimes_, (Times{130ms, 250ms}));
   EXPECT_EQ(sent_.size(), 11u);
   EXPECT_FALSE(std::filesystem::exists(file_->path()));
   EXPECT_EQ(file_->unsyncedConsumed(), 0);
 }
 
 // Instant sends: a group of sixteen marks is synced at once, off the loop.
-TEST_F(ConsumedSyncTest, AFullGroupIsSyncedAtOnce) {
-  auto loop = slowLoop(40, dispatch::Duration::zero());
+TEST_F(ResendLoopTest, AFullGroupOfMarksIsSyncedAtOnce) {
+  auto loop = loopOverSavedEvents(40, 0s);
   loop->trySendEvent();
   runtime_->runUntilIdle();
   EXPECT_EQ(sent_.size(), 40u);
-  EXPECT_EQ(io_->times.size(), 2u);
+  EXPECT_EQ(syncTimes_.size(), 2u);
   EXPECT_FALSE(std::filesystem::exists(file_->path()));
   runtime_->advanceUntilNoTasks();
-  EXPECT_EQ(io_->times.size(), 2u);
+  EXPECT_EQ(syncTimes_.size(), 2u);
 }
 
 }  // namespace

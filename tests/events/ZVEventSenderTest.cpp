@@ -5,7 +5,6 @@
 #include <nlohmann/json.hpp>
 
 #include "events/ZVEventSender.h"
-#include "events/ZVSendRequest.h"
 #include "sdk/ZVConfiguration.h"
 #include "support/FakeHttpClient.h"
 #include "support/ScopedContext.h"
@@ -105,27 +104,23 @@ TEST_F(ZVEventSenderTest, APurchaseCarriesTheReceiptFileBase64AndPercentEncoded)
   EXPECT_EQ(documents[0].at("eventPurchase").at("receipt"), "%2B%2F8gcmVjZWlwdA%3D%3D");
 }
 
-TEST_F(ZVEventSenderTest, WithoutAReceiptNothingIsSentAndTheLossIsReported) {
+// A purchase without a receipt, or whose document cannot be written, is
+// reported and never queued.
+TEST_F(ZVEventSenderTest, PurchasesThatCannotBeSentAreReportedNotQueued) {
   ZVEventSender::shared()->purchaseEvent(1.5, "USD", std::nullopt);
-  connectAndDeliver();
-  EXPECT_TRUE(http_->requests().empty());
-  ASSERT_EQ(context_.analytics().events().size(), 1u);
-  auto reported = context_.analytics().events()[0];
-  EXPECT_EQ(reported.eventName, "error");
-  EXPECT_EQ(reported.className, "EventSender");
-  EXPECT_EQ(reported.method, "purchaseEvent");
-  EXPECT_EQ(reported.message,
-            "Receipt is nil! Price: 1.500000, currency: USD, transactionId: (null)");
-  EXPECT_TRUE(context_.log().contains("[ZVEventSender][purchaseEvent] Error: Receipt is nil!"));
-}
-
-TEST_F(ZVEventSenderTest, ADocumentThatCannotBeWrittenIsReportedNotQueued) {
   ZVEventSender::shared()->purchase(std::nan(""), "USD", "t-4", "r");
   connectAndDeliver();
   EXPECT_TRUE(http_->requests().empty());
-  ASSERT_EQ(context_.analytics().events().size(), 1u);
-  EXPECT_EQ(context_.analytics().events()[0].method, "purchase");
-  EXPECT_EQ(context_.analytics().events()[0].message, "Can't create JSON for send purchase event");
+  auto reported = context_.analytics().events();
+  ASSERT_EQ(reported.size(), 2u);
+  EXPECT_EQ(reported[0].eventName, "error");
+  EXPECT_EQ(reported[0].className, "EventSender");
+  EXPECT_EQ(reported[0].method, "purchaseEvent");
+  EXPECT_EQ(reported[0].message,
+            "Receipt is nil! Price: 1.500000, currency: USD, transactionId: (null)");
+  EXPECT_TRUE(context_.log().contains("[ZVEventSender][purchaseEvent] Error: Receipt is nil!"));
+  EXPECT_EQ(reported[1].method, "purchase");
+  EXPECT_EQ(reported[1].message, "Can't create JSON for send purchase event");
   EXPECT_TRUE(context_.log().contains("Error! Can't create JSON for send purchase event"));
 }
 

@@ -1,5 +1,7 @@
 #include "support/AnalyticsBody.h"
 
+#include <gtest/gtest.h>
+
 #include "util/PercentEncoding.h"
 #include "util/ZVHash.h"
 
@@ -23,6 +25,18 @@ std::optional<AnalyticsBody> AnalyticsBody::parse(std::string_view body) {
   parsed.params = nlohmann::json::parse(parsed.paramsText, nullptr, false);
   if (parsed.params.is_discarded()) return std::nullopt;
   return parsed;
+}
+
+std::vector<AnalyticsBody> AnalyticsBody::parseAll(
+    const std::vector<platform::HttpRequest>& requests, std::string_view url) {
+  std::vector<AnalyticsBody> bodies;
+  for (const auto& request : requests) {
+    if (!url.empty() && request.url != url) continue;
+    auto body = parse(request.body);
+    EXPECT_TRUE(body && body->md5Valid) << request.body;
+    if (body) bodies.push_back(*body);
+  }
+  return bodies;
 }
 
 nlohmann::json AnalyticsBody::value(const char* array, const std::string& name) const {

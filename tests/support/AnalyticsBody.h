@@ -4,6 +4,9 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
+
+#include "platform/HttpClient.h"
 
 namespace zivora::test {
 
@@ -19,6 +22,10 @@ struct AnalyticsBody {
 
   // Nothing when the body is not of that form or Params is not JSON.
   static std::optional<AnalyticsBody> parse(std::string_view body);
+  // The bodies of the requests (of those to `url`, when given) in order; one
+  // that does not parse or whose md5 does not match fails the test.
+  static std::vector<AnalyticsBody> parseAll(const std::vector<platform::HttpRequest>& requests,
+                                             std::string_view url = {});
 
   // The value put under `name` in the array "s", "d" or "i"; null when it
   // is not there.

@@ -64,14 +64,12 @@ ssize_t FakeFileSystem::faultyWrite(int fd, std::size_t size, Put&& put) {
 }
 
 ssize_t FakeFileSystem::write(int fd, const void* data, std::size_t size) {
-  return faultyWrite(
-      fd, size, [&](std::size_t bytes) { return ForwardingFileSystem::write(fd, data, bytes); });
+  return faultyWrite(fd, size, [&](std::size_t bytes) { return real_.write(fd, data, bytes); });
 }
 
 ssize_t FakeFileSystem::pwrite(int fd, const void* buffer, std::size_t size, off_t offset) {
-  return faultyWrite(fd, size, [&](std::size_t bytes) {
-    return ForwardingFileSystem::pwrite(fd, buffer, bytes, offset);
-  });
+  return faultyWrite(fd, size,
+                     [&](std::size_t bytes) { return real_.pwrite(fd, buffer, bytes, offset); });
 }
 
 int FakeFileSystem::fdatasync(int fd) {
@@ -81,26 +79,24 @@ int FakeFileSystem::fdatasync(int fd) {
 }
 
 int FakeFileSystem::open(const char* path, int flags, mode_t mode) {
-  return dead() ? -1 : ForwardingFileSystem::open(path, flags, mode);
+  return dead() ? -1 : real_.open(path, flags, mode);
 }
 ssize_t FakeFileSystem::pread(int fd, void* buffer, std::size_t size, off_t offset) {
-  return dead() ? -1 : ForwardingFileSystem::pread(fd, buffer, size, offset);
+  return dead() ? -1 : real_.pread(fd, buffer, size, offset);
 }
-off_t FakeFileSystem::size(int fd) { return dead() ? -1 : ForwardingFileSystem::size(fd); }
+off_t FakeFileSystem::size(int fd) { return dead() ? -1 : real_.size(fd); }
 int FakeFileSystem::ftruncate(int fd, off_t size) {
-  return dead() ? -1 : ForwardingFileSystem::ftruncate(fd, size);
+  return dead() ? -1 : real_.ftruncate(fd, size);
 }
-int FakeFileSystem::unlink(const char* path) {
-  return dead() ? -1 : ForwardingFileSystem::unlink(path);
-}
+int FakeFileSystem::unlink(const char* path) { return dead() ? -1 : real_.unlink(path); }
 int FakeFileSystem::syncDirectory(const char* path) {
-  return dead() ? -1 : ForwardingFileSystem::syncDirectory(path);
+  return dead() ? -1 : real_.syncDirectory(path);
 }
 int FakeFileSystem::status(const char* path, platform::FileStatus& status) {
-  return dead() ? -1 : ForwardingFileSystem::status(path, status);
+  return dead() ? -1 : real_.status(path, status);
 }
 int FakeFileSystem::status(int fd, platform::FileStatus& status) {
-  return dead() ? -1 : ForwardingFileSystem::status(fd, status);
+  return dead() ? -1 : real_.status(fd, status);
 }
 
 }  // namespace zivora::test

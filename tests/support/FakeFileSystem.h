@@ -5,7 +5,7 @@
 #include <functional>
 #include <optional>
 
-#include "support/ForwardingFileSystem.h"
+#include "platform/FileSystem.h"
 
 namespace zivora::test {
 
@@ -22,7 +22,7 @@ namespace zivora::test {
 //   beforeWrite          runs ahead of every write (to unlink the file
 //                        under the writer, say)
 // Both write(2) and pwrite(2) see the same faults.
-class FakeFileSystem final : public ForwardingFileSystem {
+class FakeFileSystem final : public platform::FileSystem {
  public:
   enum class Space { Value, Unreadable, Throws };
 
@@ -46,6 +46,13 @@ class FakeFileSystem final : public ForwardingFileSystem {
   int syncDirectory(const char* path) override;
   int status(const char* path, platform::FileStatus& status) override;
   int status(int fd, platform::FileStatus& status) override;
+  int close(int fd) override { return real_.close(fd); }
+  std::vector<std::string> regularFiles(const char* directory) override {
+    return real_.regularFiles(directory);
+  }
+  int removeRegularFile(const char* directory, const char* name) override {
+    return real_.removeRegularFile(directory, name);
+  }
 
   std::atomic<Space> spaceMode{Space::Value};
   std::atomic<std::uint64_t> freeBytes{1ull << 40};
@@ -67,6 +74,7 @@ class FakeFileSystem final : public ForwardingFileSystem {
   int writeError_ = 0;
   std::optional<std::size_t> crashBudget_;
   bool crashed_ = false;
+  platform::FileSystem& real_ = *platform::FileSystem::posix();
 };
 
 }  // namespace zivora::test
