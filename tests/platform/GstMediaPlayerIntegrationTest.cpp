@@ -215,28 +215,6 @@ TEST_F(GstMediaPlayerIntegrationTest, AFilePlaysToTheEndDeliveringFrames) {
   });
 }
 
-// The pipeline starts on GStreamer's pool, after the item is made: a play
-// asked for before that start must not be undone by it, and items dropped
-// before it must neither start nor crash it.
-TEST_F(GstMediaPlayerIntegrationTest, ThePipelinesLateStartNeitherUndoesAPlayNorOutlivesTheItem) {
-  onMain([this] {
-    for (int i = 0; i < 20; ++i) factory_.makeItem(MediaAsset::fromFile(test::TestMedia::clip()));
-    // Made, played and watched in one main-queue task: before the pool's
-    // start can have run.
-    item_ = factory_.makeItem(MediaAsset::fromFile(test::TestMedia::clip()));
-    item_->setObserver(observer(false));
-    player_ = factory_.makePlayer(item_);
-    player_->setFrameSink(&recorder_);
-    player_->play();
-  });
-  ASSERT_TRUE(recorder_.waitFor([](Recorder& r) { return r.endCount > 0 || r.failedCount > 0; }));
-  recorder_.record([](Recorder& r) {
-    EXPECT_EQ(r.readyCount, 1);
-    EXPECT_EQ(r.endCount, 1);
-    EXPECT_GT(r.frames, 30);
-  });
-}
-
 TEST_F(GstMediaPlayerIntegrationTest, AnItemSeekedBeforeItIsReadyStartsExactlyThere) {
   open(MediaAsset::fromFile(test::TestMedia::clip()), true, MediaTime::fromSeconds(1.0));
   ASSERT_TRUE(recorder_.waitFor([](Recorder& r) { return r.endCount > 0 || r.failedCount > 0; }));

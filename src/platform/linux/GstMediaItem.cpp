@@ -28,12 +28,8 @@ struct GstMediaItem::Streaming {
   std::atomic<std::uint64_t> readOffset{0};
   // The presentation time of the latest picture, or -1.
   std::atomic<std::int64_t> lastFrameTime{-1};
-  // Set when the item goes: the sound device is no longer worth opening,
-  // nor the pipeline worth starting.
+  // Set when the item goes: the sound device is no longer worth opening.
   std::atomic<bool> stopping{false};
-  // Set once the item itself asks the pipeline for a state: the start made
-  // on GStreamer's pool must not undo it.
-  std::atomic<bool> stateTaken{false};
   // Whether the sink takes 4:2:0 pictures as the decoder made them.
   std::atomic<bool> yuvWanted{false};
 
@@ -358,22 +354,6 @@ void openSoundEarly(GstElement* sink, gpointer data) {
   GST_STATE_UNLOCK(sink);
 }
 
-// The pipeline's first change to PAUSED builds the source, the typefinder
-// and the decoder's bin and starts the streaming thread: milliseconds of
-// work that, made on the main queue, would hold up every download chunk
-// and read answer queued behind it (an ad is prepared while its video is
-// still downloading). It runs on GStreamer's pool instead; the state lock
-// orders it with the item's own later state changes and its stop.
-void startPreroll(GstElement* pipeline, gpointer data) {
-  auto& streaming = streamingOf(data);
-  GST_STATE_LOCK(pipeline);
-  const bool wanted = !streaming.stopping.load() && !streaming.stateTaken.load();
-  if (wanted && gst_element_set_state(pipeline, GST_STATE_PAUSED) == GST_STATE_CHANGE_FAILURE) {
-    streaming.failed("The player could not start.");
-  }
-  GST_STATE_UNLOCK(pipeline);
-}
-
 // playbin's defaults that an ad never uses: subtitles, and the deinterlacer
 // and colour-balance elements it would otherwise build into the video chain
 // (building and negotiating them is a good part of a preroll).
@@ -459,8 +439,7 @@ bool GstMediaItem::start(AudioOutput audio) {
     g_free(fileUri);
   }
   g_object_set(pipeline_, "uri", uri.c_str(), nullptr);
-  gst_element_call_async(pipeline_, startPreroll, holdStreaming(streaming_), releaseStreaming);
-  return true;
+  return gst_element_set_state(pipeline_, GST_STATE_PAUSED) != GST_STATE_CHANGE_FAILURE;
 }
 
 void GstMediaItem::setAudioSink(AudioOutput audio) {
@@ -612,7 +591,6 @@ void GstMediaItem::deliverFrame() {
 
 void GstMediaItem::setPlaying(bool playing) {
   if (!pipeline_ || status_ == MediaItemStatus::Failed) return;
-  streaming_->stateTaken.store(true);
   gst_element_set_state(pipeline_, playing ? GST_STATE_PLAYING : GST_STATE_PAUSED);
   if (streaming_->source) streaming_->source->setPlaying(playing);
 }

@@ -31,8 +31,7 @@ struct GstPlaybackOptions {
 // An item on a playbin pipeline: video to an appsink (I420 pictures turned
 // into cairo's layout by libyuv, anything else converted to BGRA), audio to the
 // chosen sink, a "customLoader://" asset read through an appsrc in
-// random-access mode. The pipeline prerolls as soon as the item is made,
-// its first state change made on GStreamer's pool, off the main queue.
+// random-access mode. The pipeline prerolls as soon as the item is made.
 // Bus messages and frames reach the main queue through weak references, so
 // the item may go at any time; its destructor breaks a waiting read before
 // it stops the pipeline and so never waits for a blocked streaming thread.
