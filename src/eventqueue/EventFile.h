@@ -31,7 +31,7 @@ struct EventFileOptions {
   std::shared_ptr<platform::FileSystem> io = nullptr;  // null: the real system calls
   // Consumed marks are made durable in groups (syncConsumed()); should
   // nobody sync them, removeFirstLine() does once this many are unsynced.
-  int maxUnsyncedConsumed = 32;
+  int maxUnsyncedConsumed = 128;
 };
 
 // A persistent queue of one-line events in a single append-only file.

@@ -276,14 +276,15 @@ TEST_F(EventFileTest, AFullDiskRefusesTheEventAndLeavesTheFileIntact) {
   EXPECT_EQ(drain(file), (std::vector<std::string>{a, b}));
 }
 
-// Left to itself the file syncs its consumed marks 32 at a time, so a power
-// cut after any number of deliveries brings back at most 31 delivered
-// events (32 when it strikes inside that sync) and never loses one that
-// was not delivered.
+// Left to itself the file syncs its consumed marks maxUnsyncedConsumed at
+// a time, so a power cut after any number of deliveries brings back at
+// most one fewer delivered events (all of them when it strikes inside that
+// sync) and never loses one that was not delivered.
 TEST_F(EventFileTest, APowerCutResendsAtMostTheUnsyncedDeliveredEventsAndLosesNone) {
+  const int limit = EventFileOptions{}.maxUnsyncedConsumed;
   std::vector<std::string> events;
   std::string bytes;
-  for (int i = 0; i < 40; ++i) {
+  for (int i = 0; i < limit + 8; ++i) {
     events.push_back(event(40 + i % 7, static_cast<char>('a' + i % 26)));
     bytes += events.back() + "\n";
   }
@@ -296,7 +297,7 @@ TEST_F(EventFileTest, APowerCutResendsAtMostTheUnsyncedDeliveredEventsAndLosesNo
       ASSERT_EQ(file.firstEvent(), events[i]);
       file.removeFirstLine();
     }
-    EXPECT_EQ(io->syncs, static_cast<int>(delivered / 32)) << delivered;
+    EXPECT_EQ(io->syncs, static_cast<int>(delivered) / limit) << delivered;
     powerCut();
 
     auto again = open();
@@ -306,7 +307,7 @@ TEST_F(EventFileTest, APowerCutResendsAtMostTheUnsyncedDeliveredEventsAndLosesNo
         << "after " << delivered << " deliveries";
     worst = std::max(worst, resent.size() - (events.size() - delivered));
   }
-  EXPECT_EQ(worst, 31u);
+  EXPECT_EQ(worst, static_cast<std::size_t>(limit - 1));
 }
 
 TEST_F(EventFileTest, SyncConsumedAndEverySaveMakeTheMarksSoFarDurable) {

@@ -116,7 +116,7 @@ TEST_F(ResendLoopTest, OnlyOneRequestIsInFlightAndEventsArrivingMeanwhileFollow)
 
 // Sends of 30 ms each: the marks of delivered events are synced 100 ms
 // after the first unsynced one, beside the send in flight or the back-off,
-// instead of waiting for a group of sixteen.
+// instead of waiting for a full group.
 TEST_F(ResendLoopTest, MarksAreSyncedWithinTheDelayWhileTheLoopSendsOrWaits) {
   replies_ = {200, 200, 200, 200, 200, 200, 500};
   auto loop = loopOverSavedEvents(10, 30ms);
@@ -132,12 +132,13 @@ TEST_F(ResendLoopTest, MarksAreSyncedWithinTheDelayWhileTheLoopSendsOrWaits) {
   EXPECT_EQ(file_->unsyncedConsumed(), 0);
 }
 
-// Instant sends: a group of sixteen marks is synced at once, off the loop.
+// Instant sends: a full group of marks is synced at once, off the loop.
 TEST_F(ResendLoopTest, AFullGroupOfMarksIsSyncedAtOnce) {
-  auto loop = loopOverSavedEvents(40, 0s);
+  const int events = 2 * ResendLoop::kConsumedSyncGroup + ResendLoop::kConsumedSyncGroup / 2;
+  auto loop = loopOverSavedEvents(events, 0s);
   loop->trySendEvent();
   runtime_->runUntilIdle();
-  EXPECT_EQ(sent_.size(), 40u);
+  EXPECT_EQ(sent_.size(), static_cast<std::size_t>(events));
   EXPECT_EQ(syncTimes_.size(), 2u);
   EXPECT_FALSE(std::filesystem::exists(file_->path()));
   runtime_->advanceUntilNoTasks();

@@ -175,6 +175,36 @@ TEST_F(KeyValueDatabaseTest, AFailedWriteAnswersFalseLogsAndKeepsTheOldValue) {
   EXPECT_FALSE(defaults.setValue("nan", std::nan("")));
 }
 
+// Reads are answered from memory once a key is known; the copy must follow
+// every write and removal, whichever suite object made it, and give back
+// the same value a fresh process reads from the file.
+TEST_F(KeyValueDatabaseTest, ReadsFromMemoryFollowEveryChangeAndMatchTheFile) {
+  open();
+  auto writer = suite("s");
+  auto reader = suite("s");
+  EXPECT_EQ(reader.stringForKey("k"), std::nullopt);  // an absence is known too
+  ASSERT_TRUE(writer.setValue("k", "one"));
+  EXPECT_EQ(reader.stringForKey("k"), "one");
+  ASSERT_TRUE(writer.setValue("k", std::int64_t{5}));
+  EXPECT_EQ(reader.stringForKey("k"), "5");
+  const auto inMemory = reader.objectForKey("k");
+  ASSERT_TRUE(writer.removeObjectForKey("k"));
+  EXPECT_EQ(reader.objectForKey("k"), std::nullopt);
+
+  ASSERT_TRUE(writer.setValue("n", std::int64_t{5}));
+  const auto written = reader.objectForKey("n");
+  // Far more keys than the copy keeps: it starts over, still right.
+  for (int i = 0; i < 5000; ++i)
+    ASSERT_EQ(reader.objectForKey(fmt::format("absent{}", i)), std::nullopt);
+  EXPECT_EQ(reader.integerForKey("n"), 5);
+  restart();
+  const auto fromFile = suite("s").objectForKey("n");
+  ASSERT_TRUE(written && fromFile && inMemory);
+  // Same type as well as value: a positive integer reads back unsigned.
+  EXPECT_EQ(written->type(), fromFile->type());
+  EXPECT_EQ(inMemory->type(), fromFile->type());
+}
+
 struct DamagedFile {
   const char* name;
   std::string bytes;

@@ -17,6 +17,7 @@ namespace zivora::platform {
 namespace {
 
 constexpr int kBusyTimeoutMilliseconds = 5000;
+constexpr std::size_t kMaxKnownKeys = 4096;
 
 constexpr const char* kSchema =
     "CREATE TABLE IF NOT EXISTS defaults ("
@@ -243,28 +244,67 @@ std::optional<nlohmann::json> KeyValueDatabase::read(std::string_view suite,
                                                      std::string_view key) noexcept {
   try {
     std::lock_guard lock(mutex_);
-    StatementUse use(select_.get());
-    use.bind(1, suite);
-    use.bind(2, key);
-    int code = sqlite3_step(select_.get());
-    if (code == SQLITE_DONE) return std::nullopt;
-    if (code != SQLITE_ROW) {
-      ZVLog::LogWarning("[KeyValueDatabase][read] {} {}/{}: {}", file_.string(), suite, key,
-                        describe(connection_, code));
-      return std::nullopt;
+    if (auto values = known_.find(suite); values != known_.end()) {
+      if (auto known = values->second.find(key); known != values->second.end())
+        return known->second;
     }
-    const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(select_.get(), 0));
-    auto value = nlohmann::json::parse(text ? text : "", nullptr, false);
-    if (value.is_discarded()) {
-      ZVLog::LogWarning("[KeyValueDatabase][read] {} {}/{}: the stored value is not JSON",
-                        file_.string(), suite, key);
-      return std::nullopt;
-    }
+    std::optional<nlohmann::json> value;
+    if (select(suite, key, value)) remember(suite, key, value);
     return value;
   } catch (const std::exception& error) {
     ZVLog::LogWarning("[KeyValueDatabase][read] {} {}/{}: {}", file_.string(), suite, key,
                       error.what());
     return std::nullopt;
+  }
+}
+
+// Under mutex_. False when the database could not answer: the key's state
+// is then unknown and the next read asks again.
+bool KeyValueDatabase::select(std::string_view suite, std::string_view key,
+                              std::optional<nlohmann::json>& value) {
+  value.reset();
+  StatementUse use(select_.get());
+  use.bind(1, suite);
+  use.bind(2, key);
+  int code = sqlite3_step(select_.get());
+  if (code == SQLITE_DONE) return true;
+  if (code != SQLITE_ROW) {
+    ZVLog::LogWarning("[KeyValueDatabase][read] {} {}/{}: {}", file_.string(), suite, key,
+                      describe(connection_, code));
+    return false;
+  }
+  const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(select_.get(), 0));
+  auto parsed = nlohmann::json::parse(text ? text : "", nullptr, false);
+  if (parsed.is_discarded()) {
+    ZVLog::LogWarning("[KeyValueDatabase][read] {} {}/{}: the stored value is not JSON",
+                      file_.string(), suite, key);
+    return true;
+  }
+  value = std::move(parsed);
+  return true;
+}
+
+void KeyValueDatabase::remember(std::string_view suite, std::string_view key,
+                                std::optional<nlohmann::json> value) {
+  // The suites hold a few dozen keys; the bound only keeps a caller asking
+  // for ever new absent keys from growing the copy without end.
+  if (knownCount_ >= kMaxKnownKeys) {
+    known_.clear();
+    knownCount_ = 0;
+  }
+  auto values = known_.find(suite);
+  if (values == known_.end()) values = known_.emplace(std::string(suite), SuiteValues()).first;
+  auto [entry, added] = values->second.insert_or_assign(std::string(key), std::move(value));
+  (void)entry;
+  if (added) ++knownCount_;
+}
+
+void KeyValueDatabase::forget(std::string_view suite, std::string_view key) {
+  auto values = known_.find(suite);
+  if (values == known_.end()) return;
+  if (auto known = values->second.find(key); known != values->second.end()) {
+    values->second.erase(known);
+    --knownCount_;
   }
 }
 
@@ -280,7 +320,14 @@ bool KeyValueDatabase::write(std::string_view suite, std::string_view key,
       return false;
     }
     std::lock_guard lock(mutex_);
-    return execute(upsert_.get(), "write", suite, key, &text);
+    // Whatever happens, the old copy no longer counts: a failed statement
+    // may or may not have changed the row.
+    forget(suite, key);
+    if (!execute(upsert_.get(), "write", suite, key, &text)) return false;
+    // Kept as a read would give it back (a positive integer parses as
+    // unsigned, for one).
+    remember(suite, key, nlohmann::json::parse(text));
+    return true;
   } catch (const std::exception& error) {
     ZVLog::LogWarning("[KeyValueDatabase][write] {} {}/{}: {}", file_.string(), suite, key,
                       error.what());
@@ -291,7 +338,10 @@ bool KeyValueDatabase::write(std::string_view suite, std::string_view key,
 bool KeyValueDatabase::remove(std::string_view suite, std::string_view key) noexcept {
   try {
     std::lock_guard lock(mutex_);
-    return execute(delete_.get(), "remove", suite, key, nullptr);
+    forget(suite, key);
+    if (!execute(delete_.get(), "remove", suite, key, nullptr)) return false;
+    remember(suite, key, std::nullopt);
+    return true;
   } catch (const std::exception& error) {
     ZVLog::LogWarning("[KeyValueDatabase][remove] {} {}/{}: {}", file_.string(), suite, key,
                       error.what());

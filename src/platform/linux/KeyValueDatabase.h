@@ -1,6 +1,8 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <nlohmann/json_fwd.hpp>
@@ -25,6 +27,13 @@ namespace zivora::platform {
 // setter returns only once its value is on disk, and a failed write is
 // logged and answered with false, never dropped silently. One connection
 // serves all threads behind a mutex.
+//
+// Values read or written are kept parsed in memory, so a repeated read costs
+// a lookup and a copy instead of a select and a JSON parse. The copy follows
+// every write and removal made through this object; a write that fails drops
+// it, so the next read asks the database again. Another process (or another
+// connection) writing the same file is not seen by a key already in memory:
+// each process owns its data root, and one database object serves it.
 class KeyValueDatabase final : public KeyValueStore {
  public:
   // Opens (creating if needed) the database at `file` and its directory.
@@ -63,7 +72,16 @@ class KeyValueDatabase final : public KeyValueStore {
 
   KeyValueDatabase(std::filesystem::path file, sqlite3* connection);
 
+  // What is known of one suite's keys: a value, or nullopt for a key the
+  // database does not hold.
+  using SuiteValues = std::map<std::string, std::optional<nlohmann::json>, std::less<>>;
+
   bool prepareStatements();
+  bool select(std::string_view suite, std::string_view key, std::optional<nlohmann::json>& value);
+  // Under mutex_. Keeps `value` as the key's known state.
+  void remember(std::string_view suite, std::string_view key, std::optional<nlohmann::json> value);
+  // Under mutex_. Forgets what is known of the key.
+  void forget(std::string_view suite, std::string_view key);
   // Runs a prepared write statement with (suite, key[, text]) bound.
   bool execute(sqlite3_stmt* statement, std::string_view operation, std::string_view suite,
                std::string_view key, const std::string* text);
@@ -74,6 +92,8 @@ class KeyValueDatabase final : public KeyValueStore {
   Statement select_;
   Statement upsert_;
   Statement delete_;
+  std::map<std::string, SuiteValues, std::less<>> known_;
+  std::size_t knownCount_ = 0;
 };
 
 }  // namespace zivora::platform
