@@ -3,16 +3,15 @@
 // the value set last (ThreadSanitizer checks the rest).
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "platform/UserDefaults.h"
-#include "platform/linux/ThreadRuntime.h"
 #include "sdk/ZVConfiguration.h"
 #include "support/ScopedContext.h"
 #include "support/TempDir.h"
+#include "support/WatchedRuntime.h"
 #include "zivora/ZVConstants.h"
 
 namespace zivora {
@@ -20,7 +19,7 @@ namespace {
 
 TEST(ZVConfigurationThreaded, HostThreadsSetTheUserIdWhileTheQueueCommitsIt) {
   test::TempDir root;
-  auto runtime = std::make_shared<dispatch::ThreadRuntime>();
+  auto runtime = std::make_shared<test::WatchedRuntime>();
   test::ScopedContext scope(HostOptions{.dataRoot = root.path().string()},
                             RuntimeOptions{.runtime = runtime});
   auto configuration = ZVConfiguration::shared();
@@ -43,9 +42,8 @@ TEST(ZVConfigurationThreaded, HostThreadsSetTheUserIdWhileTheQueueCommitsIt) {
 
   auto suite = scope.context().userDefaults(TS_COMMON_CONFIGURATION_PLIST);
   ASSERT_NE(suite, nullptr);
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-  while (suite->stringForKey("appUserId") != "last" && std::chrono::steady_clock::now() < deadline)
-    std::this_thread::yield();
+  // The commit is a task on the configuration queue: checked after each task.
+  EXPECT_TRUE(runtime->waitUntil([&] { return suite->stringForKey("appUserId") == "last"; }));
   EXPECT_EQ(suite->stringForKey("appUserId"), "last");
   runtime->shutdown();
 }
