@@ -257,6 +257,9 @@ struct LoadFault {
   void (*arrange)(PlacementTest&) = nullptr;
   bool playerRejects = false;
 };
+// ctest lists each row by its name, not by the struct's bytes (which hold
+// addresses that change from run to run).
+void PrintTo(const LoadFault& row, std::ostream* out) { *out << row.name; }
 
 class FailedLoadTest : public PlacementTest, public ::testing::WithParamInterface<LoadFault> {};
 
@@ -476,6 +479,7 @@ struct ClickCase {
   const char* log = nullptr;
   bool dontOverride = false;
 };
+void PrintTo(const ClickCase& row, std::ostream* out) { *out << row.name; }
 
 class ClickTargetTest : public PlacementTest, public ::testing::WithParamInterface<ClickCase> {};
 

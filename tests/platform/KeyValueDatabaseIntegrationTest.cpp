@@ -209,6 +209,7 @@ struct DamagedFile {
   const char* name;
   std::string bytes;
 };
+void PrintTo(const DamagedFile& file, std::ostream* out) { *out << file.name; }
 
 std::string randomBytes(std::size_t size) {
   std::mt19937 generator(7);

@@ -195,6 +195,7 @@ struct StuckPlayerCase {
   enum { StillShown, Stopped, Gone } before;
   bool reportedToTheOwner;
 };
+void PrintTo(const StuckPlayerCase& row, std::ostream* out) { *out << row.name; }
 
 class StuckPlayerTest : public VideoViewTest,
                         public ::testing::WithParamInterface<StuckPlayerCase> {};

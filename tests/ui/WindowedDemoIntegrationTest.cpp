@@ -91,6 +91,8 @@ struct ScreenSize {
   int height;
   std::string name() const { return std::to_string(width) + "x" + std::to_string(height); }
 };
+// ctest lists each case by this, not by the struct's bytes.
+void PrintTo(const ScreenSize& size, std::ostream* out) { *out << size.name(); }
 
 // The sandbox's test pattern: colour bars fill the middle of the picture.
 bool showsTheVideo(const Screenshot& shot) {
