@@ -12,7 +12,7 @@ namespace zivora::sandbox {
 // The ads that "getVideo" answers, one per placement name. The built-in
 // placements:
 //   "short"      3 s video (also every placement without an entry)
-//   "long"       10 s video
+//   "long"       30 s video
 //   "large"      a video of more than 5 MiB
 //   "motivated"  3 s video with "motivationInfo"; watching it to the end
 //                grants a reward

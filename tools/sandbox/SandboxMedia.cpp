@@ -53,7 +53,7 @@ std::string picture(const char* pattern, int width, int height) {
 const std::map<std::string, std::string>& pipelines() {
   static const std::map<std::string, std::string> table{
       {SandboxMedia::kShortVideo, clip(3)},
-      {SandboxMedia::kLongVideo, clip(10)},
+      {SandboxMedia::kLongVideo, clip(30)},
       {SandboxMedia::kLargeVideo, large()},
       {SandboxMedia::kPostVideoImage, picture("smpte", 640, 360)},
       {SandboxMedia::kCurrencyIcon, picture("ball", 100, 112)},

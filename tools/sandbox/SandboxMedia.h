@@ -13,7 +13,7 @@ namespace zivora::sandbox {
 class SandboxMedia {
  public:
   static constexpr const char* kShortVideo = "ad-3s.mp4";    // 640x360, 3 s
-  static constexpr const char* kLongVideo = "ad-10s.mp4";    // 640x360, 10 s
+  static constexpr const char* kLongVideo = "ad-30s.mp4";    // 640x360, 30 s
   static constexpr const char* kLargeVideo = "ad-5mib.mp4";  // 1280x720, 10 s, over 5 MiB
   static constexpr const char* kPostVideoImage = "post-video.png";
   static constexpr const char* kCurrencyIcon = "currency.png";
