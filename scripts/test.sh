@@ -99,6 +99,6 @@ TSAN_OPTIONS=halt_on_error=1:ignore_noninstrumented_modules=1:suppressions=$PWD/
   --gtest_filter='Desktop/WindowedDemo.APlayerWatches*1280x720'
 
 say "fuzzing (libFuzzer, ASan+UBSan)"
-ZIVORA_FUZZ_TREE=build/clang-asan bash scripts/fuzz.sh "${ZIVORA_FUZZ_SECONDS:-20}"
+ZIVORA_FUZZ_TREE=build/clang-asan bash scripts/fuzz.sh "${ZIVORA_FUZZ_SECONDS:-10}"
 
 say "all test trees passed"
