@@ -288,24 +288,19 @@ void KeyValueDatabase::remember(std::string_view suite, std::string_view key,
                                 std::optional<nlohmann::json> value) {
   // The suites hold a few dozen keys; the bound only keeps a caller asking
   // for ever new absent keys from growing the copy without end.
-  if (knownCount_ >= kMaxKnownKeys) {
-    known_.clear();
-    knownCount_ = 0;
-  }
+  std::size_t count = 0;
+  for (const auto& [name, values] : known_) count += values.size();
+  if (count >= kMaxKnownKeys) known_.clear();
   auto values = known_.find(suite);
   if (values == known_.end()) values = known_.emplace(std::string(suite), SuiteValues()).first;
-  auto [entry, added] = values->second.insert_or_assign(std::string(key), std::move(value));
-  (void)entry;
-  if (added) ++knownCount_;
+  values->second.insert_or_assign(std::string(key), std::move(value));
 }
 
 void KeyValueDatabase::forget(std::string_view suite, std::string_view key) {
   auto values = known_.find(suite);
   if (values == known_.end()) return;
-  if (auto known = values->second.find(key); known != values->second.end()) {
+  if (auto known = values->second.find(key); known != values->second.end())
     values->second.erase(known);
-    --knownCount_;
-  }
 }
 
 bool KeyValueDatabase::write(std::string_view suite, std::string_view key,

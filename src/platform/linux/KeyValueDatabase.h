@@ -93,7 +93,6 @@ class KeyValueDatabase final : public KeyValueStore {
   Statement upsert_;
   Statement delete_;
   std::map<std::string, SuiteValues, std::less<>> known_;
-  std::size_t knownCount_ = 0;
 };
 
 }  // namespace zivora::platform
