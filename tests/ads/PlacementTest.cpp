@@ -469,8 +469,9 @@ TEST_F(PlacementTest, AClickAcknowledgedAfterClosingOpensNothing) {
 // Where a tap on the post-video screen leads: a tracker address is probed
 // (GET, redirects not followed) and its web Location opened, else the
 // tracker itself; a target or Location outside the web is never opened,
-// even by an opener that would open anything. Each tap hands the click
-// over, so the second one goes the same way.
+// even by an opener that would open anything; a web Location the opener
+// cannot open leaves the tracker. Each tap hands the click over, so the
+// second one goes the same way.
 struct ClickCase {
   const char* name;
   std::string target;
@@ -478,6 +479,7 @@ struct ClickCase {
   std::string opened;
   const char* log = nullptr;
   bool dontOverride = false;
+  std::string openerRefuses = {};
 };
 void PrintTo(const ClickCase& row, std::ostream* out) { *out << row.name; }
 
@@ -489,6 +491,7 @@ TEST_P(ClickTargetTest, TwoTapsOpenTheExpectedAddressTwice) {
   if (row.dontOverride) custom["dontOverrideRedirect"] = "yes";
   server_->reply("getVideo", custom);
   server_->route(kTracker, [answer = row.trackerAnswer](const nlohmann::json&) { return answer; });
+  opener_->refused = row.openerRefuses;
   toPostVideo();
   for (int tap = 0; tap < 2; ++tap) {
     tapCallToAction();
@@ -516,6 +519,13 @@ const ClickCase kClickCases[] = {
      {.status = 302, .headers = {{"location", "javascript:alert(1)"}}},
      kTracker,
      "Refused the redirect Location address"},
+    {"OpenerCannotOpenTheLocation",
+     kTracker,
+     {.status = 302, .headers = {{"Location", "https://store.test/app"}}},
+     kTracker,
+     nullptr,
+     false,
+     "https://store.test/app"},
     {"RedirectWithoutLocation", kTracker, {.status = 302}, kTracker},
     {"LandingPage", kTracker, {.status = 200, .body = "landing"}, kTracker},
     {"NoAnswer", kTracker, {.status = 0, .error = "refused"}, kTracker},
