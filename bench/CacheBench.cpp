@@ -6,8 +6,14 @@
 //   zivora_bench_cache [runs, default 5] [--trace]
 // --trace prints the SDK's log lines with the milliseconds since cacheVideo(),
 // to see where a run spends its time.
+// Beside the times it states the CPU each side spends: the process's own
+// during an SDK run (the SDK and the sandbox serving it) against the
+// process's and curl's during a curl run (the sandbox serving curl, and
+// curl), so what the SDK adds on the two cores shows apart from the noise
+// of the wall-clock figure.
 #include <fmt/format.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 
 #include <algorithm>
@@ -91,6 +97,22 @@ class CacheWaiter final : public ZivoraDelegate {
 
 double seconds(Clock::duration d) { return std::chrono::duration<double>(d).count(); }
 
+double cpuSeconds(int who) {
+  rusage usage{};
+  ::getrusage(who, &usage);
+  auto toSeconds = [](const timeval& t) { return static_cast<double>(t.tv_sec) + t.tv_usec / 1e6; };
+  return toSeconds(usage.ru_utime) + toSeconds(usage.ru_stime);
+}
+
+// CPU seconds of this process and of its waited-for children so far.
+double cpuSoFar() { return cpuSeconds(RUSAGE_SELF) + cpuSeconds(RUSAGE_CHILDREN); }
+
+// One run's wall-clock time and the CPU spent meanwhile.
+struct RunCost {
+  double seconds = 0;
+  double cpu = 0;
+};
+
 void run(std::vector<std::string> args) {
   std::vector<char*> argv;
   for (auto& arg : args) argv.push_back(arg.data());
@@ -113,7 +135,7 @@ bool waitForHandshake() {
   return false;
 }
 
-double sdkRun(const sandbox::SandboxServer& server, const std::shared_ptr<BenchLog>& log) {
+RunCost sdkRun(const sandbox::SandboxServer& server, const std::shared_ptr<BenchLog>& log) {
   zivora::test::TempDir root;
   ZivoraInstance::start("bench-app",
                         HostOptions{.dataRoot = root.path().string(),
@@ -127,19 +149,20 @@ double sdkRun(const sandbox::SandboxServer& server, const std::shared_ptr<BenchL
   auto waiter = std::make_shared<CacheWaiter>();
   Zivora::setDelegate(waiter);
   if (!waitForHandshake()) throw std::runtime_error("no handshake");
+  const double cpuStart = cpuSoFar();
   const auto start = Clock::now();
   log->mark();
   Zivora::cacheVideo(kPlacement);
   const bool cached = waiter->wait();
-  const double elapsed = seconds(Clock::now() - start);
+  const RunCost cost{seconds(Clock::now() - start), cpuSoFar() - cpuStart};
   log->unmark();
   ZivoraInstance::reset();
   if (!cached) throw std::runtime_error("the ad was not cached");
-  return elapsed;
+  return cost;
 }
 
 // The same exchange by curl: the signed request, then each file.
-double curlRun(const sandbox::SandboxServer& server, const nlohmann::json& initialization) {
+RunCost curlRun(const sandbox::SandboxServer& server, const nlohmann::json& initialization) {
   zivora::test::TempDir scratch;
   const std::string params = JsonConvert::serialize({{"getVideo",
                                                       {{"randomUID", "bench"},
@@ -150,6 +173,7 @@ double curlRun(const sandbox::SandboxServer& server, const nlohmann::json& initi
   const std::string body =
       "Params=" + *ZVSendRequest::urlEncode(params) + "&md5=" + ZVSendRequest::getMD5(params);
   const fs::path reply = scratch.path() / "ad.json";
+  const double cpuStart = cpuSoFar();
   const auto start = Clock::now();
   run({"curl", "-s", "-f", "--cacert", server.caFile(), "-H",
        "Content-Type: application/x-www-form-urlencoded", "--data-binary", body, "-o",
@@ -166,7 +190,7 @@ double curlRun(const sandbox::SandboxServer& server, const nlohmann::json& initi
     fetch(initialization.at(key));
   fetch(ad.at("videoURL"));
   run(args);
-  return seconds(Clock::now() - start);
+  return {seconds(Clock::now() - start), cpuSoFar() - cpuStart};
 }
 
 double median(std::vector<double> values) {
@@ -196,13 +220,19 @@ int main(int argc, char** argv) {
                                          {"soundOnButtonURL", server.fileUrl("sound_on.png")},
                                          {"soundOffButtonURL", server.fileUrl("sound_off.png")}};
 
-  std::vector<double> sdk, curl;
+  std::vector<double> sdk, curl, sdkCpu, curlCpu;
   curlRun(server, initialization);  // warms the sandbox's file cache
   for (int i = 0; i < runs; ++i) {
-    sdk.push_back(sdkRun(server, log));
-    curl.push_back(curlRun(server, initialization));
+    const RunCost sdkCost = sdkRun(server, log);
+    const RunCost curlCost = curlRun(server, initialization);
+    sdk.push_back(sdkCost.seconds);
+    sdkCpu.push_back(sdkCost.cpu);
+    curl.push_back(curlCost.seconds);
+    curlCpu.push_back(curlCost.cpu);
   }
   const double sdkMedian = median(sdk), curlMedian = median(curl);
+  fmt::print("CPU while caching, median: SDK and sandbox {:.3f} s, curl and sandbox {:.3f} s\n",
+             median(sdkCpu), median(curlCpu));
   fmt::print(
       "cacheVideo to videoDidCache, large ad, median of {}: SDK {:.3f} s, curl {:.3f} s, "
       "ratio {:.2f} (target: {} or less)\n",

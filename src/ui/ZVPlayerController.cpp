@@ -135,6 +135,7 @@ std::shared_ptr<ZVVideoView> ZVPlayerController::makeView() {
 void ZVPlayerController::prepareFromURL(const std::string& url, const std::string& fileName) {
   guarded(kClass, "prepareFromURL", [&] {
     isFinishedPlaying_ = false;
+    readyBeforeBuffer_ = false;
     {
       std::lock_guard lock(mutex_);
       videoFileName_ = fileName;
@@ -195,6 +196,7 @@ void ZVPlayerController::play() {
 void ZVPlayerController::stop() {
   guarded(kClass, "stop", [&] {
     failDuringPlaying_ = false;
+    readyBeforeBuffer_ = false;
     resources()->cancelLoading(videoFileName());
     if (auto videoView = view()) videoView->stop();
   });
@@ -242,10 +244,15 @@ void ZVPlayerController::finishLoading(const std::string& fileName) {
 
 void ZVPlayerController::progress() {
   ZV_ASSERT_ON(context()->runtime().mainQueue());
-  if (needPrepareVideoView_ && isPreparedFile()) {
-    needPrepareVideoView_ = false;
-    if (auto videoView = view()) videoView->prepareItem(videoFileName(), media::MediaTime::zero());
+  if (needPrepareVideoView_) {
+    auto info = resources()->getLoadInfo(videoFileName());
+    if (info && info->loadedSize() > 0) {
+      needPrepareVideoView_ = false;
+      if (auto videoView = view())
+        videoView->prepareItem(videoFileName(), media::MediaTime::zero());
+    }
   }
+  if (readyBeforeBuffer_ && isPreparedFile()) notifyPreparedWhenBuffered();
   if (failDuringPlaying_) resumeIfBuffered();
 }
 
@@ -279,9 +286,13 @@ void ZVPlayerController::errorLoadingResource(const std::string& fileName, std::
 // --- The video view's events ---------------------------------------------------------
 
 void ZVPlayerController::preparedVideoView() {
-  guarded(kClass, "preparedVideoView", [&] {
-    if (auto d = delegate()) d->playerControllerPrepared();
-  });
+  guarded(kClass, "preparedVideoView", [&] { notifyPreparedWhenBuffered(); });
+}
+
+void ZVPlayerController::notifyPreparedWhenBuffered() {
+  readyBeforeBuffer_ = !isPreparedFile();
+  if (readyBeforeBuffer_) return;
+  if (auto d = delegate()) d->playerControllerPrepared();
 }
 
 void ZVPlayerController::tapCloseView() {

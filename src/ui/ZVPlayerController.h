@@ -22,6 +22,12 @@ namespace zivora::ui {
 // overtook the download once `bufferSize()` more bytes have arrived, and
 // passes the view's events on to its delegate.
 //
+// The view's item is made as soon as the first bytes of a downloading video
+// are on disk: its set-up (the pipeline, the sound output, finding the
+// file's type and streams) needs none of the buffer and so overlaps the
+// download. The delegate still hears that the player is prepared only once
+// the item is ready and the buffer is on disk.
+//
 // The view is made and driven on the main queue; download callbacks arrive
 // there too; `prepareFromURL` may be called from any thread.
 class ZVPlayerController : public ZVDownloadDelegate,
@@ -73,6 +79,9 @@ class ZVPlayerController : public ZVDownloadDelegate,
   void progress();
   // Resumes a stalled playback once enough arrived since the stall.
   void resumeIfBuffered();
+  // Tells the delegate once the item is ready and the buffer is on disk,
+  // whichever comes last (main queue).
+  void notifyPreparedWhenBuffered();
   std::string videoFileName() const;
   std::shared_ptr<ZVPlayerControllerDelegate> delegate() const { return delegate_.lock(); }
 
@@ -82,6 +91,8 @@ class ZVPlayerController : public ZVDownloadDelegate,
   std::shared_ptr<ZVVideoView> videoView_;
   std::string videoFileName_;
   std::atomic<bool> needPrepareVideoView_{false};
+  // The item became ready before the buffer was on disk.
+  std::atomic<bool> readyBeforeBuffer_{false};
   std::atomic<std::int64_t> loadedSizeOnFail_{0};
   std::atomic<bool> failDuringPlaying_{false};
   std::atomic<std::int32_t> bufferSize_;

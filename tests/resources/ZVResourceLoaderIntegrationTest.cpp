@@ -44,10 +44,14 @@ class Downloads {
                                   .downloads = std::make_shared<platform::CurlStreamingClient>(
                                       std::move(options), runtime)});
   }
-  std::optional<std::int32_t> download(const std::string& url) {
+  void start(const std::string& url) {
     ZVResourceManager::defaultManager()->loadURL(url, listener_);
+  }
+  std::optional<std::int32_t> download(const std::string& url) {
+    start(url);
     return listener_->wait(20s);
   }
+  WaitingDownloadDelegate& listener() { return *listener_; }
   fs::path fileFor(const std::string& url) const {
     return root_.path() / "Caches" / "Zivora" / ZVResourceManager::convertURLToFileName(url);
   }
@@ -126,6 +130,26 @@ TEST_F(DownloadIntegrationTest, AStalledServerFailsWithinTheLowSpeedTimeAndANotF
   EXPECT_EQ(fs::file_size(sdk_->fileFor(url_)), 100000u);
   EXPECT_EQ(sdk_->download(server_.fileUrl("missing.mp4")), 1);
   EXPECT_FALSE(fs::exists(sdk_->fileFor(server_.fileUrl("missing.mp4"))));
+}
+
+// The client gathers the body into large pieces; whatever has arrived when
+// the server pauses must still reach the file at once, not wait for bytes
+// that have not come yet (a player reading the partial file waits for it).
+TEST_F(DownloadIntegrationTest, BytesBeforeAPauseReachTheFileWhileTheTransferWaits) {
+  sdk_.reset();
+  Downloads& patient = sdk_.emplace(platform::StreamingClientOptions{
+      .caFile = server_.caFile(), .connectTimeout = 2s, .lowSpeedTime = 60s});
+  for (std::size_t pause : {std::size_t{1000}, std::size_t{300000}}) {
+    SCOPED_TRACE(pause);
+    server_.misbehaveFiles({.kind = Kind::StallAfter, .bytes = pause});
+    patient.start(url_);
+    EXPECT_TRUE(patient.listener().waitForBytes(static_cast<std::int64_t>(pause), 20s));
+    EXPECT_EQ(fs::file_size(patient.fileFor(url_)), pause);
+    server_.releaseStalled();
+    EXPECT_EQ(patient.listener().wait(20s), 0);
+    EXPECT_TRUE(patient.holdsTheSource(url_));
+    ZVResourceManager::defaultManager()->removeFile(patient.fileFor(url_).filename());
+  }
 }
 
 TEST(NginxDownloadIntegrationTest, ResumesAPartialFileAndReusesTheConnection) {

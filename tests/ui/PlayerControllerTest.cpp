@@ -150,19 +150,29 @@ TEST_F(PlayerControllerTest, TheBufferIsADefaultUntilTheSizeIsKnownThenThirtyPer
   client_->respond(transfer(), 200, {{"Content-Length", "10000000"}});
   runtime_->runUntilIdle();
   EXPECT_EQ(controller_->bufferSize(), 3000000);
-  for (int i = 0; i < 3; ++i) arrive(1000000);
-  EXPECT_FALSE(controller_->isPreparedFile());
-  EXPECT_TRUE(media_->items().empty());  // the view still waits for data
-  arrive(1);
-  EXPECT_TRUE(controller_->isPreparedFile());
+  EXPECT_TRUE(media_->items().empty());  // no byte yet
+  // The item is made with the first bytes; being ready before the buffer is
+  // on disk, it is not yet prepared for the delegate.
+  arrive(1000);
   ASSERT_EQ(media_->items().size(), 1u);
   EXPECT_EQ(item().asset()->url(), "customLoader://" + name_);
   // The player's reads go to the progressive loader of this download.
   EXPECT_NE(
       std::dynamic_pointer_cast<ZVAssetLoaderDelegate>(item().asset()->resourceLoaderDelegate()),
       nullptr);
+  item().postStatus(MediaItemStatus::ReadyToPlay);
+  runtime_->runUntilIdle();
+  arrive(1000000);
+  arrive(1999000);  // 3 MB on disk: exactly the buffer is not enough
+  EXPECT_FALSE(controller_->isPreparedFile());
+  EXPECT_FALSE(controller_->isPrepared());
+  EXPECT_EQ(delegate_->count("playerControllerPrepared"), 0);
+  arrive(1);
+  EXPECT_TRUE(controller_->isPrepared());
+  EXPECT_EQ(delegate_->count("playerControllerPrepared"), 1);
   arrive(1000);
-  EXPECT_EQ(media_->items().size(), 1u);  // prepared once
+  EXPECT_EQ(media_->items().size(), 1u);  // made once
+  EXPECT_EQ(delegate_->count("playerControllerPrepared"), 1);
 }
 
 TEST_F(PlayerControllerTest, ASmallFileGetsABufferBelowTheDefault) {

@@ -28,9 +28,10 @@ struct StreamingClientOptions {
 // StreamingHttpClient on libcurl: each transfer runs on a worker thread of
 // its own, on an easy handle borrowed from a pool (so consecutive downloads
 // from one server share its open connection), and posts its head, chunks and completion to the main
-// queue in order. While more than a few chunks wait there, the worker holds the transfer back, so a
-// slow or host-pumped main queue bounds the memory a download takes. Only http and https are
-// spoken, also for redirects (at most 5).
+// queue in order. A chunk is what libcurl read in one pass over the socket, gathered up to 256 KiB,
+// never held back for bytes still to come. While 512 KiB wait there, the worker holds the transfer
+// back, so a slow or host-pumped main queue bounds the memory a download takes. Only http and https
+// are spoken, also for redirects (at most 5).
 class CurlStreamingClient final : public StreamingHttpClient {
  public:
   CurlStreamingClient(StreamingClientOptions options, std::shared_ptr<dispatch::Runtime> runtime);
