@@ -64,8 +64,8 @@ class EventFile::Handle {
 
   // Up to `count` bytes at `offset`; fewer at the end of the file. A read
   // brings in a whole block and later reads inside it are answered from
-  // memory: one consumption looks at the header, the byte before the oldest
-  // line, that line and the one after it, which mostly share two blocks.
+  // memory: a consumption reads the oldest line and then the one after it,
+  // which mostly share a block.
   std::string read(std::int64_t offset, std::size_t count) {
     if (auto cached = fromBlock(offset, count)) return std::move(*cached);
     const std::size_t wanted = std::max(count, kBlock);

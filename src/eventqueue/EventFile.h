@@ -54,10 +54,10 @@ struct EventFileOptions {
 //
 // Every operation on one path holds that path's process-wide mutex, so a
 // save never lands in a file that a reader has just unlinked. Reads and
-// consumptions keep one descriptor open from call to call; a file that
-// loses its name under it (deleted, or replaced) is let go for the one at
-// the path. No operation throws: failures are logged and answer the
-// neutral value.
+// consumptions keep one descriptor open from call to call, and where they
+// left off in it; a file that loses its name under it (deleted, or
+// replaced) is let go for the one at the path. No operation throws:
+// failures are logged and answer the neutral value.
 class EventFile {
  public:
   explicit EventFile(EventFileOptions options);
