@@ -15,6 +15,8 @@ namespace zivora {
 namespace {
 
 constexpr std::size_t kChunk = 256;
+// What one read brings in: a page holds a few events of usual size.
+constexpr std::size_t kBlock = 4096;
 // More digits than this cannot be an offset into a file of this kind.
 constexpr std::size_t kMaxOffsetDigits = 18;
 
@@ -60,17 +62,28 @@ class EventFile::Handle {
     return size;
   }
 
-  // Up to `count` bytes at `offset`; fewer at the end of the file.
+  // Up to `count` bytes at `offset`; fewer at the end of the file. A read
+  // brings in a whole block and later reads inside it are answered from
+  // memory: a consumption reads the oldest line and then the one after it,
+  // which mostly share a block.
   std::string read(std::int64_t offset, std::size_t count) {
-    std::string bytes(count, '\0');
-    ssize_t got = io_.pread(fd_, bytes.data(), count, offset);
-    if (got < 0) fail("read");
-    bytes.resize(static_cast<std::size_t>(got));
-    return bytes;
+    if (auto cached = fromBlock(offset, count)) return std::move(*cached);
+    const std::size_t wanted = std::max(count, kBlock);
+    block_.resize(wanted);
+    ssize_t got = io_.pread(fd_, block_.data(), wanted, offset);
+    if (got < 0) {
+      block_.clear();
+      fail("read");
+    }
+    block_.resize(static_cast<std::size_t>(got));
+    blockStart_ = offset;
+    blockReachesEnd_ = static_cast<std::size_t>(got) < wanted;
+    return block_.substr(0, count);
   }
 
   // Writes all of `bytes`, carrying on after short writes.
   void write(std::int64_t offset, std::string_view bytes) {
+    keepBlockCurrent(offset, bytes);
     while (!bytes.empty()) {
       ssize_t put = io_.pwrite(fd_, bytes.data(), bytes.size(), offset);
       if (put < 0) fail("write");
@@ -83,16 +96,49 @@ class EventFile::Handle {
     }
   }
 
-  void truncate(std::int64_t size) { io_.ftruncate(fd_, size); }
+  void truncate(std::int64_t size) {
+    block_.clear();
+    io_.ftruncate(fd_, size);
+  }
 
   void sync() {
     if (io_.fdatasync(fd_) != 0) fail("fdatasync");
   }
 
  private:
+  // The block's bytes at `offset`: `count` of them, or fewer when the block
+  // ends at the end of the file. Nothing when the block does not hold them.
+  std::optional<std::string> fromBlock(std::int64_t offset, std::size_t count) const {
+    const std::int64_t end = blockStart_ + static_cast<std::int64_t>(block_.size());
+    if (block_.empty() || offset < blockStart_ || offset > end) return std::nullopt;
+    const auto available = static_cast<std::size_t>(end - offset);
+    if (available < count && !blockReachesEnd_) return std::nullopt;
+    return block_.substr(static_cast<std::size_t>(offset - blockStart_),
+                         std::min(count, available));
+  }
+
+  // A write inside the block is copied into it, and one elsewhere in the
+  // file leaves it as it is (the header's, for one); a write that meets the
+  // block only in part, or lengthens the file the block reaches the end
+  // of, lets it go. Done before the write: should the write fail half-way,
+  // the operation ends with it and the block goes with the handle.
+  void keepBlockCurrent(std::int64_t offset, std::string_view bytes) {
+    if (block_.empty()) return;
+    const std::int64_t end = blockStart_ + static_cast<std::int64_t>(block_.size());
+    const std::int64_t writeEnd = offset + static_cast<std::int64_t>(bytes.size());
+    if (offset >= blockStart_ && writeEnd <= end) {
+      block_.replace(static_cast<std::size_t>(offset - blockStart_), bytes.size(), bytes);
+    } else if ((offset < end && writeEnd > blockStart_) || (blockReachesEnd_ && writeEnd > end)) {
+      block_.clear();
+    }
+  }
+
   platform::FileSystem& io_;
   int fd_;
   bool owned_;
+  std::string block_;
+  std::int64_t blockStart_ = 0;
+  bool blockReachesEnd_ = false;
 };
 
 EventFile::EventFile(EventFileOptions options)
@@ -105,7 +151,8 @@ EventFile::EventFile(EventFile&& other) noexcept
       mutex_(other.mutex_),
       consumedMarks_(other.consumedMarks_),
       syncedMarks_(other.syncedMarks_),
-      drainFd_(std::exchange(other.drainFd_, -1)) {}
+      drainFd_(std::exchange(other.drainFd_, -1)),
+      liveFrom_(std::exchange(other.liveFrom_, -1)) {}
 
 EventFile::~EventFile() {
   if (drainFd_ >= 0) options_.io->close(drainFd_);
@@ -250,12 +297,16 @@ std::int64_t EventFile::findOffset(Handle& file, std::int64_t size) {
   return *offset;
 }
 
-// The oldest live line. Lines that can never be sent are marked consumed
-// (or, when empty, passed over) so that they do not stall the queue.
+// The oldest live line, looked for from where the last call left off (the
+// header's offset after the descriptor was opened). Lines that can never
+// be sent are marked consumed (or, when empty, passed over) so that they
+// do not stall the queue.
 std::optional<EventFile::Line> EventFile::firstLiveLine(Handle& file, std::int64_t size) {
-  std::int64_t offset = findOffset(file, size);
+  std::int64_t offset = liveFrom_ >= 0 && liveFrom_ <= size ? liveFrom_ : findOffset(file, size);
   if (offset < 0) return std::nullopt;
-  return firstLiveLineFrom(file, offset, size);
+  auto line = firstLiveLineFrom(file, offset, size);
+  if (line) liveFrom_ = line->start;
+  return line;
 }
 
 // The same from `offset`, a line start with nothing live before it.
@@ -282,10 +333,10 @@ std::optional<EventFile::Line> EventFile::firstLiveLineFrom(Handle& file, std::i
 std::optional<std::string> EventFile::firstEvent() noexcept {
   try {
     std::lock_guard lock(*mutex_);
-    int fd = drainDescriptor();
+    std::int64_t size = 0;
+    int fd = drainDescriptor(size);
     if (fd < 0) return std::nullopt;
     Handle file(*options_.io, fd, false);
-    std::int64_t size = file.size();
     if (size == 0) return std::nullopt;
     if (auto line = firstLiveLine(file, size)) return std::move(line->text);
   } catch (const std::exception& error) {
@@ -310,10 +361,10 @@ std::optional<std::string> EventFile::removeFirstLineAndReadNext() noexcept {
 std::optional<std::string> EventFile::consume(bool readNext) noexcept {
   try {
     std::lock_guard lock(*mutex_);
-    int fd = drainDescriptor();
+    std::int64_t size = 0;
+    int fd = drainDescriptor(size);
     if (fd < 0) return std::nullopt;
     Handle file(*options_.io, fd, false);
-    std::int64_t size = file.size();
     if (size == 0) return std::nullopt;
     auto line = firstLiveLine(file, size);
     if (!line) return std::nullopt;
@@ -328,9 +379,13 @@ std::optional<std::string> EventFile::consume(bool readNext) noexcept {
       file.sync();
       syncedMarks_ = consumedMarks_;
     }
-    if (!readNext) return std::nullopt;
     const std::int64_t next = line->start + static_cast<std::int64_t>(line->text.size()) + 1;
-    if (auto after = firstLiveLineFrom(file, next, size)) return std::move(after->text);
+    liveFrom_ = next;
+    if (!readNext) return std::nullopt;
+    if (auto after = firstLiveLineFrom(file, next, size)) {
+      liveFrom_ = after->start;
+      return std::move(after->text);
+    }
   } catch (const std::exception& error) {
     forgetDrainDescriptor();
     options_.logError("removeFirstLine", error.what());
@@ -399,11 +454,15 @@ void EventFile::removeFile() noexcept {
 // next: a drain would otherwise open and close the file for every event.
 // One whose file has lost its name (deleted, or replaced under the path) is
 // dropped for the file now at the path. -1 when there is no file; throws
-// when it cannot be opened.
-int EventFile::drainDescriptor() {
+// when it cannot be opened. `size` is the file's size: the look that
+// checks the name gives it as well.
+int EventFile::drainDescriptor(std::int64_t& size) {
+  platform::FileStatus status;
   if (drainFd_ >= 0) {
-    platform::FileStatus status;
-    if (options_.io->status(drainFd_, status) == 0 && status.links > 0) return drainFd_;
+    if (options_.io->status(drainFd_, status) == 0 && status.links > 0) {
+      size = status.size;
+      return drainFd_;
+    }
     dropDrainDescriptor();
   }
   int fd = options_.io->open(options_.path.c_str(), O_RDWR, 0);
@@ -412,10 +471,13 @@ int EventFile::drainDescriptor() {
     fail("open");
   }
   drainFd_ = fd;
+  if (options_.io->status(fd, status) != 0) fail("fstat");
+  size = status.size;
   return fd;
 }
 
 void EventFile::dropDrainDescriptor() noexcept {
+  liveFrom_ = -1;
   if (drainFd_ < 0) return;
   options_.io->close(drainFd_);
   drainFd_ = -1;

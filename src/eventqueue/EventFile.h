@@ -54,10 +54,10 @@ struct EventFileOptions {
 //
 // Every operation on one path holds that path's process-wide mutex, so a
 // save never lands in a file that a reader has just unlinked. Reads and
-// consumptions keep one descriptor open from call to call; a file that
-// loses its name under it (deleted, or replaced) is let go for the one at
-// the path. No operation throws: failures are logged and answer the
-// neutral value.
+// consumptions keep one descriptor open from call to call, and where they
+// left off in it; a file that loses its name under it (deleted, or
+// replaced) is let go for the one at the path. No operation throws:
+// failures are logged and answer the neutral value.
 class EventFile {
  public:
   explicit EventFile(EventFileOptions options);
@@ -109,7 +109,7 @@ class EventFile {
   bool setIgnoreLine(Handle& file, const Line& line, std::int64_t size);
   void repairTornTail(Handle& file, std::int64_t size);
   void unlinkFile();
-  int drainDescriptor();
+  int drainDescriptor(std::int64_t& size);
   void dropDrainDescriptor() noexcept;
   void forgetDrainDescriptor() noexcept;
 
@@ -121,6 +121,11 @@ class EventFile {
   std::int64_t syncedMarks_ = 0;
   // Kept open between reads and consumptions; guarded by *mutex_.
   int drainFd_ = -1;
+  // A line start in the file behind drainFd_ with nothing live before it,
+  // or -1: where the last read or consumption left off. Marks are never
+  // taken back and lines never move, so it stays true whatever else
+  // consumes from the file, and the header need not be read again.
+  std::int64_t liveFrom_ = -1;
 };
 
 }  // namespace zivora

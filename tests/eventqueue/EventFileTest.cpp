@@ -116,12 +116,56 @@ TEST_F(EventFileTest, AReaderFollowsAFileDeletedOrReplacedUnderIt) {
   EXPECT_EQ(drain(reader), std::vector<std::string>{b});
 }
 
-TEST_F(EventFileTest, EventsAroundTheChunkSizeReadBackWhole) {
+// Reads go by chunks and by whole blocks: lines that end on, straddle or
+// outgrow either come back whole, by both ways of draining.
+TEST_F(EventFileTest, EventsAroundTheChunkAndBlockSizesReadBackWhole) {
+  const std::vector<std::string> events{event(255),  event(256),  event(257),  event(513),
+                                        event(20),   event(1000), event(4095), event(4096),
+                                        event(4097), event(20),   event(9000), event(3000)};
   auto file = open();
-  const std::vector<std::string> events{event(255), event(256), event(257),
-                                        event(513), event(20),  event(1000)};
   for (const auto& e : events) ASSERT_TRUE(file.save(e));
   EXPECT_EQ(drain(file), events);
+  EXPECT_FALSE(fs::exists(path_));
+
+  for (const auto& e : events) ASSERT_TRUE(file.save(e));
+  std::vector<std::string> onePass{*file.firstEvent()};
+  while (auto next = file.removeFirstLineAndReadNext()) onePass.push_back(*next);
+  EXPECT_EQ(onePass, events);
+  EXPECT_FALSE(fs::exists(path_));
+}
+
+// A reader remembers where it left off and what its reads brought in; none
+// of that may hide what another reader of the same path consumed or what a
+// writer appended meanwhile.
+TEST_F(EventFileTest, ReadersOfOnePathSeeEachOthersConsumptionsAndNewEvents) {
+  auto io = std::make_shared<test::FakeFileSystem>();
+  auto first = open(io);
+  auto second = open();
+  std::vector<std::string> events;
+  for (char c = 'a'; c <= 'f'; ++c) events.push_back(event(60, c));
+  for (int i = 0; i < 4; ++i) ASSERT_TRUE(first.save(events[i]));
+
+  EXPECT_EQ(first.firstEvent(), events[0]);
+  second.removeFirstLine();
+  EXPECT_EQ(first.firstEvent(), events[1]);
+  EXPECT_EQ(first.removeFirstLineAndReadNext(), events[2]);
+  second.removeFirstLine();
+  ASSERT_TRUE(second.save(events[4]));
+  EXPECT_EQ(first.removeFirstLineAndReadNext(), events[4]);
+  ASSERT_TRUE(second.save(events[5]));
+  EXPECT_EQ(first.removeFirstLineAndReadNext(), events[5]);
+  first.removeFirstLine();
+  EXPECT_FALSE(fs::exists(path_));
+  EXPECT_FALSE(second.firstEvent());
+
+  // Draining a file of short events reads it about once per event: the
+  // header and the line before a consumption are not looked up again.
+  for (int i = 0; i < 50; ++i) ASSERT_TRUE(first.save(event(100)));
+  const int readsBefore = io->reads.load();
+  ASSERT_TRUE(first.firstEvent());
+  while (first.removeFirstLineAndReadNext()) {
+  }
+  EXPECT_LE(io->reads.load() - readsBefore, 52);
   EXPECT_FALSE(fs::exists(path_));
 }
 

@@ -82,6 +82,7 @@ int FakeFileSystem::open(const char* path, int flags, mode_t mode) {
   return dead() ? -1 : real_.open(path, flags, mode);
 }
 ssize_t FakeFileSystem::pread(int fd, void* buffer, std::size_t size, off_t offset) {
+  ++reads;
   return dead() ? -1 : real_.pread(fd, buffer, size, offset);
 }
 off_t FakeFileSystem::size(int fd) { return dead() ? -1 : real_.size(fd); }

@@ -39,6 +39,7 @@ class FakeFileSystem final : public platform::FileSystem {
   int fdatasync(int fd) override;
 
   int open(const char* path, int flags, mode_t mode) override;
+  // Counts.
   ssize_t pread(int fd, void* buffer, std::size_t size, off_t offset) override;
   off_t size(int fd) override;
   int ftruncate(int fd, off_t size) override;
@@ -61,6 +62,7 @@ class FakeFileSystem final : public platform::FileSystem {
   std::function<void(int fd)> beforeWrite;
   std::function<int(int fd)> onSync;
   std::atomic<int> syncs{0};
+  std::atomic<int> reads{0};  // pread calls
 
  private:
   // How many of `size` bytes the next write may put, or -1 with errno set.

@@ -17,10 +17,22 @@ bool Crypto::randomBytes(std::span<std::uint8_t> out) noexcept {
   return true;
 }
 
+namespace {
+
+// The digest's implementation, looked up in the providers once: named by
+// EVP_md5() instead, every digest would look it up again (a locked search
+// of the provider cache that took longer than hashing a short text).
+const EVP_MD* md5Implementation() {
+  static const EVP_MD* const fetched = EVP_MD_fetch(nullptr, "MD5", nullptr);
+  return fetched ? fetched : EVP_md5();
+}
+
+}  // namespace
+
 std::optional<Crypto::Md5Digest> Crypto::md5(std::string_view bytes) noexcept {
   unsigned char digest[EVP_MAX_MD_SIZE];
   unsigned int length = 0;
-  if (EVP_Digest(bytes.data(), bytes.size(), digest, &length, EVP_md5(), nullptr) != 1 ||
+  if (EVP_Digest(bytes.data(), bytes.size(), digest, &length, md5Implementation(), nullptr) != 1 ||
       length != Md5Digest().size()) {
     return std::nullopt;
   }
