@@ -92,10 +92,6 @@ std::shared_ptr<ZivoraInstance> ZivoraInstance::start(const std::string& appId, 
   auto adSide = runtime.adSide;
   auto context = std::make_shared<Context>(host, runtime);
   Context::install(context);
-  // The media layer starts now rather than with the first ad: GStreamer's
-  // start and the search for the sound output then run on a thread of their
-  // own while the SDK starts, not on the first ad's preparation.
-  context->media();
   ui::Display::of(context)->checkHost(host);
   if (!host.gpuType.empty()) ZVPDeviceInfoHelper::setGPUType(host.gpuType);
   auto invokeDelegate = std::make_shared<InvokeDelegateHelper>();

@@ -3,14 +3,8 @@
 #include <stdexcept>
 
 #include "platform/linux/GstMediaPlayer.h"
-#include "platform/linux/SoundOutputChoice.h"
 
 namespace zivora::platform {
-
-GstMediaFactory::GstMediaFactory(dispatch::Queue& mainQueue, GstPlaybackOptions options)
-    : mainQueue_(mainQueue), options_(options) {
-  if (options_.audio == AudioOutput::Automatic) SoundOutputChoice::shared().prepare();
-}
 
 std::shared_ptr<media::MediaItem> GstMediaFactory::makeItem(
     std::shared_ptr<media::MediaAsset> asset) {

@@ -10,9 +10,8 @@ namespace zivora::platform {
 // `mainQueue`.
 class GstMediaFactory final : public media::MediaFactory {
  public:
-  // With the machine's sound output, starts looking for it (see
-  // SoundOutputChoice) so the first item need not wait for the tries.
-  explicit GstMediaFactory(dispatch::Queue& mainQueue, GstPlaybackOptions options = {});
+  explicit GstMediaFactory(dispatch::Queue& mainQueue, GstPlaybackOptions options = {})
+      : mainQueue_(mainQueue), options_(options) {}
 
   std::shared_ptr<media::MediaItem> makeItem(std::shared_ptr<media::MediaAsset> asset) override;
   // Throws std::invalid_argument for an item this factory did not make.

@@ -11,7 +11,6 @@
 
 #include "platform/dispatch/WeakTask.h"
 #include "platform/linux/GstreamerInit.h"
-#include "platform/linux/SoundOutputChoice.h"
 #include "util/Guard.h"
 
 namespace zivora::platform {
@@ -355,22 +354,6 @@ void openSoundEarly(GstElement* sink, gpointer data) {
   GST_STATE_UNLOCK(sink);
 }
 
-// A device the choice found, opened here: playbin fails the whole pipeline
-// when a sink it was given does not reach READY, where autoaudiosink would
-// have tried the next output. Null (the device went away since the choice)
-// leaves the item to autoaudiosink. playbin would open it on this thread
-// too, as it starts the pipeline, so opening it here costs nothing extra.
-GstElement* openDevice(const std::string& factory) {
-  GstElement* sink = gst_element_factory_make(factory.c_str(), nullptr);
-  if (!sink) return nullptr;
-  gst_object_ref_sink(sink);
-  if (gst_element_set_state(sink, GST_STATE_READY) != GST_STATE_CHANGE_FAILURE) return sink;
-  gst_element_set_state(sink, GST_STATE_NULL);
-  gst_object_unref(sink);
-  SoundOutputChoice::shared().deviceFailed(factory);
-  return nullptr;
-}
-
 // playbin's defaults that an ad never uses: subtitles, and the deinterlacer
 // and colour-balance elements it would otherwise build into the video chain
 // (building and negotiating them is a good part of a preroll).
@@ -459,23 +442,12 @@ bool GstMediaItem::start(AudioOutput audio) {
   return gst_element_set_state(pipeline_, GST_STATE_PAUSED) != GST_STATE_CHANGE_FAILURE;
 }
 
-// The machine's output as the process's choice knows it: the device that
-// opened, a silent sink where none did, autoaudiosink until the choice is
-// made or when the device no longer opens.
 void GstMediaItem::setAudioSink(AudioOutput audio) {
-  const SoundOutputChoice::Output output =
-      audio == AudioOutput::Discard ? SoundOutputChoice::Output{SoundOutputChoice::Kind::Silent, {}}
-                                    : SoundOutputChoice::shared().current();
-  if (output.kind == SoundOutputChoice::Kind::Silent) {
+  if (audio == AudioOutput::Discard) {
     if (GstElement* sink = gst_element_factory_make("fakesink", nullptr)) {
       g_object_set(sink, "sync", TRUE, nullptr);
       g_object_set(pipeline_, "audio-sink", sink, nullptr);
     }
-    return;
-  }
-  if (output.kind == SoundOutputChoice::Kind::Device) audioSink_ = openDevice(output.factory);
-  if (audioSink_) {
-    g_object_set(pipeline_, "audio-sink", audioSink_, nullptr);
     return;
   }
   audioSink_ = gst_element_factory_make("autoaudiosink", nullptr);

@@ -15,7 +15,7 @@ namespace zivora::platform {
 
 // Where playbin sends the sound.
 enum class AudioOutput {
-  Automatic,  // the machine's device, or nothing audible (see SoundOutputChoice)
+  Automatic,  // autoaudiosink: the machine's device, or nothing audible
   Discard,    // fakesink, synchronised to the clock (headless runs, tests)
 };
 
@@ -85,7 +85,7 @@ class GstMediaItem final : public media::MediaItem,
   std::shared_ptr<Streaming> streaming_;
   GstElement* pipeline_ = nullptr;
   GstElement* videoSink_ = nullptr;  // the appsink, held to ask it the position
-  GstElement* audioSink_ = nullptr;  // the machine's output, held to close it
+  GstElement* audioSink_ = nullptr;  // the automatic one, held to close it
   dispatch::TaskHandle prerollWatchdog_;
 
   media::MediaItemStatus status_ = media::MediaItemStatus::Unknown;
