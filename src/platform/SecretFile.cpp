@@ -2,6 +2,8 @@
 
 #include <array>
 
+#include "util/Hex.h"
+
 namespace zivora::platform {
 
 namespace {
@@ -9,17 +11,6 @@ namespace {
 constexpr std::string_view kHeader = "zivora-secret 1";
 constexpr std::array<std::string_view, 5> kFields = {"application", "service", "account", "group",
                                                      "data"};
-
-std::string toHex(std::string_view bytes) {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  std::string hex;
-  hex.reserve(bytes.size() * 2);
-  for (unsigned char byte : bytes) {
-    hex.push_back(kDigits[byte >> 4]);
-    hex.push_back(kDigits[byte & 0x0f]);
-  }
-  return hex;
-}
 
 int digitValue(char c) {
   if (c >= '0' && c <= '9') return c - '0';

@@ -9,6 +9,7 @@
 
 #include "util/Crypto.h"
 #include "util/Guard.h"
+#include "util/Hex.h"
 #include "util/Upcalls.h"
 #include "util/ZVException.h"
 
@@ -41,15 +42,7 @@ std::string ZVHash::md5Hex(std::optional<std::string_view> text) {
   if (!text) throw ZVException("NSInvalidArgumentException", "nil text to hash");
   auto digest = Crypto::md5(*text);
   if (!digest) throw std::runtime_error("md5 failed");
-  // Every event sent is signed with one of these: a table, not a format
-  // call per byte.
-  constexpr std::string_view kDigits = "0123456789abcdef";
-  std::string hex(digest->size() * 2, '0');
-  for (std::size_t i = 0; i < digest->size(); ++i) {
-    hex[2 * i] = kDigits[(*digest)[i] >> 4];
-    hex[2 * i + 1] = kDigits[(*digest)[i] & 0x0F];
-  }
-  return hex;
+  return toHex(std::string_view(reinterpret_cast<const char*>(digest->data()), digest->size()));
 }
 
 std::string ZVHash::hashMD5(std::optional<std::string_view> text) noexcept {
