@@ -140,6 +140,9 @@ void ZVPlayerController::prepareFromURL(const std::string& url, const std::strin
       std::lock_guard lock(mutex_);
       videoFileName_ = fileName;
     }
+    // The player's item comes with the first bytes: what it needs besides
+    // them (the sound output) is looked for while they come.
+    context()->media()->prepare();
     auto manager = resources();
     std::weak_ptr<ZVPlayerController> weak = weak_from_this();
     if (manager->isLoaded(fileName)) {

@@ -13,6 +13,7 @@
 #include "support/Files.h"
 #include "support/HoldingLoader.h"
 #include "support/RunOnQueue.h"
+#include "support/StuckAudioSink.h"
 #include "support/TempDir.h"
 #include "support/TestMedia.h"
 
@@ -136,10 +137,10 @@ class GstMediaPlayerIntegrationTest : public ::testing::Test {
             MediaTime startAt = MediaTime::zero(), bool watched = true) {
     recorder_.record([](Counts& c) { c = {}; });
     onMain([&] {
-      item_ = factory_.makeItem(std::move(asset));
+      item_ = factoryInUse_->makeItem(std::move(asset));
       if (startAt > MediaTime::zero()) item_->seekTo(startAt);
       item_->setObserver(observer(playWhenReady));
-      player_ = factory_.makePlayer(item_);
+      player_ = factoryInUse_->makePlayer(item_);
       if (watched) player_->setFrameSink(&recorder_);
     });
   }
@@ -182,6 +183,7 @@ class GstMediaPlayerIntegrationTest : public ::testing::Test {
   platform::GstMediaFactory factory_{
       runtime_.mainQueue(),
       {.audio = platform::AudioOutput::Discard, .prerollTimeout = std::chrono::seconds(3)}};
+  platform::GstMediaFactory* factoryInUse_ = &factory_;
   test::TempDir dir_;
   const std::string clip_ = test::readFile(test::TestMedia::clip());
   Recorder recorder_;
@@ -207,6 +209,33 @@ TEST_F(GstMediaPlayerIntegrationTest, AFilePlaysToTheEndDeliveringFrames) {
     EXPECT_NEAR(player_->currentTime().seconds(), 2.0, 0.1);
     EXPECT_TRUE(player_->error().empty());
   });
+}
+
+// The machine's sound output, behind an output that blocks as it opens
+// (JACK on a locked database): the first item waits for the choice a
+// moment and plays, heard or silent; the second does not try the stuck
+// output again. The sound switch set before the pipeline starts holds.
+TEST_F(GstMediaPlayerIntegrationTest, ItemsPlayPastASoundOutputThatBlocksAsItOpens) {
+  auto choice = platform::SoundOutputChoice::ofGstreamer({.openLimit = 300ms});
+  test::StuckAudioSink stuck;
+  platform::GstMediaFactory machineSound{runtime_.mainQueue(),
+                                         {.prerollTimeout = 30s, .sound = choice}};
+  factoryInUse_ = &machineSound;
+  for (int round = 0; round < 2; ++round) {
+    SCOPED_TRACE(round);
+    open(MediaAsset::fromFile(test::TestMedia::clip()), true);
+    onMain([this] { player_->setMuted(true); });
+    const Counts c = settle();
+    EXPECT_EQ(c.ready, 1);
+    EXPECT_EQ(c.failed, 0);
+    EXPECT_EQ(c.ended, 1);
+    onMain([this] {
+      EXPECT_TRUE(player_->isMuted());
+      player_.reset();
+      item_.reset();
+    });
+  }
+  EXPECT_EQ(stuck.attempts(), 1);
 }
 
 TEST_F(GstMediaPlayerIntegrationTest, AnItemSeekedBeforeItIsReadyStartsExactlyThere) {

@@ -1,10 +1,29 @@
 #include "platform/linux/GstMediaFactory.h"
 
+#include <chrono>
 #include <stdexcept>
 
 #include "platform/linux/GstMediaPlayer.h"
 
 namespace zivora::platform {
+
+namespace {
+// Enough for the tries of a quiet machine; one that blocks is given up on
+// by the choice itself.
+constexpr auto kProbeWait = std::chrono::seconds(1);
+}  // namespace
+
+GstMediaFactory::~GstMediaFactory() {
+  if (options_.audio == AudioOutput::Automatic) choice().awaitProbe(kProbeWait);
+}
+
+void GstMediaFactory::prepare() {
+  if (options_.audio == AudioOutput::Automatic) choice().prepare();
+}
+
+SoundOutputChoice& GstMediaFactory::choice() const {
+  return options_.sound ? *options_.sound : *SoundOutputChoice::shared();
+}
 
 std::shared_ptr<media::MediaItem> GstMediaFactory::makeItem(
     std::shared_ptr<media::MediaAsset> asset) {

@@ -12,6 +12,13 @@ class GstMediaFactory final : public media::MediaFactory {
  public:
   explicit GstMediaFactory(dispatch::Queue& mainQueue, GstPlaybackOptions options = {})
       : mainQueue_(mainQueue), options_(options) {}
+  // Gives a search for the sound output that is under way a moment to end:
+  // none of it should still run while a process that is done with the SDK
+  // exits.
+  ~GstMediaFactory() override;
+
+  // With the machine's sound output, starts looking for it.
+  void prepare() override;
 
   std::shared_ptr<media::MediaItem> makeItem(std::shared_ptr<media::MediaAsset> asset) override;
   // Throws std::invalid_argument for an item this factory did not make.
@@ -19,6 +26,8 @@ class GstMediaFactory final : public media::MediaFactory {
 
  private:
   dispatch::Queue& mainQueue_;
+  SoundOutputChoice& choice() const;
+
   const GstPlaybackOptions options_;
 };
 

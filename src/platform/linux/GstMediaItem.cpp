@@ -28,8 +28,6 @@ struct GstMediaItem::Streaming {
   std::atomic<std::uint64_t> readOffset{0};
   // The presentation time of the latest picture, or -1.
   std::atomic<std::int64_t> lastFrameTime{-1};
-  // Set when the item goes: the sound device is no longer worth opening.
-  std::atomic<bool> stopping{false};
   // Whether the sink takes 4:2:0 pictures as the decoder made them.
   std::atomic<bool> yuvWanted{false};
 
@@ -339,19 +337,21 @@ void onSourceSetup(GstElement*, GstElement* source, gpointer data) {
                             holdStreaming(*static_cast<StreamingRef*>(data)), releaseStreaming);
 }
 
-// autoaudiosink tries the machine's sound outputs (a sound server first,
-// then the others) when it first goes to READY. playsink does that on the
-// demuxer's thread once the streams are known, which holds up the preroll
-// for as long as the tries take; made early on GStreamer's own pool, it
-// overlaps the reading of the file's header. playsink's own READY is then
-// a no-op.
-void openSoundEarly(GstElement* sink, gpointer data) {
-  GST_STATE_LOCK(sink);
-  if (!streamingOf(data).stopping.load() && GST_STATE(sink) == GST_STATE_NULL &&
-      GST_STATE_PENDING(sink) == GST_STATE_VOID_PENDING) {
-    gst_element_set_state(sink, GST_STATE_READY);
+// A device the choice found, opened here before playbin gets it: playbin
+// fails the whole pipeline when a sink it was given does not reach READY,
+// where the item can still play silently. playbin would open it on this
+// thread too, as it starts the pipeline. Null when it does not open (the
+// device went away since the choice), which the choice hears.
+GstElement* openDevice(const std::string& factory, SoundOutputChoice& choice) {
+  GstElement* sink = gst_element_factory_make(factory.c_str(), nullptr);
+  if (sink) {
+    gst_object_ref_sink(sink);
+    if (gst_element_set_state(sink, GST_STATE_READY) != GST_STATE_CHANGE_FAILURE) return sink;
+    gst_element_set_state(sink, GST_STATE_NULL);
+    gst_object_unref(sink);
   }
-  GST_STATE_UNLOCK(sink);
+  choice.deviceFailed(factory);
+  return nullptr;
 }
 
 // playbin's defaults that an ad never uses: subtitles, and the deinterlacer
@@ -373,10 +373,28 @@ std::shared_ptr<GstMediaItem> GstMediaItem::make(std::shared_ptr<media::MediaAss
   std::shared_ptr<GstMediaItem> item(new GstMediaItem(std::move(asset), mainQueue));
   item->streaming_->item = item;
   item->armPrerollWatchdog(options.prerollTimeout);
-  if (!item->start(options.audio)) {
-    item->streaming_->failed("The player could not start.");
+  if (options.audio == AudioOutput::Discard) {
+    item->startWith(SoundOutputChoice::Output{});
+    return item;
+  }
+  // The pipeline starts once the sound output is known: at once when the
+  // process's choice has an answer, else when its probe ends (the preroll
+  // watchdog runs meanwhile).
+  item->choice_ = options.sound ? options.sound : SoundOutputChoice::shared();
+  if (auto output = item->choice_->known()) {
+    item->startWith(*output);
+  } else {
+    item->choice_->whenKnown(
+        [weak = std::weak_ptr<GstMediaItem>(item), &mainQueue](SoundOutputChoice::Output output) {
+          dispatch::asyncWeak(mainQueue, weak, {"GstMediaItem", "soundOutputKnown"},
+                              [output](GstMediaItem& self) { self.startWith(output); });
+        });
   }
   return item;
+}
+
+void GstMediaItem::startWith(const SoundOutputChoice::Output& output) {
+  if (!start(output)) streaming_->failed("The player could not start.");
 }
 
 GstMediaItem::GstMediaItem(std::shared_ptr<media::MediaAsset> asset, dispatch::Queue& mainQueue)
@@ -386,7 +404,6 @@ GstMediaItem::GstMediaItem(std::shared_ptr<media::MediaAsset> asset, dispatch::Q
 
 GstMediaItem::~GstMediaItem() {
   prerollWatchdog_.cancel();
-  streaming_->stopping.store(true);
   // A streaming thread blocked in a read would hold up the state change.
   if (streaming_->source) streaming_->source->shutdown();
   if (pipeline_) {
@@ -397,15 +414,15 @@ GstMediaItem::~GstMediaItem() {
     gst_object_unref(pipeline_);
   }
   if (videoSink_) gst_object_unref(videoSink_);
-  // Opened early but never taken into the pipeline (an item that went
-  // before its streams were known): closed here, after any early opening.
+  // Opened but never taken into the pipeline (an item that went before
+  // its streams were known): closed here.
   if (audioSink_) {
     gst_element_set_state(audioSink_, GST_STATE_NULL);
     gst_object_unref(audioSink_);
   }
 }
 
-bool GstMediaItem::start(AudioOutput audio) {
+bool GstMediaItem::start(const SoundOutputChoice::Output& output) {
   if (!ensureGstreamer()) return false;
   pipeline_ = gst_element_factory_make("playbin", nullptr);
   GstElement* videoSink = makeVideoSink();
@@ -417,8 +434,9 @@ bool GstMediaItem::start(AudioOutput audio) {
   guint flags = 0;
   g_object_get(pipeline_, "flags", &flags, nullptr);
   videoSink_ = GST_ELEMENT(gst_object_ref(videoSink));
-  g_object_set(pipeline_, "video-sink", videoSink, "flags", flags & ~kUnusedPlayFlags, nullptr);
-  setAudioSink(audio);
+  g_object_set(pipeline_, "video-sink", videoSink, "flags", flags & ~kUnusedPlayFlags, "mute",
+               muted_ ? TRUE : FALSE, nullptr);
+  setAudioSink(output);
   attachBus();
 
   std::string uri;
@@ -442,19 +460,17 @@ bool GstMediaItem::start(AudioOutput audio) {
   return gst_element_set_state(pipeline_, GST_STATE_PAUSED) != GST_STATE_CHANGE_FAILURE;
 }
 
-void GstMediaItem::setAudioSink(AudioOutput audio) {
-  if (audio == AudioOutput::Discard) {
-    if (GstElement* sink = gst_element_factory_make("fakesink", nullptr)) {
-      g_object_set(sink, "sync", TRUE, nullptr);
-      g_object_set(pipeline_, "audio-sink", sink, nullptr);
-    }
+void GstMediaItem::setAudioSink(const SoundOutputChoice::Output& output) {
+  if (output.kind == SoundOutputChoice::Kind::Device && choice_)
+    audioSink_ = openDevice(output.factory, *choice_);
+  if (audioSink_) {
+    g_object_set(pipeline_, "audio-sink", audioSink_, nullptr);
     return;
   }
-  audioSink_ = gst_element_factory_make("autoaudiosink", nullptr);
-  if (!audioSink_) return;
-  gst_object_ref_sink(audioSink_);
-  g_object_set(pipeline_, "audio-sink", audioSink_, nullptr);
-  gst_element_call_async(audioSink_, openSoundEarly, holdStreaming(streaming_), releaseStreaming);
+  if (GstElement* sink = gst_element_factory_make("fakesink", nullptr)) {
+    g_object_set(sink, "sync", TRUE, nullptr);
+    g_object_set(pipeline_, "audio-sink", sink, nullptr);
+  }
 }
 
 GstElement* GstMediaItem::makeVideoSink() {
@@ -611,11 +627,12 @@ MediaTime GstMediaItem::position() const {
 }
 
 void GstMediaItem::setMuted(bool muted) {
+  muted_ = muted;
   if (pipeline_) g_object_set(pipeline_, "mute", muted ? TRUE : FALSE, nullptr);
 }
 
 bool GstMediaItem::isMuted() const {
-  gboolean muted = FALSE;
+  gboolean muted = muted_ ? TRUE : FALSE;
   if (pipeline_) g_object_get(pipeline_, "mute", &muted, nullptr);
   return muted;
 }

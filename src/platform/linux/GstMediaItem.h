@@ -7,6 +7,7 @@
 #include <string>
 
 #include "platform/dispatch/Queue.h"
+#include "platform/linux/SoundOutputChoice.h"
 #include "platform/media/ByteRangeSource.h"
 #include "platform/media/MediaItem.h"
 #include "platform/media/VideoFrame.h"
@@ -15,7 +16,7 @@ namespace zivora::platform {
 
 // Where playbin sends the sound.
 enum class AudioOutput {
-  Automatic,  // autoaudiosink: the machine's device, or nothing audible
+  Automatic,  // the machine's device, or nothing audible (see SoundOutputChoice)
   Discard,    // fakesink, synchronised to the clock (headless runs, tests)
 };
 
@@ -26,12 +27,16 @@ struct GstPlaybackOptions {
   // then never prerolls. An item that is neither ready nor failed after
   // this long, and is not waiting for bytes of its loader, fails.
   dispatch::Duration prerollTimeout = std::chrono::seconds(10);
+  // Where Automatic finds the machine's output; null: the process's
+  // (SoundOutputChoice::shared()).
+  std::shared_ptr<SoundOutputChoice> sound = nullptr;
 };
 
 // An item on a playbin pipeline: video to an appsink (I420 pictures turned
 // into cairo's layout by libyuv, anything else converted to BGRA), audio to the
 // chosen sink, a "customLoader://" asset read through an appsrc in
-// random-access mode. The pipeline prerolls as soon as the item is made.
+// random-access mode. The pipeline prerolls as soon as the item is made and
+// the sound output is known.
 // Bus messages and frames reach the main queue through weak references, so
 // the item may go at any time; its destructor breaks a waiting read before
 // it stops the pipeline and so never waits for a blocked streaming thread.
@@ -65,8 +70,9 @@ class GstMediaItem final : public media::MediaItem,
 
  private:
   GstMediaItem(std::shared_ptr<media::MediaAsset> asset, dispatch::Queue& mainQueue);
-  bool start(AudioOutput audio);
-  void setAudioSink(AudioOutput audio);
+  void startWith(const SoundOutputChoice::Output& output);
+  bool start(const SoundOutputChoice::Output& output);
+  void setAudioSink(const SoundOutputChoice::Output& output);
   GstElement* makeVideoSink();
   void attachBus();
 
@@ -84,8 +90,9 @@ class GstMediaItem final : public media::MediaItem,
   dispatch::Queue& mainQueue_;
   std::shared_ptr<Streaming> streaming_;
   GstElement* pipeline_ = nullptr;
-  GstElement* videoSink_ = nullptr;  // the appsink, held to ask it the position
-  GstElement* audioSink_ = nullptr;  // the automatic one, held to close it
+  GstElement* videoSink_ = nullptr;            // the appsink, held to ask it the position
+  GstElement* audioSink_ = nullptr;            // the machine's device, held to close it
+  std::shared_ptr<SoundOutputChoice> choice_;  // where the device came from
   dispatch::TaskHandle prerollWatchdog_;
 
   media::MediaItemStatus status_ = media::MediaItemStatus::Unknown;
@@ -95,6 +102,7 @@ class GstMediaItem final : public media::MediaItem,
   bool initialSeekStarted_ = false;
   bool endReported_ = false;
   bool failureReported_ = false;
+  bool muted_ = false;  // kept for a pipeline that has yet to start
   std::string error_;
   media::MediaItemObserver observer_;
   media::FrameSink* frameSink_ = nullptr;

@@ -12,6 +12,9 @@ namespace zivora::media {
 class MediaFactory {
  public:
   virtual ~MediaFactory() = default;
+  // An item is likely to be asked for soon: starts what an item would
+  // otherwise wait for.
+  virtual void prepare() {}
   virtual std::shared_ptr<MediaItem> makeItem(std::shared_ptr<MediaAsset> asset) = 0;
   virtual std::shared_ptr<MediaPlayer> makePlayer(std::shared_ptr<MediaItem> item) = 0;
 };
