@@ -3,6 +3,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstdlib>
 #include <future>
 #include <map>
 #include <memory>
@@ -12,7 +13,10 @@
 #include <thread>
 #include <vector>
 
+#include "platform/linux/GstreamerInit.h"
 #include "platform/linux/SoundOutputChoice.h"
+#include "support/ChildProcess.h"
+#include "support/ScopedEnv.h"
 
 namespace zivora::platform {
 namespace {
@@ -213,6 +217,35 @@ TEST_F(SoundOutputChoiceThreadedTest, WithoutAThreadToProbeOnItemsPlaySilentlyAn
   EXPECT_EQ(choice->known(), std::nullopt);
   EXPECT_EQ(answerOf(*choice), Output{});
   EXPECT_EQ(launches, 2);
+}
+
+constexpr const char* kChildVariable = "ZIVORA_SOUND_EXIT_CHILD";
+constexpr const char* kChildTest = "SoundOutputChoiceExitTest.ChildExitsWhileTheProbeRuns";
+
+// A host that asks for a video and returns from main at once: the process's
+// probe is still opening the machine's outputs while exit() runs.
+TEST(SoundOutputChoiceExitTest, ChildExitsWhileTheProbeRuns) {
+  if (!std::getenv(kChildVariable)) GTEST_SKIP() << "the child of the test below";
+  ASSERT_TRUE(ensureGstreamer());
+  SoundOutputChoice::shared()->prepare();
+  std::exit(0);
+}
+
+#ifdef __SANITIZE_THREAD__
+constexpr int kRounds = 5;  // each child is slow to start under ThreadSanitizer
+#else
+constexpr int kRounds = 20;
+#endif
+
+TEST(SoundOutputChoiceExitTest, AHostExitsCleanlyWhileTheSoundOutputIsSought) {
+  test::ScopedEnv childMode(kChildVariable, "1");
+  for (int round = 0; round < kRounds; ++round) {
+    auto child = test::ChildProcess::start(
+        {"/proc/self/exe", std::string("--gtest_filter=") + kChildTest}, {.captureOutput = true});
+    ASSERT_TRUE(child);
+    ASSERT_TRUE(child->waitFor(std::chrono::seconds(60))) << "round " << round;
+    ASSERT_EQ(child->exitCode(), 0) << "round " << round << ": " << child->describe();
+  }
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "platform/linux/GstMediaPlayer.h"
+#include "platform/linux/GstreamerInit.h"
 
 namespace zivora::platform {
 
@@ -17,8 +18,10 @@ GstMediaFactory::~GstMediaFactory() {
   if (options_.audio == AudioOutput::Automatic) choice().awaitProbe(kProbeWait);
 }
 
+// GStreamer starts on this thread, not on the probe's: a probe still
+// starting it while the process exits has crashed GLib's type system.
 void GstMediaFactory::prepare() {
-  if (options_.audio == AudioOutput::Automatic) choice().prepare();
+  if (options_.audio == AudioOutput::Automatic && ensureGstreamer()) choice().prepare();
 }
 
 SoundOutputChoice& GstMediaFactory::choice() const {

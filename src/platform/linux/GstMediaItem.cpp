@@ -381,6 +381,10 @@ std::shared_ptr<GstMediaItem> GstMediaItem::make(std::shared_ptr<media::MediaAss
   // process's choice has an answer, else when its probe ends (the preroll
   // watchdog runs meanwhile).
   item->choice_ = options.sound ? options.sound : SoundOutputChoice::shared();
+  if (!ensureGstreamer()) {  // here rather than on the probe's thread
+    item->startWith(SoundOutputChoice::Output{});
+    return item;
+  }
   if (auto output = item->choice_->known()) {
     item->startWith(*output);
   } else {
