@@ -18,8 +18,8 @@ GstMediaFactory::~GstMediaFactory() {
   if (options_.audio == AudioOutput::Automatic) choice().awaitProbe(kProbeWait);
 }
 
-// GStreamer starts on this thread, not on the probe's: a probe still
-// starting it while the process exits has crashed GLib's type system.
+// GStreamer starts on this thread, which the item needs it on anyway: the
+// probe's thread then only opens outputs.
 void GstMediaFactory::prepare() {
   if (options_.audio == AudioOutput::Automatic && ensureGstreamer()) choice().prepare();
 }

@@ -381,17 +381,21 @@ std::shared_ptr<GstMediaItem> GstMediaItem::make(std::shared_ptr<media::MediaAss
   // process's choice has an answer, else when its probe ends (the preroll
   // watchdog runs meanwhile).
   item->choice_ = options.sound ? options.sound : SoundOutputChoice::shared();
-  if (!ensureGstreamer()) {  // here rather than on the probe's thread
+  if (!ensureGstreamer()) {  // on this thread, before any probe starts
     item->startWith(SoundOutputChoice::Output{});
     return item;
   }
   if (auto output = item->choice_->known()) {
     item->startWith(*output);
   } else {
+    // The answer may come after the SDK shut down: only an item still
+    // alive vouches for its main queue.
     item->choice_->whenKnown(
-        [weak = std::weak_ptr<GstMediaItem>(item), &mainQueue](SoundOutputChoice::Output output) {
-          dispatch::asyncWeak(mainQueue, weak, {"GstMediaItem", "soundOutputKnown"},
-                              [output](GstMediaItem& self) { self.startWith(output); });
+        [weak = std::weak_ptr<GstMediaItem>(item)](SoundOutputChoice::Output output) {
+          if (auto waiting = weak.lock()) {
+            dispatch::asyncWeak(waiting->mainQueue_, weak, {"GstMediaItem", "soundOutputKnown"},
+                                [output](GstMediaItem& self) { self.startWith(output); });
+          }
         });
   }
   return item;
