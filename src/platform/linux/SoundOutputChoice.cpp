@@ -12,7 +12,11 @@ namespace zivora::platform {
 namespace {
 
 // autoaudiosink's candidates, in its order: audio sinks of at least
-// marginal rank that take raw audio, highest rank first.
+// marginal rank that take raw audio, highest rank first. Their plugins are
+// loaded here, on the thread that starts the probe: a plugin loaded
+// (dlopen) on the probe's thread while the process exits can run GObject's
+// library constructor a second time, which aborts in GLib's type system
+// (seen in the exit test under AddressSanitizer).
 std::vector<std::string> audioSinks() {
   std::vector<std::string> names;
   if (!ensureGstreamer()) return names;
@@ -22,8 +26,11 @@ std::vector<std::string> audioSinks() {
   GstCaps* raw = gst_caps_new_empty_simple("audio/x-raw");
   for (GList* item = factories; item; item = item->next) {
     auto* factory = GST_ELEMENT_FACTORY(item->data);
-    if (gst_element_factory_can_sink_any_caps(factory, raw))
+    if (!gst_element_factory_can_sink_any_caps(factory, raw)) continue;
+    if (GstPluginFeature* loaded = gst_plugin_feature_load(GST_PLUGIN_FEATURE(factory))) {
       names.emplace_back(GST_OBJECT_NAME(factory));
+      gst_object_unref(loaded);
+    }
   }
   gst_caps_unref(raw);
   gst_plugin_feature_list_free(factories);
@@ -123,7 +130,7 @@ bool SoundOutputChoice::startProbeLocked() {
 // Outside the lock: a launcher may run the job before it returns.
 void SoundOutputChoice::launchProbe() {
   try {
-    launch_([self = shared_from_this()] { self->probe(); });
+    launch_([self = shared_from_this(), candidates = candidates_()] { self->probe(candidates); });
   } catch (...) {
     // No thread to probe on: what waits hears silence, and a later item
     // probes again.
@@ -131,8 +138,8 @@ void SoundOutputChoice::launchProbe() {
   }
 }
 
-void SoundOutputChoice::probe() {
-  for (const std::string& factory : candidates_()) {
+void SoundOutputChoice::probe(const std::vector<std::string>& candidates) {
+  for (const std::string& factory : candidates) {
     {
       std::lock_guard lock(mutex_);
       if (opening_.count(factory)) continue;  // still stuck since an earlier probe

@@ -40,7 +40,8 @@ class SoundOutputChoice : public std::enable_shared_from_this<SoundOutputChoice>
     bool operator==(const Output&) const = default;
   };
 
-  // The candidates' factory names, in the order they are tried.
+  // The candidates' factory names, in the order they are tried; asked on
+  // the thread that starts the probe.
   using Candidates = std::function<std::vector<std::string>()>;
   // Opens an output of the factory and closes it again; may block.
   using TryOpen = std::function<bool(const std::string& factory)>;
@@ -83,7 +84,7 @@ class SoundOutputChoice : public std::enable_shared_from_this<SoundOutputChoice>
 
   bool startProbeLocked();
   void launchProbe();
-  void probe();
+  void probe(const std::vector<std::string>& candidates);
   Attempt attempt(const std::string& factory);
   void opened(const std::string& factory, bool success,
               const std::shared_ptr<std::optional<bool>>& result);
