@@ -115,18 +115,24 @@ TEST(ThreadRuntimeThreadedTest, IsCurrentOnlyOnTheQueuesOwnThreadAndGlobalRunsTw
   EXPECT_FALSE(a->isCurrent() || runtime.mainQueue().isCurrent());
 
   // Two pool tasks that each wait for the other can only meet if both run.
-  std::promise<void> first, second;
-  std::promise<bool> bothCurrent;
-  runtime.globalQueue().async([&] {
-    first.set_value();
-    const bool met = second.get_future().wait_for(kTimeout) == std::future_status::ready;
-    bothCurrent.set_value(met && runtime.globalQueue().isCurrent());
+  // What they share is theirs: the second may still be waking when the
+  // test is done.
+  struct Meeting {
+    std::promise<void> first, second;
+    std::promise<bool> bothCurrent;
+  };
+  auto meeting = std::make_shared<Meeting>();
+  auto& global = runtime.globalQueue();
+  global.async([meeting, &global] {
+    meeting->first.set_value();
+    const bool met = meeting->second.get_future().wait_for(kTimeout) == std::future_status::ready;
+    meeting->bothCurrent.set_value(met && global.isCurrent());
   });
-  runtime.globalQueue().async([&] {
-    second.set_value();
-    first.get_future().wait_for(kTimeout);
+  global.async([meeting] {
+    meeting->second.set_value();
+    meeting->first.get_future().wait_for(kTimeout);
   });
-  auto met = bothCurrent.get_future();
+  auto met = meeting->bothCurrent.get_future();
   ASSERT_TRUE(ready(met));
   EXPECT_TRUE(met.get());
   ASSERT_TRUE(drain(runtime.globalQueue()));
