@@ -214,7 +214,8 @@ TEST_F(GstMediaPlayerIntegrationTest, AFilePlaysToTheEndDeliveringFrames) {
 // The machine's sound output, behind an output that blocks as it opens
 // (JACK on a locked database): the first item waits for the choice a
 // moment and plays, heard or silent; the second does not try the stuck
-// output again. The sound switch set before the pipeline starts holds.
+// output again. The sound switch and the start (a resumed ad's) set
+// before the pipeline starts hold.
 TEST_F(GstMediaPlayerIntegrationTest, ItemsPlayPastASoundOutputThatBlocksAsItOpens) {
   auto choice = platform::SoundOutputChoice::ofGstreamer({.openLimit = 300ms});
   test::StuckAudioSink stuck;
@@ -223,12 +224,14 @@ TEST_F(GstMediaPlayerIntegrationTest, ItemsPlayPastASoundOutputThatBlocksAsItOpe
   factoryInUse_ = &machineSound;
   for (int round = 0; round < 2; ++round) {
     SCOPED_TRACE(round);
-    open(MediaAsset::fromFile(test::TestMedia::clip()), true);
+    const auto startAt = MediaTime::fromSeconds(round == 0 ? 1.0 : 0.0);
+    open(MediaAsset::fromFile(test::TestMedia::clip()), true, startAt);
     onMain([this] { player_->setMuted(true); });
     const Counts c = settle();
     EXPECT_EQ(c.ready, 1);
     EXPECT_EQ(c.failed, 0);
     EXPECT_EQ(c.ended, 1);
+    EXPECT_NEAR(c.positionAtReady.seconds(), startAt.seconds(), 0.05);
     onMain([this] {
       EXPECT_TRUE(player_->isMuted());
       player_.reset();

@@ -25,9 +25,9 @@ class GstMediaFactory final : public media::MediaFactory {
   std::shared_ptr<media::MediaPlayer> makePlayer(std::shared_ptr<media::MediaItem> item) override;
 
  private:
-  dispatch::Queue& mainQueue_;
   SoundOutputChoice& choice() const;
 
+  dispatch::Queue& mainQueue_;
   const GstPlaybackOptions options_;
 };
 

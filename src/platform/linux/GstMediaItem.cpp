@@ -505,11 +505,13 @@ void GstMediaItem::attachBus() {
 }
 
 void GstMediaItem::seekTo(MediaTime time) {
-  if (status_ == MediaItemStatus::Failed || !pipeline_) return;
+  if (status_ == MediaItemStatus::Failed) return;
+  // Also before the pipeline starts (the sound output not yet known).
   if (status_ == MediaItemStatus::Unknown && !initialSeekStarted_) {
     startTime_ = time;  // the item becomes ready there
     return;
   }
+  if (!pipeline_) return;
   endReported_ = false;
   const auto flags = GstSeekFlags(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_ACCURATE);
   gst_element_seek_simple(pipeline_, GST_FORMAT_TIME, flags,
