@@ -7,8 +7,7 @@
 #include <thread>
 
 #include "platform/linux/OpenSslLifetime.h"
-#include "support/ChildProcess.h"
-#include "support/ScopedEnv.h"
+#include "support/ExitingChildren.h"
 #include "util/ZVHash.h"
 
 namespace zivora::platform {
@@ -50,14 +49,7 @@ constexpr int kRounds = 40;
 // A fresh process each time: OpenSSL must meet the SDK before anything
 // else initialises it, as in a host that loads the SDK.
 TEST(OpenSslLifetimeThreadedTest, AHostExitsCleanlyWhileThreadsThatUsedOpenSslEnd) {
-  test::ScopedEnv childMode(kChildVariable, "1");
-  for (int round = 0; round < kRounds; ++round) {
-    auto child = test::ChildProcess::start(
-        {"/proc/self/exe", std::string("--gtest_filter=") + kChildTest}, {.captureOutput = true});
-    ASSERT_TRUE(child);
-    ASSERT_TRUE(child->waitFor(std::chrono::seconds(60))) << "round " << round;
-    ASSERT_EQ(child->exitCode(), 0) << "round " << round << ": " << child->describe();
-  }
+  test::expectChildrenExitCleanly(kChildVariable, kChildTest, kRounds);
 }
 
 }  // namespace

@@ -15,8 +15,7 @@
 
 #include "platform/linux/GstreamerInit.h"
 #include "platform/linux/SoundOutputChoice.h"
-#include "support/ChildProcess.h"
-#include "support/ScopedEnv.h"
+#include "support/ExitingChildren.h"
 
 namespace zivora::platform {
 namespace {
@@ -87,10 +86,18 @@ class SoundOutputChoiceThreadedTest : public ::testing::Test {
   static constexpr auto kStuckAfter = 2s;
   SoundOutputChoice::Settings settings_{.openLimit = 60s, .maxAge = 60s};
 
-  std::shared_ptr<SoundOutputChoice> makeChoice(SoundOutputChoice::Launch launch =
-                                                    [](std::function<void()> job) {
-                                                      std::thread(std::move(job)).detach();
-                                                    }) {
+  // By default each job runs on a thread of its own and is counted, so
+  // that a test can wait for the jobs still under way.
+  std::shared_ptr<SoundOutputChoice> makeChoice(SoundOutputChoice::Launch launch = {}) {
+    if (!launch) {
+      launch = [jobs = jobs_](std::function<void()> job) {
+        jobs->started();
+        std::thread([jobs, job = std::move(job)] {
+          job();
+          jobs->ended();
+        }).detach();
+      };
+    }
     return std::make_shared<SoundOutputChoice>(
         [outputs = outputs_] { return outputs->names(); },
         [outputs = outputs_](const std::string& name) { return outputs->tryOpen(name); },
@@ -111,7 +118,31 @@ class SoundOutputChoiceThreadedTest : public ::testing::Test {
 
   void age(std::chrono::steady_clock::duration by) { *now_ = now_->load() + by; }
 
+  // The choice's jobs under way.
+  class Jobs {
+   public:
+    void started() {
+      std::lock_guard lock(mutex_);
+      ++running_;
+    }
+    void ended() {
+      std::lock_guard lock(mutex_);
+      --running_;
+      changed_.notify_all();
+    }
+    bool awaitNone() {
+      std::unique_lock lock(mutex_);
+      return changed_.wait_for(lock, 30s, [this] { return running_ == 0; });
+    }
+
+   private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    int running_ = 0;
+  };
+
   // Shared with the choice's jobs, which may outlive the test.
+  std::shared_ptr<Jobs> jobs_ = std::make_shared<Jobs>();
   std::shared_ptr<FakeOutputs> outputs_ = std::make_shared<FakeOutputs>();
   std::shared_ptr<std::atomic<std::chrono::steady_clock::duration>> now_ =
       std::make_shared<std::atomic<std::chrono::steady_clock::duration>>(std::chrono::hours(1));
@@ -187,7 +218,8 @@ TEST_F(SoundOutputChoiceThreadedTest, AStuckOutputIsTriedAgainOnlyOnceItsOpenRet
   EXPECT_EQ(outputs_->tries("jackaudiosink"), 1);
 
   outputs_->release("jackaudiosink", Behaviour::Opens);
-  for (int i = 0; i < 3000 && choice->known(); ++i) std::this_thread::sleep_for(10ms);
+  ASSERT_TRUE(jobs_->awaitNone());  // the stuck open has returned
+  EXPECT_EQ(choice->known(), std::nullopt);
   EXPECT_EQ(answerOf(*choice), (Output{Kind::Device, "jackaudiosink"}));
   EXPECT_EQ(outputs_->tries("jackaudiosink"), 2);
 }
@@ -238,14 +270,7 @@ constexpr int kRounds = 20;
 #endif
 
 TEST(SoundOutputChoiceExitTest, AHostExitsCleanlyWhileTheSoundOutputIsSought) {
-  test::ScopedEnv childMode(kChildVariable, "1");
-  for (int round = 0; round < kRounds; ++round) {
-    auto child = test::ChildProcess::start(
-        {"/proc/self/exe", std::string("--gtest_filter=") + kChildTest}, {.captureOutput = true});
-    ASSERT_TRUE(child);
-    ASSERT_TRUE(child->waitFor(std::chrono::seconds(60))) << "round " << round;
-    ASSERT_EQ(child->exitCode(), 0) << "round " << round << ": " << child->describe();
-  }
+  test::expectChildrenExitCleanly(kChildVariable, kChildTest, kRounds);
 }
 
 }  // namespace
