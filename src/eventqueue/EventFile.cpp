@@ -427,15 +427,22 @@ void EventFile::markConsumed(Handle& file, const Line& line) {
   file.write(line.start, line.text.size() > 1 && line.text[1] == '!' ? "--" : "-");
 }
 
-// Marks `line` consumed, then points the header past it. The header is
-// written only where it lands wholly on consumed bytes and leaves the line
-// feed that ends `line` in place, so it can never swallow a live event.
-// True when that emptied the file and it was deleted.
+// Marks `line` consumed, then, for the first mark of every
+// kHeaderInterval, points the header past it. The header only spares a
+// reader that starts afresh the walk over consumed lines; one that lags
+// leaves that reader fewer than kHeaderInterval of them to step over, and
+// the drain one write per event. The header is written only where it
+// lands wholly on consumed bytes and leaves the line feed that ends `line`
+// in place, so it can never swallow a live event. True when that emptied
+// the file and it was deleted.
 bool EventFile::setIgnoreLine(Handle& file, const Line& line, std::int64_t size) {
   const std::int64_t next = line.start + static_cast<std::int64_t>(line.text.size()) + 1;
   markConsumed(file, line);
   std::string header = fmt::format("-!{}\n-", next);
-  if (static_cast<std::int64_t>(header.size()) < next) file.write(0, header);
+  if ((consumedMarks_ - 1) % kHeaderInterval == 0 &&
+      static_cast<std::int64_t>(header.size()) < next) {
+    file.write(0, header);
+  }
   if (next < size || size < 2) return false;
   unlinkFile();
   return true;

@@ -38,10 +38,12 @@ struct EventFileOptions {
 //
 // Live lines are events; a line whose first byte is '-' is consumed; a
 // first line "-!N" says that every byte before offset N is consumed. An
-// event is consumed by writing '-' over its first byte and then the header
-// "-!P\n-" over the start of the file, where P is the offset after its line
-// feed; the file is deleted once nothing after P is left. Nothing else is
-// ever rewritten, so a reader never sees a half-moved event.
+// event is consumed by writing '-' over its first byte and then, for the
+// first of every 32 consumptions, the header "-!P\n-" over the start of the
+// file, where P is the offset after its line feed (a header that lags only
+// leaves a reader consumed lines to step over); the file is deleted once
+// nothing after P is left. Nothing else is ever rewritten, so a reader
+// never sees a half-moved event.
 //
 // Delivery is at least once, so a consumed mark that a crash loses costs a
 // duplicate, never a loss: marks are synced in groups, by the owner through
@@ -94,6 +96,7 @@ class EventFile {
 
  private:
   class Handle;
+  static constexpr std::int64_t kHeaderInterval = 32;  // marks per header write
   struct Line {
     std::int64_t start = 0;  // offset of the line's first byte
     std::string text;        // without its line feed

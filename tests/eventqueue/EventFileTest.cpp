@@ -93,6 +93,30 @@ TEST_F(EventFileTest, ConsumingTheFirstOfTwoEventsWritesTheHeaderInPlace) {
 // The reader keeps its descriptor between calls; it must never go on
 // draining (and finally delete) a file that is no longer the one at the
 // path, or the events saved into the new file would be lost.
+// The header is moved on by the first of every 32 consumptions only: a
+// reader that starts afresh steps over the consumed lines after it, and
+// reaches the same event whatever the header's lag.
+TEST_F(EventFileTest, AFreshReaderFindsTheFirstLiveEventWhateverTheHeadersLag) {
+  std::vector<std::string> events;
+  for (int i = 0; i < 70; ++i) events.push_back(event(60, static_cast<char>('A' + i % 26)));
+  for (const int consumed : {1, 2, 31, 32, 33, 34, 64, 65, 69}) {
+    SCOPED_TRACE(consumed);
+    fs::remove(path_);
+    auto drainer = open();
+    for (const auto& text : events) ASSERT_TRUE(drainer.save(text));
+    for (int i = 0; i < consumed; ++i) drainer.removeFirstLine();
+
+    auto fresh = open();
+    EXPECT_EQ(fresh.firstEvent(), events[consumed]);
+    // The header never points past a live event, and lags by fewer than 32.
+    const std::string bytes = test::readFile(path_);
+    const std::int64_t lineLength = 61;
+    const std::int64_t header = std::stoll(bytes.substr(2, bytes.find('\n') - 2));
+    EXPECT_LE(header, consumed * lineLength);
+    EXPECT_GT(header, (consumed - 32) * lineLength);
+  }
+}
+
 TEST_F(EventFileTest, AReaderFollowsAFileDeletedOrReplacedUnderIt) {
   auto reader = open();
   const std::string a = event(40, 'a'), b = event(40, 'b'), c = event(40, 'c'), d = event(40, 'd');
