@@ -241,6 +241,30 @@ TEST_F(GstMediaPlayerIntegrationTest, ItemsPlayPastASoundOutputThatBlocksAsItOpe
   EXPECT_EQ(stuck.attempts(), 1);
 }
 
+// An output that opened for the choice and then blocks as an item opens it
+// (a sound server that hangs): the item plays silently after the choice's
+// time limit, and the choice no longer gives that output.
+TEST_F(GstMediaPlayerIntegrationTest, AnItemPlaysSilentlyPastADeviceThatBlocksOnlyForIt) {
+  auto choice = platform::SoundOutputChoice::ofGstreamer({.openLimit = 300ms});
+  test::StuckAudioSink stuck(1);
+  platform::GstMediaFactory machineSound{runtime_.mainQueue(),
+                                         {.prerollTimeout = 30s, .sound = choice}};
+  factoryInUse_ = &machineSound;
+  open(MediaAsset::fromFile(test::TestMedia::clip()), true);
+  const Counts c = settle();
+  EXPECT_EQ(c.ready, 1);
+  EXPECT_EQ(c.failed, 0);
+  EXPECT_EQ(c.ended, 1);
+  EXPECT_GE(stuck.attempts(), 2);  // the choice's open, then the item's
+  ASSERT_TRUE(choice->awaitProbe(10s));
+  const auto answer = choice->known();
+  EXPECT_TRUE(!answer || answer->factory != test::StuckAudioSink::kName);
+  onMain([this] {
+    player_.reset();
+    item_.reset();
+  });
+}
+
 TEST_F(GstMediaPlayerIntegrationTest, AnItemSeekedBeforeItIsReadyStartsExactlyThere) {
   open(MediaAsset::fromFile(test::TestMedia::clip()), true, MediaTime::fromSeconds(1.0));
   const Counts c = settle();

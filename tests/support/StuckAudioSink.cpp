@@ -12,7 +12,10 @@ struct Stuck {
   std::condition_variable released;
   bool open = false;  // whether opens pass (fail at once)
   int attempts = 0;
+  int opensFirst = 0;  // opens that succeed before they block
 };
+
+constexpr guint kRank = GST_RANK_PRIMARY + 1000;
 
 Stuck& stuck() {
   static Stuck state;
@@ -38,9 +41,10 @@ static GstStateChangeReturn zivoraStuckSinkChangeState(GstElement* element,
   if (transition == GST_STATE_CHANGE_NULL_TO_READY) {
     Stuck& state = stuck();
     std::unique_lock lock(state.mutex);
-    ++state.attempts;
-    state.released.wait(lock, [&] { return state.open; });
-    return GST_STATE_CHANGE_FAILURE;
+    if (state.attempts++ >= state.opensFirst) {
+      state.released.wait(lock, [&] { return state.open; });
+      return GST_STATE_CHANGE_FAILURE;
+    }
   }
   return GST_ELEMENT_CLASS(zivora_stuck_sink_parent_class)->change_state(element, transition);
 }
@@ -61,15 +65,20 @@ static void zivora_stuck_sink_init(ZivoraStuckSink*) {}
 
 namespace zivora::test {
 
-StuckAudioSink::StuckAudioSink() {
+StuckAudioSink::StuckAudioSink(int opensFirst) {
   if (!gst_is_initialized()) gst_init(nullptr, nullptr);
   {
     std::lock_guard lock(stuck().mutex);
     stuck().open = false;
     stuck().attempts = 0;
+    stuck().opensFirst = opensFirst;
   }
-  // Registering again (a later test) only sets the rank back.
-  gst_element_register(nullptr, kName, GST_RANK_PRIMARY + 1000, zivora_stuck_sink_get_type());
+  gst_element_register(nullptr, kName, kRank, zivora_stuck_sink_get_type());
+  // Registering again (a later test) leaves the rank its last owner set.
+  if (GstElementFactory* factory = gst_element_factory_find(kName)) {
+    gst_plugin_feature_set_rank(GST_PLUGIN_FEATURE(factory), kRank);
+    gst_object_unref(factory);
+  }
 }
 
 StuckAudioSink::~StuckAudioSink() {

@@ -11,6 +11,7 @@
 
 #include "platform/dispatch/WeakTask.h"
 #include "platform/linux/GstreamerInit.h"
+#include "platform/linux/SoundDeviceOpen.h"
 #include "util/Guard.h"
 
 namespace zivora::platform {
@@ -337,23 +338,6 @@ void onSourceSetup(GstElement*, GstElement* source, gpointer data) {
                             holdStreaming(*static_cast<StreamingRef*>(data)), releaseStreaming);
 }
 
-// A device the choice found, opened here before playbin gets it: playbin
-// fails the whole pipeline when a sink it was given does not reach READY,
-// where the item can still play silently. playbin would open it on this
-// thread too, as it starts the pipeline. Null when it does not open (the
-// device went away since the choice), which the choice hears.
-GstElement* openDevice(const std::string& factory, SoundOutputChoice& choice) {
-  GstElement* sink = gst_element_factory_make(factory.c_str(), nullptr);
-  if (sink) {
-    gst_object_ref_sink(sink);
-    if (gst_element_set_state(sink, GST_STATE_READY) != GST_STATE_CHANGE_FAILURE) return sink;
-    gst_element_set_state(sink, GST_STATE_NULL);
-    gst_object_unref(sink);
-  }
-  choice.deviceFailed(factory);
-  return nullptr;
-}
-
 // playbin's defaults that an ad never uses: subtitles, and the deinterlacer
 // and colour-balance elements it would otherwise build into the video chain
 // (building and negotiating them is a good part of a preroll).
@@ -402,7 +386,25 @@ std::shared_ptr<GstMediaItem> GstMediaItem::make(std::shared_ptr<media::MediaAss
 }
 
 void GstMediaItem::startWith(const SoundOutputChoice::Output& output) {
-  if (!start(output)) streaming_->failed("The player could not start.");
+  if (output.kind == SoundOutputChoice::Kind::Device && choice_) return openDeviceThenStart(output);
+  if (!start()) streaming_->failed("The player could not start.");
+}
+
+// The device opens on a thread of its own; the pipeline starts when it has
+// opened, or silently when it refused or took longer than the choice's own
+// tries may (the choice then drops it and looks again).
+void GstMediaItem::openDeviceThenStart(const SoundOutputChoice::Output& output) {
+  // The answer runs on the main queue, never after the destructor's cancel().
+  deviceOpen_ = SoundDeviceOpen::start(
+      output.factory, mainQueue_, choice_->openLimit(),
+      [this, factory = output.factory](GstElement* sink) { deviceOpened(factory, sink); });
+}
+
+void GstMediaItem::deviceOpened(const std::string& factory, GstElement* sink) {
+  deviceOpen_.reset();
+  if (!sink) choice_->deviceFailed(factory);
+  audioSink_ = sink;
+  if (!start()) streaming_->failed("The player could not start.");
 }
 
 GstMediaItem::GstMediaItem(std::shared_ptr<media::MediaAsset> asset, dispatch::Queue& mainQueue)
@@ -412,6 +414,7 @@ GstMediaItem::GstMediaItem(std::shared_ptr<media::MediaAsset> asset, dispatch::Q
 
 GstMediaItem::~GstMediaItem() {
   prerollWatchdog_.cancel();
+  if (deviceOpen_) deviceOpen_->cancel();
   // A streaming thread blocked in a read would hold up the state change.
   if (streaming_->source) streaming_->source->shutdown();
   if (pipeline_) {
@@ -430,7 +433,7 @@ GstMediaItem::~GstMediaItem() {
   }
 }
 
-bool GstMediaItem::start(const SoundOutputChoice::Output& output) {
+bool GstMediaItem::start() {
   if (!ensureGstreamer()) return false;
   pipeline_ = gst_element_factory_make("playbin", nullptr);
   GstElement* videoSink = makeVideoSink();
@@ -444,7 +447,7 @@ bool GstMediaItem::start(const SoundOutputChoice::Output& output) {
   videoSink_ = GST_ELEMENT(gst_object_ref(videoSink));
   g_object_set(pipeline_, "video-sink", videoSink, "flags", flags & ~kUnusedPlayFlags, "mute",
                muted_ ? TRUE : FALSE, nullptr);
-  setAudioSink(output);
+  setAudioSink();
   attachBus();
 
   std::string uri;
@@ -468,9 +471,7 @@ bool GstMediaItem::start(const SoundOutputChoice::Output& output) {
   return gst_element_set_state(pipeline_, GST_STATE_PAUSED) != GST_STATE_CHANGE_FAILURE;
 }
 
-void GstMediaItem::setAudioSink(const SoundOutputChoice::Output& output) {
-  if (output.kind == SoundOutputChoice::Kind::Device && choice_)
-    audioSink_ = openDevice(output.factory, *choice_);
+void GstMediaItem::setAudioSink() {
   if (audioSink_) {
     g_object_set(pipeline_, "audio-sink", audioSink_, nullptr);
     return;

@@ -14,6 +14,8 @@
 
 namespace zivora::platform {
 
+class SoundDeviceOpen;
+
 // Where playbin sends the sound.
 enum class AudioOutput {
   Automatic,  // the machine's device, or nothing audible (see SoundOutputChoice)
@@ -71,8 +73,10 @@ class GstMediaItem final : public media::MediaItem,
  private:
   GstMediaItem(std::shared_ptr<media::MediaAsset> asset, dispatch::Queue& mainQueue);
   void startWith(const SoundOutputChoice::Output& output);
-  bool start(const SoundOutputChoice::Output& output);
-  void setAudioSink(const SoundOutputChoice::Output& output);
+  void openDeviceThenStart(const SoundOutputChoice::Output& output);
+  void deviceOpened(const std::string& factory, GstElement* sink);
+  bool start();
+  void setAudioSink();
   GstElement* makeVideoSink();
   void attachBus();
 
@@ -90,9 +94,10 @@ class GstMediaItem final : public media::MediaItem,
   dispatch::Queue& mainQueue_;
   std::shared_ptr<Streaming> streaming_;
   GstElement* pipeline_ = nullptr;
-  GstElement* videoSink_ = nullptr;            // the appsink, held to ask it the position
-  GstElement* audioSink_ = nullptr;            // the machine's device, held to close it
-  std::shared_ptr<SoundOutputChoice> choice_;  // where the device came from
+  GstElement* videoSink_ = nullptr;              // the appsink, held to ask it the position
+  GstElement* audioSink_ = nullptr;              // the machine's device, held to close it
+  std::shared_ptr<SoundOutputChoice> choice_;    // where the device came from
+  std::shared_ptr<SoundDeviceOpen> deviceOpen_;  // the device's open under way
   dispatch::TaskHandle prerollWatchdog_;
 
   media::MediaItemStatus status_ = media::MediaItemStatus::Unknown;

@@ -75,6 +75,9 @@ class SoundOutputChoice : public std::enable_shared_from_this<SoundOutputChoice>
   // The chosen device did not open for an item: the answer is dropped and
   // the machine probed again.
   void deviceFailed(const std::string& factory);
+  // How long an open may take before the output counts as too slow; an
+  // item's open of the chosen device keeps to it too.
+  std::chrono::steady_clock::duration openLimit() const { return settings_.openLimit; }
   // Waits at most `limit` for a running probe to end (a shutdown's wait:
   // nothing of the probe should run while the process exits).
   bool awaitProbe(std::chrono::steady_clock::duration limit);
