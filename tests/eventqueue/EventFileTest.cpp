@@ -90,9 +90,6 @@ TEST_F(EventFileTest, ConsumingTheFirstOfTwoEventsWritesTheHeaderInPlace) {
   EXPECT_FALSE(file.firstEvent());
 }
 
-// The reader keeps its descriptor between calls; it must never go on
-// draining (and finally delete) a file that is no longer the one at the
-// path, or the events saved into the new file would be lost.
 // The header is moved on by the first of every 32 consumptions only: a
 // reader that starts afresh steps over the consumed lines after it, and
 // reaches the same event whatever the header's lag.
@@ -117,6 +114,9 @@ TEST_F(EventFileTest, AFreshReaderFindsTheFirstLiveEventWhateverTheHeadersLag) {
   }
 }
 
+// The reader keeps its descriptor between calls; it must never go on
+// draining (and finally delete) a file that is no longer the one at the
+// path, or the events saved into the new file would be lost.
 TEST_F(EventFileTest, AReaderFollowsAFileDeletedOrReplacedUnderIt) {
   auto reader = open();
   const std::string a = event(40, 'a'), b = event(40, 'b'), c = event(40, 'c'), d = event(40, 'd');

@@ -1,5 +1,6 @@
 #include "platform/linux/SoundDeviceOpen.h"
 
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -34,7 +35,12 @@ std::shared_ptr<SoundDeviceOpen> SoundDeviceOpen::start(const std::string& facto
   opening->timer_ = queue.after(limit, [weak = std::weak_ptr<SoundDeviceOpen>(opening)] {
     if (auto self = weak.lock()) self->notOpened();
   });
-  std::thread([opening, factory] { opening->opened(openSink(factory)); }).detach();
+  try {
+    std::thread([opening, factory] { opening->opened(openSink(factory)); }).detach();
+  } catch (const std::system_error&) {
+    // No thread to be had: the item plays silently rather than not at all.
+    queue.async([opening] { opening->notOpened(); });
+  }
   return opening;
 }
 
