@@ -38,18 +38,10 @@ TEST(OpenSslLifetimeThreadedTest, ChildExitsWhileThreadsEnd) {
   std::exit(0);
 }
 
-// Each child is a whole process start, which ThreadSanitizer makes slow;
-// the race does not need it to show.
-#ifdef __SANITIZE_THREAD__
-constexpr int kRounds = 10;
-#else
-constexpr int kRounds = 40;
-#endif
-
 // A fresh process each time: OpenSSL must meet the SDK before anything
 // else initialises it, as in a host that loads the SDK.
 TEST(OpenSslLifetimeThreadedTest, AHostExitsCleanlyWhileThreadsThatUsedOpenSslEnd) {
-  test::expectChildrenExitCleanly(kChildVariable, kChildTest, kRounds);
+  test::expectChildrenExitCleanly(kChildVariable, kChildTest, 40);
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "platform/linux/GstreamerInit.h"
@@ -19,6 +18,12 @@ namespace {
 using namespace std::chrono_literals;
 
 // What the item heard, in order, on the main queue.
+// Destroyed with the answer it is captured in.
+struct Gone {
+  ~Gone() { destroyed.set_value(); }
+  std::promise<void> destroyed;
+};
+
 struct Heard {
   std::mutex mutex;
   std::vector<bool> answers;  // true: a sink at READY
@@ -30,17 +35,28 @@ class SoundDeviceOpenThreadedTest : public ::testing::Test {
   void SetUp() override { ASSERT_TRUE(ensureGstreamer()); }
 
   // Starts an open on the main queue; `cancelAtOnce` cancels it in the
-  // same task, as an item that goes at once would.
-  std::weak_ptr<SoundDeviceOpen> start(const std::string& factory, dispatch::Duration limit,
-                                       bool cancelAtOnce = false) {
-    std::promise<std::weak_ptr<SoundDeviceOpen>> started;
-    runtime_.mainQueue().async([&] {
-      auto opening = SoundDeviceOpen::start(factory, runtime_.mainQueue(), limit,
-                                            [this](GstElement* sink) { hear(sink); });
+  // same task, as an item that goes at once would. The future is ready
+  // once the opening is destroyed (its answer goes with it): its thread and
+  // the queue's tasks have let it go, and nothing of it runs any more.
+  std::future<void> start(const std::string& factory, dispatch::Duration limit,
+                          bool cancelAtOnce = false) {
+    auto sentinel = std::make_shared<Gone>();
+    std::future<void> destroyed = sentinel->destroyed.get_future();
+    std::promise<void> started;
+    runtime_.mainQueue().async([&, sentinel = std::move(sentinel)]() mutable {
+      auto opening = SoundDeviceOpen::start(
+          factory, runtime_.mainQueue(), limit,
+          [this, sentinel = std::move(sentinel)](GstElement* sink) { hear(sink); });
       if (cancelAtOnce) opening->cancel();
-      started.set_value(opening);
+      started.set_value();
     });
-    return started.get_future().get();
+    started.get_future().wait();
+    return destroyed;
+  }
+
+  // Bounded: an opening whose thread never returns fails the test.
+  static bool gone(std::future<void>& destroyed) {
+    return destroyed.wait_for(20s) == std::future_status::ready;
   }
 
   void hear(GstElement* sink) {
@@ -73,13 +89,6 @@ class SoundDeviceOpenThreadedTest : public ::testing::Test {
     drained.get_future().wait();
   }
 
-  // The opening's thread and the queue's tasks have let it go: nothing of
-  // it runs any more. Bounded: a thread that never returns fails the test.
-  static bool gone(const std::weak_ptr<SoundDeviceOpen>& opening) {
-    for (int i = 0; i < 20000 && !opening.expired(); ++i) std::this_thread::sleep_for(1ms);
-    return opening.expired();
-  }
-
   dispatch::ThreadRuntime runtime_;
   std::shared_ptr<Heard> heard_ = std::make_shared<Heard>();
 };
@@ -102,7 +111,7 @@ TEST_F(SoundDeviceOpenThreadedTest, TheItemHearsOnceWhetherTheDeviceOpensRefuses
     heard_ = std::make_shared<Heard>();
     std::unique_ptr<test::StuckAudioSink> stuck;
     if (c.stuckOpensFirst >= 0) stuck = std::make_unique<test::StuckAudioSink>(c.stuckOpensFirst);
-    const auto opening = start(c.factory, c.limit);
+    auto opening = start(c.factory, c.limit);
     EXPECT_EQ(firstAnswer(), std::vector<bool>{c.opened});
     if (stuck) stuck->release();
     EXPECT_TRUE(gone(opening));
@@ -116,7 +125,7 @@ TEST_F(SoundDeviceOpenThreadedTest, ACancelledOpenIsNeverHeardWhetherItOpensOrBl
   for (const char* factory : {"fakesink", test::StuckAudioSink::kName}) {
     SCOPED_TRACE(factory);
     test::StuckAudioSink stuck;
-    const auto opening = start(factory, 50ms, true);
+    auto opening = start(factory, 50ms, true);
     stuck.release();
     EXPECT_TRUE(gone(opening));
     drainMain();

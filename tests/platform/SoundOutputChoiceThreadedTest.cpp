@@ -263,14 +263,8 @@ TEST(SoundOutputChoiceExitTest, ChildExitsWhileTheProbeRuns) {
   std::exit(0);
 }
 
-#ifdef __SANITIZE_THREAD__
-constexpr int kRounds = 5;  // each child is slow to start under ThreadSanitizer
-#else
-constexpr int kRounds = 20;
-#endif
-
 TEST(SoundOutputChoiceExitTest, AHostExitsCleanlyWhileTheSoundOutputIsSought) {
-  test::expectChildrenExitCleanly(kChildVariable, kChildTest, kRounds);
+  test::expectChildrenExitCleanly(kChildVariable, kChildTest, 20);
 }
 
 }  // namespace

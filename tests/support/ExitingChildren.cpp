@@ -11,6 +11,9 @@
 namespace zivora::test {
 
 void expectChildrenExitCleanly(const char* childVariable, const char* childTest, int rounds) {
+#ifdef __SANITIZE_THREAD__
+  rounds = (rounds + 3) / 4;
+#endif
   ScopedEnv childMode(childVariable, "1");
   for (int round = 0; round < rounds; ++round) {
     auto child = ChildProcess::start({"/proc/self/exe", std::string("--gtest_filter=") + childTest},
